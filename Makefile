@@ -1,0 +1,45 @@
+# A thin layer over the CMake presets; every target first installs what is missing.
+
+JOBS ?= $(shell nproc)
+
+.PHONY: all packages windows host demo test bench fuzz coverage format check-format lint clean
+
+all: windows
+
+packages:
+	@tools/install-packages
+
+windows: packages
+	@cmake --preset windows >/dev/null
+	@cmake --build --preset windows -j $(JOBS)
+
+host: packages
+	@cmake --preset host >/dev/null
+	@cmake --build --preset host -j $(JOBS)
+
+demo: windows
+	@tools/demo
+
+test: windows host
+	@tools/run-tests
+
+bench: packages
+	@tools/run-benchmarks
+
+fuzz: packages
+	@tools/run-fuzzers
+
+coverage: packages
+	@tools/measure-coverage
+
+format: packages
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+check-format: packages
+	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+lint: windows host
+	@tools/lint
+
+clean:
+	rm -rf build

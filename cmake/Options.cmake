@@ -1,0 +1,41 @@
+# Language level, warnings and build modes shared by every target.
+
+option(QUILLA_TESTS "Build the tests" ON)
+option(QUILLA_FUZZ "Build the fuzz targets (clang only)" OFF)
+option(QUILLA_BENCHMARKS "Build the benchmarks against other libraries" OFF)
+set(QUILLA_SANITIZE "" CACHE STRING "Sanitizers for every target, e.g. address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+if(QUILLA_SANITIZE)
+    # The product has no run-time type information for the vptr check to look at.
+    add_compile_options(-fsanitize=${QUILLA_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${QUILLA_SANITIZE})
+endif()
+
+# Warnings hold for all code of this project; system headers are exempt.
+add_library(quilla_warnings INTERFACE)
+target_compile_options(quilla_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)
+
+# The product: no exceptions, no run-time type information, sections the linker can drop.
+add_library(quilla_product INTERFACE)
+target_link_libraries(quilla_product INTERFACE quilla_warnings)
+target_include_directories(quilla_product INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(quilla_product INTERFACE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    -ffunction-sections -fdata-sections)
+if(WIN32)
+    target_compile_definitions(quilla_product INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN
+        NOMINMAX STRICT)
+    target_link_options(quilla_product INTERFACE -static -Wl,--gc-sections -Wl,--dynamicbase -Wl,--nxcompat
+        -Wl,--high-entropy-va)
+endif()

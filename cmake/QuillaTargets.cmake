@@ -1,0 +1,32 @@
+# quilla_room(NAME [SOURCES ...] [LINKS ...]): one room of the product as a static library.
+function(quilla_room name)
+    cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
+    if(NOT ROOM_SOURCES)
+        add_library(${name} INTERFACE)
+        target_link_libraries(${name} INTERFACE quilla_product ${ROOM_LINKS})
+        return()
+    endif()
+    add_library(${name} STATIC ${ROOM_SOURCES})
+    target_link_libraries(${name} PUBLIC quilla_product ${ROOM_LINKS})
+endfunction()
+
+# quilla_test(NAME SOURCES ... [LINKS ...] [TIMEOUT seconds] [LABELS ...]): one GoogleTest program, run by CTest.
+# Natively every case is a CTest test of its own; under Wine the whole program is one test, since each start of a
+# Windows process costs a good part of a second.
+function(quilla_test name)
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
+    if(NOT TEST_TIMEOUT)
+        set(TEST_TIMEOUT 120)
+    endif()
+    add_executable(${name} ${TEST_SOURCES})
+    target_link_libraries(${name} PRIVATE quilla_warnings ${TEST_LINKS} gtest gtest_main)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+    if(WIN32)
+        target_link_options(${name} PRIVATE -static)
+        add_test(NAME windows.${name} COMMAND ${name})
+        set_tests_properties(windows.${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "windows;${TEST_LABELS}")
+    else()
+        gtest_discover_tests(${name} TEST_PREFIX native. DISCOVERY_MODE PRE_TEST
+            PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "native;${TEST_LABELS}")
+    endif()
+endfunction()

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The platform's block device interface: control codes and records of its disk drivers, plus the three codes
+/// of the volume driver. Records that carry addresses have the natural layout of the processor.
+namespace quilla {
+
+inline constexpr std::uint32_t kIoctlDiskGetInfo = 0x00071C00;
+inline constexpr std::uint32_t kIoctlDiskInitialized = 0x00071C10;
+inline constexpr std::uint32_t kIoctlDiskFlushCache = 0x00071C54;
+inline constexpr std::uint32_t kIoctlDiskRead = 0x00075C08;
+inline constexpr std::uint32_t kIoctlDiskWrite = 0x00079C0C;
+
+/// The codes that drivers of the platform's first releases answered to.
+inline constexpr std::uint32_t kDiskIoctlGetInfo = 1;
+inline constexpr std::uint32_t kDiskIoctlRead = 2;
+inline constexpr std::uint32_t kDiskIoctlWrite = 3;
+inline constexpr std::uint32_t kDiskIoctlGetName = 9;
+
+/// The whole VolumeRecord in; its ActivityTime is brought up to date.
+inline constexpr std::uint32_t kIoctlVolumeQuery = 0x00071F80;
+/// The whole VolumeRecord in; the driver takes over its time-out and flags.
+inline constexpr std::uint32_t kIoctlVolumeUpdate = 0x00071F84;
+/// Nothing in; the driver flushes and releases the file.
+inline constexpr std::uint32_t kIoctlVolumeDetach = 0x00071F88;
+
+inline constexpr std::size_t kSectorSize = 512;
+
+/// Geometry, as a disk driver reports it (DISK_INFO).
+struct DiskInfo {
+    std::uint32_t totalSectors;
+    std::uint32_t bytesPerSector;
+    std::uint32_t cylinders;
+    std::uint32_t heads;
+    std::uint32_t sectors;
+    std::uint32_t flags;
+};
+static_assert(sizeof(DiskInfo) == 24);
+
+/// One piece of a scatter-gather transfer (SG_BUF).
+struct ScatterBuffer {
+    std::uint8_t* address;
+    std::uint32_t length;
+};
+
+inline constexpr std::size_t kMaxScatterBuffers = 16;
+
+/// A transfer of whole sectors (SG_REQ). A driver leaves its result in status (a system error code) and calls
+/// nothing back when completion is null.
+struct ScatterRequest {
+    std::uint32_t start;
+    std::uint32_t sectorCount;
+    std::uint32_t bufferCount;
+    std::uint32_t status;
+    void* completion;
+    ScatterBuffer buffers[kMaxScatterBuffers];
+};
+
+} // namespace quilla

@@ -1,0 +1,102 @@
+#include "platform/file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace quilla {
+
+namespace {
+
+int OpenFlags(FileAccess access, FileCreation creation) {
+    const int direction = access == FileAccess::Read    ? O_RDONLY
+                          : access == FileAccess::Write ? O_WRONLY
+                                                        : O_RDWR;
+    return direction | O_CLOEXEC | (creation == FileCreation::CreateNew ? O_CREAT | O_EXCL : 0);
+}
+
+bool IsRegularFile(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+/// Sharing by advisory locks: readers that let others read share one, everybody else wants it alone.
+bool TakeShare(int descriptor, FileAccess access, FileSharing sharing) {
+    const bool shared = sharing == FileSharing::Read && access == FileAccess::Read;
+    return flock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
+}
+
+} // namespace
+
+File& File::operator=(File&& other) noexcept {
+    if (this != &other) {
+        Close();
+        handle_ = std::exchange(other.handle_, kNone);
+    }
+    return *this;
+}
+
+File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
+    File file;
+    file.handle_ = open(path, OpenFlags(access, creation), S_IRUSR | S_IWUSR);
+    if (file.IsOpen() && !(IsRegularFile(file.handle_) && TakeShare(file.handle_, access, sharing)))
+        file.Close();
+    return file;
+}
+
+void File::Close() {
+    if (IsOpen()) {
+        const int error = errno;
+        close(std::exchange(handle_, kNone));
+        errno = error;
+    }
+}
+
+Transfer File::ReadAt(std::uint64_t position, std::span<std::byte> buffer) const {
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const ssize_t count =
+            pread(handle_, buffer.data() + done, buffer.size() - done, static_cast<off_t>(position + done));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return {.succeeded = false, .bytes = done};
+        if (count == 0)
+            break;
+        done += static_cast<std::size_t>(count);
+    }
+    return {.succeeded = true, .bytes = done};
+}
+
+Transfer File::WriteAt(std::uint64_t position, std::span<const std::byte> buffer) const {
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const ssize_t count =
+            pwrite(handle_, buffer.data() + done, buffer.size() - done, static_cast<off_t>(position + done));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return {.succeeded = false, .bytes = done};
+        done += static_cast<std::size_t>(count);
+    }
+    return {.succeeded = true, .bytes = done};
+}
+
+bool File::GetSize(std::uint64_t& size) const {
+    const off_t end = lseek(handle_, 0, SEEK_END); // also right for block devices, where fstat reports 0
+    size = end < 0 ? 0 : static_cast<std::uint64_t>(end);
+    return end >= 0;
+}
+
+bool File::SetSize(std::uint64_t size) const {
+    return ftruncate(handle_, static_cast<off_t>(size)) == 0;
+}
+
+bool File::Flush() const {
+    return fdatasync(handle_) == 0;
+}
+
+} // namespace quilla

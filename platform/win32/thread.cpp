@@ -1,0 +1,107 @@
+#include "platform/thread.h"
+
+#include <bit>
+#include <memory>
+#include <new>
+#include <utility>
+#include <windows.h>
+
+namespace quilla {
+
+namespace {
+
+template <typename Native>
+Native* As(std::byte* state) {
+    return std::launder(reinterpret_cast<Native*>(state));
+}
+
+struct StartBlock {
+    Thread::Routine routine;
+    void* context;
+};
+
+DWORD WINAPI RunThread(void* argument) {
+    const std::unique_ptr<StartBlock> start(static_cast<StartBlock*>(argument));
+    start->routine(start->context);
+    return 0;
+}
+
+} // namespace
+
+Lock::Lock() {
+    static_assert(sizeof(SRWLOCK) <= sizeof(state_));
+    InitializeSRWLock(new (state_) SRWLOCK);
+}
+
+Lock::~Lock() = default;
+
+void Lock::Acquire() {
+    AcquireSRWLockExclusive(As<SRWLOCK>(state_));
+}
+
+void Lock::Release() {
+    ReleaseSRWLockExclusive(As<SRWLOCK>(state_));
+}
+
+Condition::Condition() {
+    static_assert(sizeof(CONDITION_VARIABLE) <= sizeof(state_));
+    InitializeConditionVariable(new (state_) CONDITION_VARIABLE);
+}
+
+Condition::~Condition() = default;
+
+void Condition::Wait(Lock& lock) {
+    static_cast<void>(WaitFor(lock, INFINITE));
+}
+
+bool Condition::WaitFor(Lock& lock, std::uint32_t milliseconds) {
+    return SleepConditionVariableSRW(As<CONDITION_VARIABLE>(state_), As<SRWLOCK>(lock.state_), milliseconds,
+                                     0) != FALSE;
+}
+
+void Condition::WakeOne() {
+    WakeConditionVariable(As<CONDITION_VARIABLE>(state_));
+}
+
+void Condition::WakeAll() {
+    WakeAllConditionVariable(As<CONDITION_VARIABLE>(state_));
+}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    if (this != &other) {
+        Join();
+        handle_ = other.handle_;
+        started_ = std::exchange(other.started_, false);
+    }
+    return *this;
+}
+
+bool Thread::Start(Routine routine, void* context) {
+    Join();
+    std::unique_ptr<StartBlock> start(new (std::nothrow) StartBlock{.routine = routine, .context = context});
+    if (!start)
+        return false;
+    const HANDLE thread = CreateThread(nullptr, 0, RunThread, start.get(), 0, nullptr);
+    if (thread == nullptr)
+        return false;
+    static_cast<void>(start.release()); // the thread owns it now
+    handle_ = std::bit_cast<std::uintptr_t>(thread);
+    started_ = true;
+    return true;
+}
+
+void Thread::Join() {
+    if (!std::exchange(started_, false))
+        return;
+    const HANDLE thread = std::bit_cast<HANDLE>(handle_);
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+}
+
+unsigned CountProcessors() {
+    SYSTEM_INFO info{};
+    GetSystemInfo(&info);
+    return info.dwNumberOfProcessors > 0 ? info.dwNumberOfProcessors : 1;
+}
+
+} // namespace quilla
