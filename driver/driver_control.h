@@ -1,0 +1,32 @@
+#pragma once
+
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+/// Loads, queries, updates and unloads the volume driver, one device per mounted volume. Keeps no state: all
+/// of it is in the record. A record given to LoadDriver must stay at its address until UnloadDriver returns,
+/// for the driver holds that address. Used on the main window's thread only.
+class DriverControl {
+  public:
+    DriverControl() = default;
+    DriverControl(const DriverControl&) = delete;
+    DriverControl& operator=(const DriverControl&) = delete;
+
+    /// Registers the driver under the first free name of "SEC0:" to "SEC9:" with the record, Key included, as
+    /// its start-up context, and announces the device. Sets DeviceName and DeviceHandle; on failure shows
+    /// "RegisterDevice() failed" and leaves DeviceHandle 0. The caller wipes Key in either case.
+    void LoadDriver(VolumeRecord& record);
+
+    /// Lets the driver flush and release its file, removes the device and announces that; DeviceHandle
+    /// becomes 0.
+    void UnloadDriver(VolumeRecord& record);
+
+    /// Has the driver bring the record's ActivityTime up to date.
+    void QueryDriver(VolumeRecord& record);
+
+    /// Hands the record's changed settings to the driver.
+    void UpdateDriver(VolumeRecord& record);
+};
+
+} // namespace quilla

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+/// Why a volume was dismounted.
+enum class DismountReason : unsigned char { User, Timeout };
+
+/// Is told of what the user should hear about a volume without having asked. Calls come on the main window's
+/// thread, in the middle of a request: an implementation shows a notice and returns at once.
+class MountObserver {
+  public:
+    MountObserver() = default;
+    MountObserver(const MountObserver&) = delete;
+    MountObserver& operator=(const MountObserver&) = delete;
+
+    /// A volume is not mounted any more. clientsCutOff block-device clients were connected at that moment.
+    virtual void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
+                                    unsigned clientsCutOff) = 0;
+
+  protected:
+    ~MountObserver() = default;
+};
+
+} // namespace quilla

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+class BListView;
+
+/// The volumes the user knows about are the rows of the main window's list view; each row owns a
+/// heap-allocated record through its item data. The record keeps its address for as long as its row exists.
+
+/// The record that a row owns.
+[[nodiscard]] VolumeRecord& RecordAt(const BListView& list, int row);
+
+/// The first selected row, or -1.
+[[nodiscard]] int SelectedRow(const BListView& list);
+
+/// Finds the row whose Path equals path, letter case ignored, or appends one; either way sets its KeyPath,
+/// reads size, cipher, time-out and flags from the files again and rewrites the row's texts. A mounted volume
+/// stays mounted. Returns the row.
+int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath);
+
+/// Writes a record's texts and mounted mark into a row that owns the record from then on; row -1 appends one.
+/// Returns the row.
+int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record);
+
+/// Appends a row for a copy of a record. Returns the row.
+int AppendVolume(BListView& list, const VolumeRecord& record);
+
+/// Frees a row's record and removes the row.
+void RemoveRow(BListView& list, int row);
+
+/// The same for all rows, from the last to the first.
+void ClearRows(BListView& list);
+
+/// Whether any volume of the list is mounted; while one is, the main window hides instead of closing.
+[[nodiscard]] bool AnyVolumeMounted(const BListView& list);
+
+} // namespace quilla
