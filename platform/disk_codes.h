@@ -26,6 +26,11 @@ inline constexpr std::uint32_t kIoctlVolumeUpdate = 0x00071F84;
 /// Nothing in; the driver flushes and releases the file.
 inline constexpr std::uint32_t kIoctlVolumeDetach = 0x00071F88;
 
+/// Nothing in, the device's size in bytes out, 64 bits wide (IOCTL_DISK_GET_LENGTH_INFO).
+inline constexpr std::uint32_t kIoctlDiskGetLength = 0x0007405C;
+/// A VolumeTransfer in: one transfer at a 64-bit offset, for volumes beyond the 2 TiB of a scatter request.
+inline constexpr std::uint32_t kIoctlVolumeTransfer = 0x00071F8C;
+
 inline constexpr std::size_t kSectorSize = 512;
 
 /// Geometry, as a disk driver reports it (DISK_INFO).
@@ -56,6 +61,17 @@ struct ScatterRequest {
     std::uint32_t status;
     void* completion;
     ScatterBuffer buffers[kMaxScatterBuffers];
+};
+
+enum class TransferDirection : std::uint32_t { Read = 0, Write = 1, WriteZeroes = 2 };
+
+/// One transfer of whole sectors between memory and the device; offset and length are multiples of
+/// kSectorSize. A write enciphers in place: the memory at address holds nothing useful afterwards.
+struct VolumeTransfer {
+    std::uint64_t offset;  ///< bytes from the start of the device
+    std::uint64_t length;  ///< bytes; a Read or Write must fit the address space
+    std::uint8_t* address; ///< length bytes; not used by WriteZeroes
+    TransferDirection direction;
 };
 
 } // namespace quilla

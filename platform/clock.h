@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdint>
+
+namespace quilla {
+
+/// The local time as a file time: 100-ns units since 1601.
+[[nodiscard]] std::uint64_t LocalFileTime();
+
+} // namespace quilla

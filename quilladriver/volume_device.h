@@ -1,0 +1,73 @@
+#pragma once
+
+#include "platform/block_device.h"
+#include "platform/file.h"
+#include "quilladriver/sector_cipher.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace quilla {
+
+/// Tells the time as 100-ns units of local file time.
+using ActivityClock = std::uint64_t (*)();
+
+/// The enciphered data file of a mounted volume as a block device of 512-byte sectors. A tail shorter than a
+/// sector is not part of the device. Requests of several threads may run at once; overlapping ones are not
+/// ordered among themselves.
+///
+/// Every request is checked against the device first, and one that is not wholly inside moves nothing. A
+/// transfer that the file cuts short fails.
+class VolumeDevice final : public BlockDevice {
+  public:
+    /// The clock supplies the times of LastActivity.
+    explicit VolumeDevice(ActivityClock clock) : clock_(clock) {}
+
+    /// Takes over an open file and builds the key schedules; no copy of the key stays behind. False, with the
+    /// file closed, when the file holds less than one sector, its size cannot be told or the cipher is not
+    /// one of the three.
+    [[nodiscard]] bool Open(File file, CipherId cipher, const DataKey& key);
+
+    /// Flushes and closes the file and wipes the schedules. No request may be running.
+    void Close();
+
+    [[nodiscard]] bool IsOpen() const { return file_.IsOpen(); }
+
+    [[nodiscard]] std::uint64_t SectorCount() const { return sectorCount_; }
+
+    /// Bytes of all sectors.
+    [[nodiscard]] std::uint64_t Size() const override;
+
+    /// Reads and deciphers; offset and size are multiples of the sector size.
+    [[nodiscard]] bool Read(std::uint64_t offset, std::span<std::byte> buffer) override;
+
+    /// Enciphers in place, which destroys the payload, and writes.
+    [[nodiscard]] bool Write(std::uint64_t offset, std::span<std::byte> payload) override;
+
+    /// Writes enciphered zeros, piece by piece.
+    [[nodiscard]] bool WriteZeroes(std::uint64_t offset, std::uint64_t length) override;
+
+    /// Waits until everything written is on the medium.
+    [[nodiscard]] bool Flush() override;
+
+    /// Read and Write by sector number.
+    [[nodiscard]] bool ReadSectors(std::uint64_t first, std::span<std::byte> buffer);
+    [[nodiscard]] bool WriteSectors(std::uint64_t first, std::span<std::byte> payload);
+
+    /// When the device was last read or written; the time of Open at first.
+    [[nodiscard]] std::uint64_t LastActivity() const { return lastActivity_.load(std::memory_order_relaxed); }
+
+  private:
+    [[nodiscard]] bool Contains(std::uint64_t offset, std::uint64_t length) const;
+    void NoteActivity() { lastActivity_.store(clock_(), std::memory_order_relaxed); }
+
+    ActivityClock clock_;
+    File file_;
+    SectorCipher cipher_;
+    std::uint64_t sectorCount_ = 0;
+    std::atomic<std::uint64_t> lastActivity_{0};
+};
+
+} // namespace quilla
