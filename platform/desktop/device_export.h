@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/block_device.h"
+#include "platform/nbd/nbd_server.h"
+
+#include <array>
+#include <memory>
+
+namespace quilla {
+
+/// A device offered to block device clients of this machine: an NBD server under a name that only the user
+/// can know, and a file with the URI of the export for the user's own programs.
+class DeviceExport {
+  public:
+    /// Units of a URI, terminating zero included.
+    static constexpr std::size_t kUriSize = 96;
+
+    DeviceExport() = default;
+    ~DeviceExport() { Stop(); }
+    DeviceExport(const DeviceExport&) = delete;
+    DeviceExport& operator=(const DeviceExport&) = delete;
+
+    /// Starts to serve the device, which must outlive the export, under the name "SECn-" + 32 hexadecimal
+    /// digits of the system's generator. False if there are no random bytes or no port. A URI file that
+    /// cannot be written keeps nobody from using the export.
+    [[nodiscard]] bool Start(BlockDevice& device, unsigned index);
+
+    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. Returns how many
+    /// clients were cut off. A second call does nothing.
+    unsigned Stop();
+
+    /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not started.
+    [[nodiscard]] const char* Uri() const { return uri_.data(); }
+
+    [[nodiscard]] unsigned ConnectedClients() const { return server_ ? server_->ConnectedClients() : 0; }
+
+  private:
+    std::unique_ptr<NbdServer> server_;
+    std::array<char, kUriSize> uri_{};
+    unsigned index_ = 0;
+};
+
+} // namespace quilla

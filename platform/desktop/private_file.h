@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+namespace quilla {
+
+/// The folder where the program leaves what other programs of the same user may read: "Quilla Tarn" in the
+/// user's local application data.
+inline constexpr wchar_t kPrivateFolder[] = L"Quilla Tarn";
+
+/// Writes a small file into that folder, which is created where it is missing, in such a way that nobody but
+/// the user (and the system's administrators by their own means) can open either, and that a reader finds the
+/// whole content or no file. False if the system refuses.
+[[nodiscard]] bool WritePrivateFile(std::wstring_view name, std::string_view content);
+
+/// Removes such a file.
+void RemovePrivateFile(std::wstring_view name);
+
+} // namespace quilla
