@@ -1,35 +1,46 @@
 #pragma once
 
+#include "platform/byte_stream.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace quilla {
 
-/// A connected TCP stream. One thread may send while another receives.
-class Socket {
+/// A connected TCP stream without delay of small segments. One thread may send while another receives; a
+/// third may end either. Ending and closing are two things: only the owner closes, after the others are done
+/// with it.
+class Socket final : public ByteStream {
   public:
     Socket() = default;
-    ~Socket() { Close(); }
-    Socket(Socket&& other) noexcept : handle_(other.handle_) { other.handle_ = kNone; }
-    Socket& operator=(Socket&& other) noexcept;
+    ~Socket() override { Close(); }
+    Socket(Socket&& other) noexcept { Swap(other); }
+    Socket& operator=(Socket&& other) noexcept {
+        Swap(other);
+        return *this;
+    }
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
 
+    /// Connects to a port of this machine; not open on failure.
+    [[nodiscard]] static Socket ConnectLoopback(std::uint16_t port);
+
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
 
-    /// Receives what is there, at least one byte, at most the buffer; 0 when the peer is gone, shut down or
-    /// timed out.
-    [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer);
+    [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override;
+    [[nodiscard]] bool Send(std::span<const std::byte> bytes) override;
+    void SetTimeout(std::uint32_t milliseconds) override;
 
-    /// Sends both pieces completely, in one system call where the platform allows; false when the peer is
-    /// gone.
-    [[nodiscard]] bool Send(std::span<const std::byte> first, std::span<const std::byte> second = {});
+    /// From now on Receive, one that waits in another thread included, takes only what has arrived already
+    /// and never waits. Sending goes on.
+    void StopReceiving();
 
-    /// Limits how long one Receive or Send may wait; 0 = no limit.
-    void SetTimeout(std::uint32_t milliseconds);
+    /// Tells the peer that nothing more will be sent.
+    void FinishSending();
 
-    /// Ends both directions at once: a Receive or Send of another thread returns. The socket stays open.
+    /// Ends both directions at once: a Receive or Send of another thread returns.
     void Shutdown();
 
     void Close();
@@ -37,10 +48,23 @@ class Socket {
   private:
     friend class Listener;
     static constexpr std::uintptr_t kNone = ~std::uintptr_t{0};
+
+    void Swap(Socket& other) noexcept {
+        std::swap(handle_, other.handle_);
+        std::swap(arrival_, other.arrival_);
+        std::swap(stop_, other.stop_);
+        std::swap(timeout_, other.timeout_);
+    }
+    bool Prepare();
+
     std::uintptr_t handle_ = kNone;
+    // Platforms that cannot wake a waiting receive wait for two events instead: data, or the order to stop.
+    void* arrival_ = nullptr;
+    void* stop_ = nullptr;
+    std::uint32_t timeout_ = 0;
 };
 
-/// A listening TCP socket on the loopback interface, at a port chosen by the system.
+/// A listening TCP socket on the IPv4 loopback interface: no other machine can connect.
 class Listener {
   public:
     Listener() = default;
@@ -54,17 +78,20 @@ class Listener {
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
     [[nodiscard]] std::uint16_t Port() const { return port_; }
 
-    /// Waits for the next connection (TCP_NODELAY set); not open after Stop or on failure.
+    /// Waits for the next connection; not open after Stop or on failure.
     [[nodiscard]] Socket Accept();
 
     /// Makes a waiting Accept of another thread, and every later one, return at once.
     void Stop();
 
+    /// Frees the port; no Accept may be waiting.
     void Close();
 
   private:
     static constexpr std::uintptr_t kNone = ~std::uintptr_t{0};
     std::uintptr_t handle_ = kNone;
+    void* arrival_ = nullptr;
+    void* stop_ = nullptr;
     std::uint16_t port_ = 0;
 };
 

@@ -15,6 +15,11 @@ namespace quilla {
 
 class NbdConnection;
 
+namespace nbd {
+struct Export;
+enum class ServerPhase : std::uint8_t;
+} // namespace nbd
+
 /// Limits of a server; the defaults suit a mounted volume.
 struct NbdLimits {
     /// Time a client has for its whole handshake.
@@ -64,12 +69,18 @@ class NbdServer {
   private:
     friend class NbdConnection;
 
-    static void AcceptConnections(void* server);
+    using Slot = std::unique_ptr<NbdConnection>;
+
+    static void RunAcceptor(void* server);
+    void AcceptConnections();
     void Admit(Socket client);
-    NbdConnection* FindRoom();
-    bool Attach(NbdConnection& connection);
+    [[nodiscard]] Slot* FindRoom();
+    [[nodiscard]] unsigned EndConnections();
+
+    // For connections, from their own threads.
+    [[nodiscard]] nbd::Export TheExport() const;
+    [[nodiscard]] bool Attach(NbdConnection& connection);
     void Finish(NbdConnection& connection);
-    unsigned EndConnections();
 
     BlockDevice& device_;
     RangeLock ranges_;
@@ -80,12 +91,11 @@ class NbdServer {
     Thread acceptor_;
     Lock lock_;
     Condition finished_;
-    std::array<std::unique_ptr<NbdConnection>, kMaxConnections> connections_;
+    std::array<Slot, kMaxConnections> connections_; // changed by the acceptor, or after its end
     std::uint64_t admitted_ = 0;
-    unsigned running_ = 0;
+    unsigned running_ = 0; // connections that have not finished
     std::atomic<unsigned> attached_ = 0;
-    bool serving_ = false;
-    bool stopping_ = false;
+    std::atomic<nbd::ServerPhase> phase_{};
 };
 
 } // namespace quilla

@@ -15,4 +15,11 @@ std::uint64_t LocalFileTime() {
     return static_cast<std::uint64_t>(seconds * kUnitsPerSecond + now.tv_nsec / 100);
 }
 
+std::uint64_t MonotonicMilliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
+}
+
 } // namespace quilla

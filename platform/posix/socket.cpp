@@ -1,15 +1,11 @@
 #include "platform/socket.h"
 
-#include <arpa/inet.h>
-#include <array>
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/uio.h>
 #include <unistd.h>
-#include <utility>
 
 namespace quilla {
 
@@ -19,18 +15,39 @@ int Descriptor(std::uintptr_t handle) {
     return static_cast<int>(handle);
 }
 
-iovec Piece(std::span<const std::byte> bytes) {
-    return {.iov_base = const_cast<std::byte*>(bytes.data()), .iov_len = bytes.size()};
+sockaddr_in LoopbackAddress(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+/// Keeps the last error over the clean-up.
+void CloseQuietly(int descriptor) {
+    const int error = errno;
+    close(descriptor);
+    errno = error;
 }
 
 } // namespace
 
-Socket& Socket::operator=(Socket&& other) noexcept {
-    if (this != &other) {
-        Close();
-        handle_ = std::exchange(other.handle_, kNone);
-    }
-    return *this;
+bool Socket::Prepare() {
+    const int on = 1;
+    return setsockopt(Descriptor(handle_), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0;
+}
+
+Socket Socket::ConnectLoopback(std::uint16_t port) {
+    Socket connection;
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        return connection;
+    connection.handle_ = static_cast<std::uintptr_t>(descriptor);
+    const sockaddr_in address = LoopbackAddress(port);
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        !connection.Prepare())
+        connection.Close();
+    return connection;
 }
 
 std::size_t Socket::Receive(std::span<std::byte> buffer) {
@@ -43,31 +60,33 @@ std::size_t Socket::Receive(std::span<std::byte> buffer) {
     }
 }
 
-bool Socket::Send(std::span<const std::byte> first, std::span<const std::byte> second) {
-    while (!first.empty() || !second.empty()) {
-        std::array<iovec, 2> pieces = {Piece(first), Piece(second)};
-        msghdr message{};
-        message.msg_iov = pieces.data();
-        message.msg_iovlen = pieces.size();
-        const ssize_t count = sendmsg(Descriptor(handle_), &message, MSG_NOSIGNAL);
+bool Socket::Send(std::span<const std::byte> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = send(Descriptor(handle_), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
             return false;
-        const auto sent = static_cast<std::size_t>(count);
-        const std::size_t ofFirst = sent < first.size() ? sent : first.size();
-        first = first.subspan(ofFirst);
-        second = second.subspan(sent - ofFirst);
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
     }
     return true;
 }
 
 void Socket::SetTimeout(std::uint32_t milliseconds) {
+    timeout_ = milliseconds;
     timeval limit{};
     limit.tv_sec = static_cast<time_t>(milliseconds / 1000);
     limit.tv_usec = static_cast<suseconds_t>((milliseconds % 1000) * 1000);
     setsockopt(Descriptor(handle_), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     setsockopt(Descriptor(handle_), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+void Socket::StopReceiving() {
+    shutdown(Descriptor(handle_), SHUT_RD); // what is queued can still be read
+}
+
+void Socket::FinishSending() {
+    shutdown(Descriptor(handle_), SHUT_WR);
 }
 
 void Socket::Shutdown() {
@@ -76,7 +95,7 @@ void Socket::Shutdown() {
 
 void Socket::Close() {
     if (IsOpen())
-        close(Descriptor(std::exchange(handle_, kNone)));
+        CloseQuietly(Descriptor(std::exchange(handle_, kNone)));
 }
 
 bool Listener::Open(std::uint16_t port) {
@@ -85,10 +104,10 @@ bool Listener::Open(std::uint16_t port) {
     if (descriptor < 0)
         return false;
     handle_ = static_cast<std::uintptr_t>(descriptor);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
+    // Lets a restarted server take its fixed port again; two listeners still exclude each other.
+    const int on = 1;
+    setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    sockaddr_in address = LoopbackAddress(port);
     socklen_t length = sizeof(address);
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     if (bind(descriptor, generic, length) != 0 || listen(descriptor, SOMAXCONN) != 0 ||
@@ -107,20 +126,21 @@ Socket Listener::Accept() {
         descriptor = accept4(Descriptor(handle_), nullptr, nullptr, SOCK_CLOEXEC);
     while (descriptor < 0 && (errno == EINTR || errno == ECONNABORTED));
     if (descriptor >= 0) {
-        const int on = 1;
-        setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
         connection.handle_ = static_cast<std::uintptr_t>(descriptor);
+        if (!connection.Prepare())
+            connection.Close();
     }
     return connection;
 }
 
 void Listener::Stop() {
-    shutdown(Descriptor(handle_), SHUT_RDWR);
+    if (IsOpen())
+        shutdown(Descriptor(handle_), SHUT_RDWR); // a waiting accept returns with EINVAL
 }
 
 void Listener::Close() {
     if (IsOpen())
-        close(Descriptor(std::exchange(handle_, kNone)));
+        CloseQuietly(Descriptor(std::exchange(handle_, kNone)));
     port_ = 0;
 }
 

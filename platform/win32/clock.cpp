@@ -13,4 +13,8 @@ std::uint64_t LocalFileTime() {
     return static_cast<std::uint64_t>(moment.dwHighDateTime) << 32 | moment.dwLowDateTime;
 }
 
+std::uint64_t MonotonicMilliseconds() {
+    return GetTickCount64();
+}
+
 } // namespace quilla

@@ -1,0 +1,52 @@
+#include "platform/nbd/connection.h"
+
+#include "platform/nbd/byte_device.h"
+#include "platform/nbd/handshake.h"
+#include "platform/nbd/reply_writer.h"
+#include "platform/nbd/stream_reader.h"
+#include "platform/nbd/transmission.h"
+
+#include <new>
+
+namespace quilla {
+
+namespace {
+
+constexpr std::size_t kReceiveSize = 1U << 20;
+constexpr std::size_t kReplySize = 1U << 20;
+
+} // namespace
+
+void NbdConnection::Dismiss() {
+    state = State::Dismissed;
+    socket_.Shutdown();
+}
+
+void NbdConnection::RunThread(void* connection) {
+    static_cast<NbdConnection*>(connection)->Run();
+}
+
+void NbdConnection::Run() {
+    {
+        // Memory that is never touched costs nothing, so that the limit of a buffer is no one's burden.
+        const std::unique_ptr<std::byte[]> buffers(new (std::nothrow) std::byte[kReceiveSize + kReplySize]);
+        if (buffers)
+            Serve({buffers.get(), kReceiveSize}, {buffers.get() + kReceiveSize, kReplySize});
+    }
+    server_.Finish(*this);
+}
+
+void NbdConnection::Serve(std::span<std::byte> received, std::span<std::byte> gathered) {
+    nbd::StreamReader reader(socket_, received);
+    nbd::ReplyWriter replies(socket_, gathered);
+    nbd::Handshake handshake(socket_, reader, replies, server_.TheExport());
+    if (!handshake.Run(server_.limits_.handshakeMilliseconds) || !server_.Attach(*this))
+        return;
+    socket_.SetTimeout(0);
+    nbd::ByteDevice device(server_.device_, server_.ranges_);
+    nbd::Transmission transmission(reader, replies, device, server_.phase_);
+    static_cast<void>(transmission.Run());
+    socket_.FinishSending();
+}
+
+} // namespace quilla
