@@ -1,0 +1,130 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+#include <windows.h>
+
+/// Reads and answers the real message boxes of a process while a test runs.
+namespace quilla::test {
+
+/// One message box that was on the screen.
+struct SeenBox {
+    std::wstring caption;
+    std::wstring text;
+    bool errorIcon = false;
+    HWND owner = nullptr;
+};
+
+/// While it lives, a thread looks for message boxes of a process (by default this one), records each and
+/// presses a button of it: the one with the given id, or the first one. Dialogs that are no message boxes are
+/// left alone.
+class MessageBoxWatcher {
+  public:
+    explicit MessageBoxWatcher(int answer = 0, DWORD process = GetCurrentProcessId())
+        : answer_(answer), process_(process), thread_([this] { Run(); }) {}
+    ~MessageBoxWatcher() {
+        ending_ = true;
+        thread_.join();
+    }
+    MessageBoxWatcher(const MessageBoxWatcher&) = delete;
+    MessageBoxWatcher& operator=(const MessageBoxWatcher&) = delete;
+
+    /// The boxes since the last call, the oldest first.
+    std::vector<SeenBox> Take() {
+        const std::lock_guard guard(lock_);
+        return std::exchange(boxes_, {});
+    }
+
+    /// Waits until there is something to take; needed for boxes of other threads and processes only.
+    bool WaitForBox(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        std::unique_lock guard(lock_);
+        return changed_.wait_for(guard, limit, [this] { return !boxes_.empty(); });
+    }
+
+  private:
+    static constexpr int kTextId = 0xFFFF; // the text of every message box is the static control of this id
+
+    void Run() {
+        while (!ending_) {
+            if (const HWND box = FindBox())
+                Answer(box);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+
+    struct Search {
+        DWORD process;
+        HWND found;
+    };
+
+    HWND FindBox() const {
+        Search search{process_, nullptr};
+        EnumWindows(
+            [](HWND window, LPARAM context) -> BOOL {
+                auto& wanted = *reinterpret_cast<Search*>(context);
+                DWORD process = 0;
+                GetWindowThreadProcessId(window, &process);
+                wchar_t name[16];
+                const bool dialog = process == wanted.process && IsWindowVisible(window) &&
+                                    GetClassNameW(window, name, 16) > 0 && std::wstring(name) == L"#32770" &&
+                                    GetDlgItem(window, kTextId);
+                if (dialog)
+                    wanted.found = window;
+                return !dialog;
+            },
+            reinterpret_cast<LPARAM>(&search));
+        return search.found;
+    }
+
+    static std::wstring TextOf(HWND window) {
+        std::wstring text(1024, L'\0');
+        DWORD_PTR length = 0;
+        SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
+                            SMTO_ABORTIFHUNG, 5000, &length);
+        text.resize(length);
+        return text;
+    }
+
+    /// The icon is a static control beside the text; an error icon is the system's shared one.
+    static bool HasErrorIcon(HWND box) {
+        for (HWND child = GetWindow(box, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+            DWORD_PTR icon = 0;
+            SendMessageTimeoutW(child, STM_GETICON, 0, 0, SMTO_ABORTIFHUNG, 5000, &icon);
+            if (icon != 0 && reinterpret_cast<HICON>(icon) == LoadIconW(nullptr, IDI_ERROR))
+                return true;
+        }
+        return false;
+    }
+
+    void Answer(HWND box) {
+        SeenBox seen{TextOf(box), TextOf(GetDlgItem(box, kTextId)), HasErrorIcon(box),
+                     GetWindow(box, GW_OWNER)};
+        const HWND button =
+            answer_ ? GetDlgItem(box, answer_) : FindWindowExW(box, nullptr, L"Button", nullptr);
+        PostMessageW(box, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(button), BN_CLICKED),
+                     reinterpret_cast<LPARAM>(button));
+        {
+            const std::lock_guard guard(lock_);
+            boxes_.push_back(std::move(seen));
+        }
+        changed_.notify_all();
+        while (IsWindow(box) && !ending_)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+
+    const int answer_;
+    const DWORD process_;
+    std::atomic<bool> ending_ = false;
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::vector<SeenBox> boxes_;
+    std::thread thread_; // last: it uses all the others
+};
+
+} // namespace quilla::test
