@@ -55,15 +55,13 @@ Transfer File::ReadAt(std::uint64_t position, std::span<std::byte> buffer) const
         OVERLAPPED where = At(position + done);
         DWORD count = 0;
         const auto want = static_cast<DWORD>(std::min<std::size_t>(buffer.size() - done, kLargestTransfer));
-        if (!ReadFile(handle_, buffer.data() + done, want, &count, &where)) {
-            if (GetLastError() != ERROR_HANDLE_EOF)
-                return {.succeeded = false, .bytes = done};
-            SetLastError(
-                ERROR_SUCCESS); // the end of the file is no failure; a read by file pointer would not set it
+        if (!ReadFile(handle_, buffer.data() + done, want, &count, &where) &&
+            GetLastError() != ERROR_HANDLE_EOF)
+            return {.succeeded = false, .bytes = done};
+        if (count == 0) { // the end of the file is no failure; a read by file pointer would set no error
+            SetLastError(ERROR_SUCCESS);
             break;
         }
-        if (count == 0)
-            break;
         done += count;
     }
     return {.succeeded = true, .bytes = done};
