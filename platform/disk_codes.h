@@ -52,6 +52,9 @@ struct ScatterBuffer {
 
 inline constexpr std::size_t kMaxScatterBuffers = 16;
 
+struct ScatterRequest;
+using ScatterCompletion = std::uint32_t (*)(ScatterRequest* request);
+
 /// A transfer of whole sectors (SG_REQ). A driver leaves its result in status (a system error code) and calls
 /// nothing back when completion is null.
 struct ScatterRequest {
@@ -59,7 +62,7 @@ struct ScatterRequest {
     std::uint32_t sectorCount;
     std::uint32_t bufferCount;
     std::uint32_t status;
-    void* completion;
+    ScatterCompletion completion;
     ScatterBuffer buffers[kMaxScatterBuffers];
 };
 

@@ -37,6 +37,9 @@ class VolumeDevice final : public BlockDevice {
 
     [[nodiscard]] std::uint64_t SectorCount() const { return sectorCount_; }
 
+    /// Whether a range is made of whole sectors of the device.
+    [[nodiscard]] bool Contains(std::uint64_t offset, std::uint64_t length) const;
+
     /// Bytes of all sectors.
     [[nodiscard]] std::uint64_t Size() const override;
 
@@ -60,7 +63,7 @@ class VolumeDevice final : public BlockDevice {
     [[nodiscard]] std::uint64_t LastActivity() const { return lastActivity_.load(std::memory_order_relaxed); }
 
   private:
-    [[nodiscard]] bool Contains(std::uint64_t offset, std::uint64_t length) const;
+    [[nodiscard]] bool WriteToFile(std::uint64_t offset, std::span<const std::byte> piece) const;
     void NoteActivity() { lastActivity_.store(clock_(), std::memory_order_relaxed); }
 
     ActivityClock clock_;

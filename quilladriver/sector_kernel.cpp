@@ -1,0 +1,22 @@
+#include "quilladriver/sector_kernel.h"
+
+#include "quilladriver/kernels.h"
+
+namespace quilla {
+
+std::span<const SectorKernel* const> AllSectorKernels() {
+    static constexpr const SectorKernel* kKernels[] = {
+        &kTwofishPortable,
+        &kCast128Portable,
+    };
+    return kKernels;
+}
+
+const SectorKernel* ChooseSectorKernel(CipherId cipher) {
+    for (const SectorKernel* kernel : AllSectorKernels())
+        if (kernel->cipher == cipher && kernel->isSupported())
+            return kernel;
+    return nullptr;
+}
+
+} // namespace quilla

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "volume/twofish.h"
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+/// The two expanded keys of a volume enciphered with Twofish in XTS mode.
+struct TwofishKeyPair {
+    TwofishKey data;
+    TwofishKey tweak;
+};
+
+/// Expands the data key and derives and expands the tweak key. The caller wipes the result.
+void ExpandTwofishKeys(TwofishKeyPair& keys, const DataKey& key);
+
+} // namespace quilla

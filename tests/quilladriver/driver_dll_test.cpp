@@ -1,0 +1,180 @@
+// The driver as it is shipped: loaded by name, entered through its exports, on real files.
+
+#include "platform/disk_codes.h"
+#include "platform/win32/handle.h"
+#include "tests/quilladriver/test_sectors.h"
+#include "volume/volume_record.h"
+
+#include <cstdio>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <utility>
+
+namespace quilla {
+namespace {
+
+using test::RandomBytes;
+using test::SectorBytes;
+
+constexpr wchar_t kPath[] = L"driver_dll_test.raw";
+
+class DriverDllTest : public testing::Test {
+  protected:
+    DriverDllTest() {
+        library_.Reset(LoadLibraryA(QUILLA_DRIVER_PATH));
+        EXPECT_TRUE(library_) << GetLastError();
+        Resolve(init_, "SEC_Init");
+        Resolve(deinit_, "SEC_Deinit");
+        Resolve(open_, "SEC_Open");
+        Resolve(close_, "SEC_Close");
+        Resolve(read_, "SEC_Read");
+        Resolve(control_, "SEC_IOControl");
+        Resolve(kernelName_, "QuillaKernelName");
+        for (const char* name : {"SEC_Write", "SEC_Seek", "SEC_PowerUp", "SEC_PowerDown"})
+            EXPECT_NE(GetProcAddress(library_.Get(), name), nullptr) << name;
+        DeleteFileW(kPath);
+        CopyText(record_.Path, kPath);
+    }
+    ~DriverDllTest() override { DeleteFileW(kPath); }
+
+    static void CreateVolume(std::uint64_t size) {
+        const UniqueFile file(CreateFileW(kPath, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+        LARGE_INTEGER end{};
+        end.QuadPart = static_cast<LONGLONG>(size);
+        ASSERT_TRUE(SetFilePointerEx(file.Get(), end, nullptr, FILE_BEGIN) && SetEndOfFile(file.Get()));
+    }
+
+    std::uintptr_t Init() { return init_(reinterpret_cast<std::uintptr_t>(&record_)); }
+
+    template <typename Record>
+    BOOL Control(std::uintptr_t device, DWORD code, Record& in) {
+        return control_(device, code, reinterpret_cast<BYTE*>(&in), sizeof(in), nullptr, 0, nullptr);
+    }
+
+    BOOL Transfer(std::uintptr_t device, TransferDirection direction, std::uint64_t offset,
+                  SectorBytes& bytes) {
+        VolumeTransfer transfer{.offset = offset,
+                                .length = bytes.size(),
+                                .address = reinterpret_cast<std::uint8_t*>(bytes.data()),
+                                .direction = direction};
+        return Control(device, kIoctlVolumeTransfer, transfer);
+    }
+
+    VolumeRecord record_{};
+    UniqueLibrary library_;
+    std::uintptr_t (*init_)(std::uintptr_t) = nullptr;
+    BOOL (*deinit_)(std::uintptr_t) = nullptr;
+    std::uintptr_t (*open_)(std::uintptr_t, DWORD, DWORD) = nullptr;
+    BOOL (*close_)(std::uintptr_t) = nullptr;
+    DWORD (*read_)(std::uintptr_t, void*, DWORD) = nullptr;
+    BOOL (*control_)(std::uintptr_t, DWORD, BYTE*, DWORD, BYTE*, DWORD, DWORD*) = nullptr;
+    const char* (*kernelName_)(DWORD) = nullptr;
+
+  private:
+    template <typename Function>
+    void Resolve(Function& function, const char* name) {
+        function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library_.Get(), name)));
+        EXPECT_NE(function, nullptr) << name;
+    }
+};
+
+TEST_F(DriverDllTest, RefusesWhatItCannotServe) {
+    EXPECT_EQ(init_(0), 0U);
+    record_.Cipher = CipherId::Twofish;
+    EXPECT_EQ(Init(), 0U) << "no file";
+    CreateVolume(511);
+    EXPECT_EQ(Init(), 0U) << "less than a sector";
+    CreateVolume(1 << 20);
+    record_.Cipher = CipherId{4};
+    EXPECT_EQ(Init(), 0U) << "a cipher without a schedule";
+    record_.Cipher = CipherId::Twofish;
+    {
+        const UniqueFile user(CreateFileW(kPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+        EXPECT_EQ(Init(), 0U) << "in use";
+    }
+    PathText full;
+    std::fill(std::begin(full), std::end(full), L'x');
+    std::swap(full, record_.Path);
+    EXPECT_EQ(Init(), 0U) << "no end to the path";
+    std::swap(full, record_.Path);
+    const std::uintptr_t device = Init();
+    EXPECT_NE(device, 0U);
+    EXPECT_EQ(Init(), 0U) << "mounted already";
+    EXPECT_TRUE(deinit_(device));
+}
+
+TEST_F(DriverDllTest, ServesEveryCipherThroughAllCodes) {
+    constexpr std::uint64_t kSize = 6ULL << 30;
+    for (const CipherId cipher : {CipherId::None, CipherId::Cast128, CipherId::Twofish}) {
+        RandomBytes random(11);
+        CreateVolume(kSize);
+        record_.Cipher = cipher;
+        record_.Key = random.MakeKey();
+        record_.ActivityTime = 0;
+        std::uintptr_t device = Init();
+        ASSERT_NE(device, 0U);
+        EXPECT_NE(record_.ActivityTime, 0U);
+        const std::uintptr_t opened = open_(device, 0, 0);
+        TextUnit name[kDeviceNameUnits] = L"SEC0:";
+        EXPECT_TRUE(Control(opened, kIoctlDiskInitialized, name));
+
+        DiskInfo info{};
+        DWORD returned = 0;
+        EXPECT_TRUE(control_(opened, kIoctlDiskGetInfo, nullptr, 0, reinterpret_cast<BYTE*>(&info),
+                             sizeof(info), &returned));
+        EXPECT_EQ(returned, sizeof(info));
+        EXPECT_EQ(info.totalSectors, kSize / kSectorSize);
+
+        const SectorBytes plain = random.MakeSectors(70);
+        for (const std::uint64_t offset : {std::uint64_t{0}, kSize / 2, kSize - plain.size()}) {
+            SectorBytes bytes = plain;
+            EXPECT_TRUE(Transfer(opened, TransferDirection::Write, offset, bytes));
+            SectorBytes read(plain.size());
+            ScatterRequest request{};
+            request.start = static_cast<std::uint32_t>(offset / kSectorSize);
+            request.sectorCount = 70;
+            request.bufferCount = 1;
+            request.buffers[0] = {.address = reinterpret_cast<std::uint8_t*>(read.data()),
+                                  .length = static_cast<std::uint32_t>(read.size())};
+            EXPECT_TRUE(Control(opened, kIoctlDiskRead, request));
+            EXPECT_EQ(read, plain);
+        }
+        SectorBytes beyond(kSectorSize);
+        EXPECT_FALSE(Transfer(opened, TransferDirection::Read, kSize, beyond));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_FALSE(control_(opened, 0x4711, nullptr, 0, nullptr, 0, nullptr));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_SUPPORTED});
+        EXPECT_FALSE(control_(opened, kIoctlVolumeQuery, nullptr, sizeof(record_), nullptr, 0, nullptr));
+        EXPECT_EQ(read_(opened, beyond.data(), 512), static_cast<DWORD>(-1));
+
+        record_.ActivityTime = 0;
+        EXPECT_TRUE(Control(opened, kIoctlVolumeQuery, record_));
+        EXPECT_NE(record_.ActivityTime, 0U);
+        EXPECT_TRUE(Control(opened, kIoctlVolumeUpdate, record_));
+        EXPECT_TRUE(control_(opened, kIoctlDiskFlushCache, nullptr, 0, nullptr, 0, nullptr));
+        EXPECT_TRUE(close_(opened));
+        EXPECT_TRUE(control_(device, kIoctlVolumeDetach, nullptr, 0, nullptr, 0, nullptr));
+        EXPECT_TRUE(deinit_(device));
+
+        // The next mount finds what the last one wrote.
+        device = Init();
+        ASSERT_NE(device, 0U);
+        SectorBytes again(plain.size());
+        EXPECT_TRUE(Transfer(device, TransferDirection::Read, kSize / 2, again));
+        EXPECT_EQ(again, plain);
+        EXPECT_TRUE(deinit_(device));
+    }
+}
+
+TEST_F(DriverDllTest, NamesItsKernels) {
+    EXPECT_STREQ(kernelName_(0), "");
+    EXPECT_STREQ(kernelName_(5), "");
+    std::printf("CAST-128: %s\nTwofish: %s\n", kernelName_(6), kernelName_(10));
+    EXPECT_STRNE(kernelName_(6), "");
+    EXPECT_STRNE(kernelName_(10), "");
+}
+
+} // namespace
+} // namespace quilla

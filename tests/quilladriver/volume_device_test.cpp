@@ -1,0 +1,201 @@
+// The block device over real files: format, bounds, faults and parallel requests.
+
+#include "platform/thread.h"
+#include "tests/quilladriver/volume_fixture.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace quilla {
+namespace {
+
+using test::RandomBytes;
+using test::SectorBytes;
+using VolumeDeviceTest = test::VolumeTest;
+
+constexpr CipherId kCiphers[] = {CipherId::None, CipherId::Cast128, CipherId::Twofish};
+
+TEST_F(VolumeDeviceTest, FirstMiddleAndLastSectorsOfALargeVolume) {
+    constexpr std::uint64_t kSize = (5ULL << 30) + 511; // the tail is not part of the device
+    constexpr std::uint64_t kSectors = kSize / kSectorSize;
+    for (const CipherId cipherId : kCiphers) {
+        test::RemoveVolume();
+        CreateVolume(kSize);
+        RandomBytes random(6);
+        const DataKey key = random.MakeKey();
+        SectorCipher cipher;
+        ASSERT_TRUE(cipher.SetUp(cipherId, key));
+        VolumeDevice device(test::Ticks);
+        ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
+        ASSERT_EQ(device.SectorCount(), kSectors);
+
+        for (const std::uint64_t first : {std::uint64_t{0}, kSectors / 2 + 3, kSectors - 4}) {
+            const SectorBytes plain = random.MakeSectors(4);
+            SectorBytes sectors = plain;
+            ASSERT_TRUE(device.WriteSectors(first, sectors));
+            ASSERT_TRUE(device.ReadSectors(first, sectors));
+            EXPECT_EQ(sectors, plain);
+            ASSERT_TRUE(device.ReadSectors(first + 2, std::span(sectors).first(kSectorSize)));
+            EXPECT_TRUE(std::equal(sectors.begin(), sectors.begin() + kSectorSize, plain.begin() + 1024));
+            device.Close();
+            SectorBytes raw = RawBytes(first * kSectorSize, plain.size());
+            cipher.Decrypt(first, raw);
+            EXPECT_EQ(raw, plain);
+            ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
+        }
+    }
+}
+
+TEST_F(VolumeDeviceTest, RefusesWhatIsNotInsideTheDevice) {
+    CreateVolume(64 * kSectorSize + 100);
+    VolumeDevice device(test::Ticks);
+    ASSERT_TRUE(device.Open(OpenVolume(), CipherId::Twofish, DataKey{}));
+    constexpr std::uint64_t kEnd = 64 * kSectorSize;
+    constexpr std::uint64_t kHuge = std::numeric_limits<std::uint64_t>::max() - (kSectorSize - 1);
+    SectorBytes buffer(2 * kSectorSize, std::byte{0xA5});
+    const SectorBytes before = buffer;
+    const std::uint64_t activity = device.LastActivity();
+    for (const std::uint64_t offset : {kEnd, kEnd - kSectorSize, kHuge, kHuge - kSectorSize, std::uint64_t{1},
+                                       std::uint64_t{100}, std::uint64_t{1} << 63}) {
+        EXPECT_FALSE(device.Read(offset, buffer)) << offset;
+        EXPECT_FALSE(device.Write(offset, buffer)) << offset;
+        EXPECT_FALSE(device.WriteZeroes(offset, 2 * kSectorSize)) << offset;
+    }
+    EXPECT_FALSE(device.Read(0, std::span(buffer).first(100)));
+    EXPECT_FALSE(device.WriteZeroes(kSectorSize, kHuge));
+    EXPECT_FALSE(device.WriteSectors(std::uint64_t{1} << 55, buffer)); // times 512 wraps to zero
+    EXPECT_EQ(buffer, before);
+    EXPECT_EQ(device.LastActivity(), activity);
+    EXPECT_TRUE(device.Read(kEnd, {}));
+    device.Close();
+    EXPECT_FALSE(device.Read(0, buffer));
+    EXPECT_FALSE(device.Flush());
+    EXPECT_EQ(RawBytes(0, kEnd + 100), SectorBytes(kEnd + 100));
+}
+
+TEST_F(VolumeDeviceTest, RefusesVolumesItCannotServe) {
+    VolumeDevice device(test::Ticks);
+    EXPECT_FALSE(device.Open(File(), CipherId::Twofish, DataKey{}));
+    CreateVolume(kSectorSize - 1);
+    EXPECT_FALSE(device.Open(OpenVolume(), CipherId::Twofish, DataKey{}));
+    test::RemoveVolume();
+    CreateVolume(kSectorSize);
+    EXPECT_FALSE(device.Open(OpenVolume(), CipherId{3}, DataKey{}));
+    EXPECT_TRUE(OpenVolume().IsOpen()); // the refused device holds nothing
+    EXPECT_TRUE(device.Open(OpenVolume(), CipherId::Twofish, DataKey{}));
+    EXPECT_EQ(device.SectorCount(), 1U);
+}
+
+#ifndef _WIN32
+TEST_F(VolumeDeviceTest, AReadThatTheFileCutsShortFails) {
+    CreateVolume(16 * kSectorSize);
+    VolumeDevice device(test::Ticks);
+    ASSERT_TRUE(device.Open(OpenVolume(), CipherId::Cast128, DataKey{}));
+    ASSERT_EQ(truncate(test::VolumePath(), 10 * kSectorSize + 100), 0);
+    SectorBytes buffer(kSectorSize);
+    EXPECT_TRUE(device.ReadSectors(9, buffer));
+    EXPECT_FALSE(device.ReadSectors(10, buffer)); // less than half of it is left
+    EXPECT_FALSE(device.ReadSectors(15, buffer));
+    EXPECT_TRUE(device.ReadSectors(0, buffer)); // good requests go on
+}
+#endif
+
+TEST_F(VolumeDeviceTest, WritesEncipheredZeros) {
+    constexpr std::size_t kSectors = 1000; // several pieces and a rest
+    for (const CipherId cipherId : kCiphers) {
+        test::RemoveVolume();
+        CreateVolume(kSectors * kSectorSize);
+        RandomBytes random(7);
+        const DataKey key = random.MakeKey();
+        VolumeDevice device(test::Ticks);
+        ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
+        SectorBytes noise = random.MakeSectors(kSectors);
+        ASSERT_TRUE(device.Write(0, noise));
+        ASSERT_TRUE(device.WriteZeroes(kSectorSize, (kSectors - 2) * kSectorSize));
+        SectorBytes sectors(kSectors * kSectorSize);
+        ASSERT_TRUE(device.Read(0, sectors));
+        const auto inside = std::span(sectors).subspan(kSectorSize, (kSectors - 2) * kSectorSize);
+        EXPECT_TRUE(std::ranges::all_of(inside, [](std::byte b) { return b == std::byte{0}; }));
+        EXPECT_NE(sectors[0], std::byte{0});
+        EXPECT_NE(sectors.back(), std::byte{0});
+        device.Close();
+        const SectorBytes raw = RawBytes(kSectorSize, kSectorSize);
+        EXPECT_EQ(raw == SectorBytes(kSectorSize), cipherId == CipherId::None);
+    }
+}
+
+TEST_F(VolumeDeviceTest, NotesReadsAndWritesAsActivity) {
+    CreateVolume(16 * kSectorSize);
+    VolumeDevice device(test::Ticks);
+    ASSERT_TRUE(device.Open(OpenVolume(), CipherId::None, DataKey{}));
+    SectorBytes buffer(kSectorSize);
+    std::uint64_t last = device.LastActivity();
+    EXPECT_GT(last, 1000U);
+    const auto moved = [&] { return std::exchange(last, device.LastActivity()) != device.LastActivity(); };
+    EXPECT_TRUE(device.ReadSectors(0, buffer));
+    EXPECT_TRUE(moved());
+    EXPECT_TRUE(device.WriteSectors(0, buffer));
+    EXPECT_TRUE(moved());
+    EXPECT_TRUE(device.WriteZeroes(0, kSectorSize));
+    EXPECT_TRUE(moved());
+    EXPECT_TRUE(device.Flush()); // writes nothing new
+    EXPECT_FALSE(moved());
+}
+
+/// One thread's part of a volume, and what it knows to be in it.
+struct Worker {
+    static constexpr std::size_t kSectors = 300;
+
+    VolumeDevice* device = nullptr;
+    std::uint64_t first = 0;
+    std::uint32_t seed = 0;
+    int faults = 0;
+    Thread thread;
+
+    static void Run(void* context) { static_cast<Worker*>(context)->Work(); }
+
+    void Work() {
+        RandomBytes random(seed);
+        SectorBytes model(kSectors * kSectorSize);
+        faults += !device->WriteZeroes(first * kSectorSize, model.size());
+        for (int i = 0; i < 200; ++i) {
+            const std::size_t count = 1 + random.Below(80);
+            const std::size_t start = random.Below(static_cast<std::uint32_t>(kSectors - count));
+            const std::span mine = std::span(model).subspan(start * kSectorSize, count * kSectorSize);
+            if (i % 2 == 0) {
+                SectorBytes payload = random.MakeSectors(count);
+                std::ranges::copy(payload, mine.begin());
+                faults += !device->WriteSectors(first + start, payload);
+            } else {
+                SectorBytes read(count * kSectorSize);
+                faults += !device->ReadSectors(first + start, read) || !std::ranges::equal(read, mine);
+            }
+        }
+    }
+};
+
+TEST_F(VolumeDeviceTest, ParallelRequestsKeepToTheModel) {
+    for (const CipherId cipherId : {CipherId::Cast128, CipherId::Twofish}) {
+        std::array<Worker, 6> workers;
+        test::RemoveVolume();
+        CreateVolume(workers.size() * Worker::kSectors * kSectorSize);
+        VolumeDevice device(test::Ticks);
+        ASSERT_TRUE(device.Open(OpenVolume(), cipherId, RandomBytes(8).MakeKey()));
+        for (std::uint32_t i = 0; i < workers.size(); ++i) {
+            workers[i].device = &device;
+            workers[i].first = i * Worker::kSectors;
+            workers[i].seed = 100 + i;
+            ASSERT_TRUE(workers[i].thread.Start(Worker::Run, &workers[i]));
+        }
+        for (Worker& worker : workers) {
+            worker.thread.Join();
+            EXPECT_EQ(worker.faults, 0);
+        }
+    }
+}
+
+} // namespace
+} // namespace quilla

@@ -1,0 +1,239 @@
+// The control codes, with good and with broken records.
+
+#include "quilladriver/volume_driver.h"
+
+#include "platform/thread.h"
+#include "tests/quilladriver/volume_fixture.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace quilla {
+namespace {
+
+using test::RandomBytes;
+using test::SectorBytes;
+
+constexpr std::size_t kSectors = 2000;
+
+class VolumeDriverTest : public test::VolumeTest {
+  protected:
+    VolumeDriverTest() {
+        CreateVolume(kSectors * kSectorSize + 77);
+        CopyText(record_.Path, QUILLA_TEXT("\\Storage\\My.Data.raw"));
+        record_.Cipher = CipherId::Twofish;
+        record_.Key = RandomBytes(9).MakeKey();
+        EXPECT_TRUE(driver_.Attach(OpenVolume(), record_));
+    }
+
+    DriverStatus Control(std::uint32_t code, std::span<std::byte> in = {}, std::span<std::byte> out = {}) {
+        return driver_.Control(code, in, out, returned_);
+    }
+
+    template <typename Record>
+    static std::span<std::byte> BytesOf(Record& record) {
+        return std::as_writable_bytes(std::span(&record, 1));
+    }
+
+    DriverStatus Transfer(TransferDirection direction, std::uint64_t offset, SectorBytes& bytes) {
+        VolumeTransfer transfer{.offset = offset,
+                                .length = bytes.size(),
+                                .address = reinterpret_cast<std::uint8_t*>(bytes.data()),
+                                .direction = direction};
+        return Control(kIoctlVolumeTransfer, BytesOf(transfer));
+    }
+
+    /// A request for sectors over consecutive pieces of a buffer.
+    static ScatterRequest Scatter(std::uint32_t start, SectorBytes& bytes,
+                                  std::initializer_list<std::uint32_t> lengths) {
+        ScatterRequest request{};
+        request.start = start;
+        request.sectorCount = static_cast<std::uint32_t>(bytes.size() / kSectorSize);
+        request.status = 0xFFFF;
+        auto* address = reinterpret_cast<std::uint8_t*>(bytes.data());
+        for (const std::uint32_t length : lengths) {
+            request.buffers[request.bufferCount++] = {.address = address, .length = length};
+            address += length;
+        }
+        return request;
+    }
+
+    VolumeRecord record_{};
+    VolumeDriver driver_{test::Ticks};
+    std::uint32_t returned_ = 0;
+};
+
+TEST_F(VolumeDriverTest, TellsGeometryLengthAndName) {
+    for (const std::uint32_t code : {kIoctlDiskGetInfo, kDiskIoctlGetInfo}) {
+        DiskInfo info{};
+        ASSERT_EQ(Control(code, {}, BytesOf(info)), DriverStatus::Success);
+        EXPECT_EQ(returned_, sizeof(info));
+        EXPECT_EQ(info.totalSectors, kSectors);
+        EXPECT_EQ(info.bytesPerSector, kSectorSize);
+        DiskInfo asInput{};
+        EXPECT_EQ(Control(code, BytesOf(asInput)), DriverStatus::Success);
+        EXPECT_EQ(asInput.totalSectors, kSectors);
+        EXPECT_EQ(Control(code, {}, BytesOf(info).first(23)), DriverStatus::InsufficientBuffer);
+        EXPECT_EQ(Control(code), DriverStatus::InsufficientBuffer);
+    }
+    std::uint64_t length = 0;
+    EXPECT_EQ(Control(kIoctlDiskGetLength, {}, BytesOf(length)), DriverStatus::Success);
+    EXPECT_EQ(length, kSectors * kSectorSize);
+    PathText name{};
+    EXPECT_EQ(Control(kDiskIoctlGetName, {}, BytesOf(name)), DriverStatus::Success);
+    EXPECT_EQ(FieldText(name), TextView(QUILLA_TEXT("My.Data")));
+    EXPECT_EQ(returned_, 16U);
+    EXPECT_EQ(Control(kDiskIoctlGetName, {}, BytesOf(name).first(14)), DriverStatus::InsufficientBuffer);
+    EXPECT_EQ(Control(0x12345678), DriverStatus::NotSupported);
+}
+
+TEST_F(VolumeDriverTest, ScatterRequestsAndTransfersSeeTheSameSectors) {
+    RandomBytes random(10);
+    constexpr std::size_t kCount = 300; // more than one piece
+    const SectorBytes plain = random.MakeSectors(kCount);
+    const auto whole = static_cast<std::uint32_t>(plain.size());
+    for (const std::uint32_t cut : {512U, 1U, 511U, 70'001U, whole - 513}) {
+        SectorBytes payload = plain;
+        const std::uint32_t rest = whole - cut;
+        ScatterRequest write = Scatter(17, payload, {cut, 0, rest / 2, rest - rest / 2});
+        ASSERT_EQ(Control(cut % 2 != 0 ? kIoctlDiskWrite : kDiskIoctlWrite, BytesOf(write)),
+                  DriverStatus::Success);
+        EXPECT_EQ(write.status, 0U);
+        EXPECT_EQ(payload, plain) << "the caller's buffers were changed";
+
+        SectorBytes direct(whole);
+        ASSERT_EQ(Transfer(TransferDirection::Read, 17 * kSectorSize, direct), DriverStatus::Success);
+        EXPECT_EQ(direct, plain);
+        SectorBytes read(whole);
+        ScatterRequest request = Scatter(17, read, {rest, cut});
+        ASSERT_EQ(Control(cut % 2 != 0 ? kIoctlDiskRead : kDiskIoctlRead, BytesOf(request)),
+                  DriverStatus::Success);
+        EXPECT_EQ(read, plain);
+    }
+    SectorBytes part(kSectorSize);
+    VolumeTransfer zeroes{.offset = 18 * kSectorSize,
+                          .length = kSectorSize,
+                          .address = nullptr,
+                          .direction = TransferDirection::WriteZeroes};
+    EXPECT_EQ(Control(kIoctlVolumeTransfer, BytesOf(zeroes)), DriverStatus::Success);
+    EXPECT_EQ(Transfer(TransferDirection::Read, 18 * kSectorSize, part), DriverStatus::Success);
+    EXPECT_EQ(part, SectorBytes(kSectorSize));
+    EXPECT_EQ(Control(kIoctlDiskFlushCache), DriverStatus::Success);
+}
+
+TEST_F(VolumeDriverTest, TellsTheCompletionRoutine) {
+    static ScatterRequest* completed;
+    completed = nullptr;
+    SectorBytes bytes(kSectorSize);
+    ScatterRequest request = Scatter(kSectors, bytes, {kSectorSize}); // behind the end
+    request.completion = [](ScatterRequest* done) {
+        completed = done;
+        return std::uint32_t{0};
+    };
+    EXPECT_EQ(Control(kIoctlDiskRead, BytesOf(request)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(request.status, static_cast<std::uint32_t>(DriverStatus::InvalidParameter));
+    EXPECT_EQ(completed, &request);
+}
+
+TEST_F(VolumeDriverTest, RefusesBrokenRequests) {
+    SectorBytes bytes(2 * kSectorSize, std::byte{1});
+    const auto refused = [&](ScatterRequest request) {
+        return Control(kIoctlDiskRead, BytesOf(request)) == DriverStatus::InvalidParameter &&
+               Control(kIoctlDiskWrite, BytesOf(request)) == DriverStatus::InvalidParameter;
+    };
+    EXPECT_TRUE(refused(Scatter(0, bytes, {1023})));
+    EXPECT_TRUE(refused(Scatter(0, bytes, {1024, 1})));
+    EXPECT_TRUE(refused(Scatter(0, bytes, {})));
+    EXPECT_TRUE(refused(Scatter(kSectors - 1, bytes, {1024})));
+    EXPECT_TRUE(refused(Scatter(0xFFFF'FFFF, bytes, {1024})));
+    ScatterRequest request = Scatter(0, bytes, {1024});
+    request.bufferCount = kMaxScatterBuffers + 1;
+    EXPECT_TRUE(refused(request));
+    request.bufferCount = 0xFFFF'FFFF;
+    EXPECT_TRUE(refused(request));
+    request = Scatter(0, bytes, {1024});
+    request.buffers[0].address = nullptr;
+    EXPECT_TRUE(refused(request));
+    request = Scatter(0, bytes, {512, 512});
+    for (std::size_t size = 0; size < offsetof(ScatterRequest, buffers) + 2 * sizeof(ScatterBuffer); ++size)
+        EXPECT_EQ(Control(kIoctlDiskRead, BytesOf(request).first(size)), DriverStatus::InvalidParameter);
+
+    EXPECT_EQ(Transfer(TransferDirection::Read, kSectors * kSectorSize, bytes),
+              DriverStatus::InvalidParameter);
+    EXPECT_EQ(Transfer(TransferDirection::Write, 1, bytes), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Transfer(TransferDirection{3}, 0, bytes), DriverStatus::InvalidParameter);
+    VolumeTransfer nowhere{
+        .offset = 0, .length = 512, .address = nullptr, .direction = TransferDirection::Read};
+    EXPECT_EQ(Control(kIoctlVolumeTransfer, BytesOf(nowhere)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(kIoctlVolumeTransfer, BytesOf(nowhere).first(8)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(kIoctlVolumeQuery, BytesOf(record_).first(1127)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(kIoctlVolumeUpdate), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(kIoctlDiskInitialized), DriverStatus::InvalidParameter);
+    EXPECT_EQ(bytes, SectorBytes(2 * kSectorSize, std::byte{1}));
+}
+
+TEST_F(VolumeDriverTest, KeepsTheActivityTime) {
+    const std::uint64_t mounted = record_.ActivityTime;
+    EXPECT_NE(mounted, 0U);
+    VolumeRecord before = record_;
+    EXPECT_EQ(Control(kIoctlVolumeQuery, BytesOf(record_)), DriverStatus::Success);
+    EXPECT_EQ(record_.ActivityTime, mounted);
+    SectorBytes bytes(kSectorSize);
+    EXPECT_EQ(Transfer(TransferDirection::Read, 0, bytes), DriverStatus::Success);
+    EXPECT_EQ(record_.ActivityTime, mounted); // only a query touches the record
+    EXPECT_EQ(Control(kIoctlVolumeQuery, BytesOf(record_)), DriverStatus::Success);
+    EXPECT_GT(record_.ActivityTime, mounted);
+    before.ActivityTime = record_.ActivityTime;
+    EXPECT_EQ(std::memcmp(&before, &record_, sizeof(before)), 0);
+    EXPECT_EQ(Control(kIoctlVolumeUpdate, BytesOf(record_)), DriverStatus::Success);
+}
+
+TEST_F(VolumeDriverTest, DetachReleasesTheFile) {
+    EXPECT_FALSE(OpenVolume().IsOpen());
+    EXPECT_EQ(Control(kIoctlVolumeDetach), DriverStatus::Success);
+    EXPECT_TRUE(OpenVolume().IsOpen());
+    SectorBytes bytes(kSectorSize);
+    EXPECT_EQ(Transfer(TransferDirection::Read, 0, bytes), DriverStatus::NotReady);
+    EXPECT_EQ(Control(kIoctlDiskFlushCache), DriverStatus::NotReady);
+    EXPECT_EQ(Control(kIoctlVolumeDetach), DriverStatus::Success);
+}
+
+TEST_F(VolumeDriverTest, DetachLetsRunningRequestsFinish) {
+    struct Load {
+        VolumeDriver* driver;
+        int oddResults = 0;
+        Thread thread;
+    };
+    const auto writeUntilRefused = [](void* context) {
+        auto& load = *static_cast<Load*>(context);
+        SectorBytes bytes(64 * kSectorSize);
+        VolumeTransfer transfer{.offset = 0,
+                                .length = bytes.size(),
+                                .address = reinterpret_cast<std::uint8_t*>(bytes.data()),
+                                .direction = TransferDirection::Write};
+        DriverStatus status = DriverStatus::Success;
+        std::uint32_t returned = 0;
+        while (status == DriverStatus::Success)
+            status = load.driver->Control(kIoctlVolumeTransfer, BytesOf(transfer), {}, returned);
+        load.oddResults += status != DriverStatus::NotReady;
+    };
+    std::array<Load, 4> loads;
+    for (Load& load : loads) {
+        load.driver = &driver_;
+        ASSERT_TRUE(load.thread.Start(writeUntilRefused, &load));
+    }
+    std::uint64_t length = 0;
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(Control(kIoctlDiskGetLength, {}, BytesOf(length)), DriverStatus::Success);
+    std::uint32_t returned = 0;
+    EXPECT_EQ(driver_.Control(kIoctlVolumeDetach, {}, {}, returned), DriverStatus::Success);
+    EXPECT_TRUE(OpenVolume().IsOpen());
+    for (Load& load : loads) {
+        load.thread.Join();
+        EXPECT_EQ(load.oddResults, 0);
+    }
+}
+
+} // namespace
+} // namespace quilla
