@@ -3,6 +3,7 @@
 #include "driver/driver_control.h"
 #include "driver/mount_observer.h"
 #include "driver/request_block.h"
+#include "platform/desktop/wake_up_timer.h"
 #include "store/volume_list.h"
 
 #include <windows.h>
@@ -14,7 +15,6 @@ namespace quilla {
 class RequestServer {
   public:
     RequestServer(BListView& list, DriverControl& driver, MountObserver& observer);
-    ~RequestServer();
     RequestServer(const RequestServer&) = delete;
     RequestServer& operator=(const RequestServer&) = delete;
 
@@ -28,18 +28,38 @@ class RequestServer {
     /// Dismounts every mounted volume, from the last row to the first.
     void DismountAll();
 
-    /// Dismounts every volume whose time-out ends within 15 seconds from now.
+    /// Dismounts every volume whose time-out ends within 15 seconds from now. While any volume is mounted
+    /// this happens every 15 seconds by itself.
     void CheckTimeouts();
 
+    /// Whether a request is being served at this moment. An error box may be open then, so that the user can
+    /// reach the main window: rows must not be removed.
+    [[nodiscard]] bool IsServing() const { return busy_ != 0; }
+
+    /// The close rule: the main window may be destroyed only while no volume is mounted and no request is
+    /// being served; otherwise it hides.
+    [[nodiscard]] bool MayClose() const;
+
   private:
-    LRESULT Perform(RequestBlock& request);
-    LRESULT Mount(RequestBlock& request);
-    LRESULT DismountRequested(RequestBlock& request);
+    /// A volume of the list; none without memory for one more.
+    struct Listed {
+        int row;
+        VolumeRecord* record;
+    };
+
+    LRESULT Perform(const RequestBlock& request, VolumeRecord& reply);
+    LRESULT Query(const VolumeRecord& wanted, VolumeRecord& reply);
+    LRESULT Mount(const VolumeRecord& wanted, VolumeRecord& reply);
+    LRESULT DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply);
+    [[nodiscard]] Listed Find(const VolumeRecord& wanted);
     void Dismount(int row, DismountReason reason);
+    static void Sweep(void* server);
 
     BListView& list_;
     DriverControl& driver_;
     MountObserver& observer_;
+    WakeUpTimer sweep_{Sweep, this};
+    unsigned busy_ = 0;
 };
 
 } // namespace quilla

@@ -1,0 +1,76 @@
+#include "store/registry_store.h"
+
+#include "platform/win32/handle.h"
+#include "store/default_key_path.h"
+#include "store/volume_list.h"
+#include "toolkit/list_view.h"
+
+#include <commctrl.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr wchar_t kVolumesKey[] = L"Software\\Orvane\\Quilla\\Volumes";
+
+/// One value of the key: its name is the volume's path, its data the key path.
+struct StoredVolume {
+    PathText path;
+    PathText keyPath;
+};
+static_assert(sizeof(PathText) == 520);
+
+/// Reads value number index, its key path replaced by the default one where it is unusable. Returns the
+/// system's result.
+LSTATUS ReadStoredVolume(HKEY key, DWORD index, StoredVolume& volume) {
+    DWORD type = REG_NONE;
+    DWORD size = sizeof(volume.keyPath);
+    DWORD units = kPathUnits;
+    LSTATUS status = RegEnumValueW(key, index, volume.path, &units, nullptr, &type,
+                                   reinterpret_cast<BYTE*>(volume.keyPath), &size);
+    if (status == ERROR_MORE_DATA) { // a value of some other size is as good as one of another type
+        size = 0;
+        units = kPathUnits;
+        status = RegEnumValueW(key, index, volume.path, &units, nullptr, nullptr, nullptr, nullptr);
+    }
+    if (status != ERROR_SUCCESS)
+        return status;
+    volume.keyPath[kPathUnits - 1] = 0;
+    if (type != REG_BINARY || size != sizeof(volume.keyPath) || volume.keyPath[0] == 0)
+        DefaultKeyPath(FieldText(volume.path), volume.keyPath);
+    return status;
+}
+
+} // namespace
+
+void LoadVolumeList(BListView& list) {
+    HKEY opened = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, kVolumesKey, 0, KEY_READ, &opened) != ERROR_SUCCESS)
+        return;
+    const UniqueRegistryKey key(opened);
+    for (DWORD index = 0;; ++index) {
+        StoredVolume volume;
+        const LSTATUS status = ReadStoredVolume(key.Get(), index, volume);
+        if (status == ERROR_SUCCESS)
+            FindVolume(list, volume.path, volume.keyPath);
+        else if (status != ERROR_MORE_DATA) // a name longer than any path names no volume
+            return;
+    }
+}
+
+void SaveVolumeList(const BListView& list) {
+    RegDeleteKeyW(HKEY_CURRENT_USER, kVolumesKey);
+    HKEY created = nullptr;
+    RegCreateKeyExW(HKEY_CURRENT_USER, kVolumesKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                    nullptr, &created, nullptr);
+    const UniqueRegistryKey key(created);
+    for (int row = ListView_GetItemCount(list.hwnd) - 1; row >= 0; --row) {
+        const VolumeRecord& record = RecordAt(list, row);
+        PathText keyPath{};
+        CopyText(keyPath, FieldText(record.KeyPath));
+        RegSetValueExW(key.Get(), record.Path, 0, REG_BINARY, reinterpret_cast<const BYTE*>(keyPath),
+                       sizeof(keyPath));
+    }
+}
+
+} // namespace quilla
