@@ -45,7 +45,7 @@ void NbdConnection::Serve(std::span<std::byte> received, std::span<std::byte> ga
     socket_.SetTimeout(0);
     nbd::ByteDevice device(server_.device_, server_.ranges_);
     nbd::Transmission transmission(reader, replies, device, server_.phase_);
-    static_cast<void>(transmission.Run());
+    saidGoodbye = transmission.Run();
     socket_.FinishSending();
 }
 

@@ -38,6 +38,7 @@ class NbdConnection {
     void Close() { socket_.Close(); }
 
     State state = State::Handshake;
+    bool saidGoodbye = false;
     /// Connections are numbered in the order of their arrival.
     const std::uint64_t number;
 

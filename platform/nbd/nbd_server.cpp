@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace quilla {
 
@@ -104,8 +105,11 @@ bool NbdServer::Attach(NbdConnection& connection) {
 
 void NbdServer::Finish(NbdConnection& connection) {
     const LockGuard guard(lock_);
-    if (connection.state == State::Attached)
+    if (connection.state == State::Attached) {
         --attached_;
+        if (phase_ != ServerPhase::Serving && !connection.saidGoodbye)
+            ++cutOff_;
+    }
     connection.state = State::Finished;
     connection.Close();
     --running_;
@@ -113,32 +117,26 @@ void NbdServer::Finish(NbdConnection& connection) {
 }
 
 NbdStopReport NbdServer::Stop() {
-    NbdStopReport report;
     if (!listener_.IsOpen())
-        return report;
+        return {};
     phase_ = ServerPhase::Stopping;
     listener_.Stop();
     acceptor_.Join();
     listener_.Close();
-    report.clientsCutOff = EndConnections();
-    report.flushed = device_.Flush();
-    return report;
+    EndConnections();
+    return {.clientsCutOff = std::exchange(cutOff_, 0U), .flushed = device_.Flush()};
 }
 
-/// Lets every connection complete what it has received, within the time given, and joins all of them. Returns
-/// how many were attached.
-unsigned NbdServer::EndConnections() {
-    unsigned cutOff = 0;
+/// Lets every connection complete what it has received, within the time given, and joins all of them.
+void NbdServer::EndConnections() {
     const std::uint64_t deadline = MonotonicMilliseconds() + limits_.stopMilliseconds;
     {
         const LockGuard guard(lock_);
         for (const Slot& slot : connections_) {
             if (slot && slot->state == State::Handshake)
                 slot->Dismiss();
-            else if (slot && slot->state == State::Attached) {
-                ++cutOff;
+            else if (slot && slot->state == State::Attached)
                 slot->StopReceiving();
-            }
         }
         for (std::uint64_t now = MonotonicMilliseconds(); running_ > 0 && now < deadline;
              now = MonotonicMilliseconds())
@@ -150,7 +148,6 @@ unsigned NbdServer::EndConnections() {
     }
     for (Slot& slot : connections_)
         slot.reset();
-    return cutOff;
 }
 
 } // namespace quilla

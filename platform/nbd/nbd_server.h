@@ -75,7 +75,7 @@ class NbdServer {
     void AcceptConnections();
     void Admit(Socket client);
     [[nodiscard]] Slot* FindRoom();
-    [[nodiscard]] unsigned EndConnections();
+    void EndConnections();
 
     // For connections, from their own threads.
     [[nodiscard]] nbd::Export TheExport() const;
@@ -94,6 +94,7 @@ class NbdServer {
     std::array<Slot, kMaxConnections> connections_; // changed by the acceptor, or after its end
     std::uint64_t admitted_ = 0;
     unsigned running_ = 0; // connections that have not finished
+    unsigned cutOff_ = 0;  // clients that a stop has cut off
     std::atomic<unsigned> attached_ = 0;
     std::atomic<nbd::ServerPhase> phase_{};
 };

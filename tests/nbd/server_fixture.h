@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/nbd/nbd_server.h"
+#include "tests/nbd/memory_device.h"
+#include "tests/nbd/nbd_client.h"
+
+#include <gtest/gtest.h>
+
+namespace quilla::test {
+
+inline constexpr std::string_view kName = "SEC0-00112233445566778899aabbccddeeff";
+
+/// A server over a device in memory.
+class ServerTest : public testing::Test {
+  protected:
+    explicit ServerTest(NbdLimits limits = {}, std::size_t size = 8U << 20)
+        : device(size), server(device, kName, limits) {
+        for (std::size_t i = 0; i < size; ++i)
+            device.bytes[i] = static_cast<std::byte>(i * 7 + i / 512);
+    }
+    void SetUp() override { ASSERT_TRUE(server.Start()); }
+    void TearDown() override {
+        server.Stop();
+        EXPECT_EQ(device.rulesBroken, 0) << "the device was asked for something outside its rules";
+    }
+
+    [[nodiscard]] NbdClient Connect() const { return NbdClient(server.Port()); }
+    [[nodiscard]] Bytes Stored(std::uint64_t offset, std::size_t length) const {
+        const auto* const first = reinterpret_cast<const std::uint8_t*>(device.bytes.data()) + offset;
+        return Bytes(first, first + length);
+    }
+
+    MemoryDevice device;
+    NbdServer server;
+};
+
+} // namespace quilla::test

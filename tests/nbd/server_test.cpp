@@ -1,0 +1,255 @@
+// Many clients at once, the limits of the server, and how it stops.
+
+#include "tests/nbd/server_fixture.h"
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <filesystem>
+#endif
+
+namespace quilla::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+bool Await(const std::function<bool()>& condition) {
+    for (const auto end = Clock::now() + 10s; Clock::now() < end; std::this_thread::sleep_for(1ms))
+        if (condition())
+            return true;
+    return false;
+}
+
+std::size_t CountHandles() {
+#ifdef _WIN32
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+#else
+    const std::filesystem::directory_iterator files("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+#endif
+}
+
+class NbdServerTest : public ServerTest {
+  protected:
+    NbdServerTest() : ServerTest(NbdLimits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
+};
+
+TEST_F(NbdServerTest, AHundredStrangersDoNotDisturbAClientInUse) {
+    NbdClient client = Connect();
+    ASSERT_TRUE(client.Enter(kName));
+    std::vector<NbdClient> strangers;
+    Random random(5);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        strangers.push_back(Connect());
+        Bytes noise(random.Below(200));
+        for (std::uint8_t& byte : noise)
+            byte = random.Byte();
+        if (i % 2 == 0)
+            static_cast<void>(strangers.back().Send(noise));
+        ASSERT_EQ(client.Write(i * 4096, Bytes(512, 1)), kOk);
+        ASSERT_EQ(client.Read(i * 4096, 1024), Stored(i * 4096, 1024));
+    }
+    NbdClient second = Connect();
+    EXPECT_TRUE(second.Enter(kName)) << "strangers make room";
+    EXPECT_EQ(server.ConnectedClients(), 2U);
+}
+
+TEST_F(NbdServerTest, BoundsTheClientsInside) {
+    std::vector<NbdClient> clients;
+    for (std::size_t i = 0; i < NbdServer::kMaxConnections; ++i) {
+        clients.push_back(Connect());
+        ASSERT_TRUE(clients.back().Enter(kName)) << i;
+    }
+    NbdClient excess = Connect();
+    EXPECT_TRUE(excess.IsClosed());
+    clients.front().Close();
+    ASSERT_TRUE(Await([this] { return server.ConnectedClients() < NbdServer::kMaxConnections; }));
+    EXPECT_TRUE(Connect().Enter(kName));
+    EXPECT_EQ(clients.back().Read(0, 512), Stored(0, 512));
+}
+
+TEST_F(NbdServerTest, StopsAtOnceWhenNobodyIsThere) {
+    EXPECT_TRUE(Connect().Greet()); // one that will sit in its handshake, or be gone already
+    const auto start = Clock::now();
+    const NbdStopReport report = server.Stop();
+    EXPECT_LT(Clock::now() - start, 500ms);
+    EXPECT_EQ(report.clientsCutOff, 0U);
+    EXPECT_TRUE(report.flushed);
+    EXPECT_EQ(device.flushes, 1);
+    EXPECT_EQ(server.Stop().clientsCutOff, 0U);
+    EXPECT_EQ(device.flushes, 1) << "a second stop does nothing";
+}
+
+TEST_F(NbdServerTest, StopCompletesWhatIsInFlight) {
+    NbdClient idle = Connect();
+    NbdClient reader = Connect();
+    NbdClient writer = Connect();
+    ASSERT_TRUE(idle.Enter(kName) && reader.Enter(kName) && writer.Enter(kName));
+    device.CloseGate();
+    Message reads;
+    for (std::uint64_t i = 0; i < 8; ++i)
+        reads.Put(RequestBytes(kCmdRead, i * 512, 512, 0, i));
+    ASSERT_TRUE(reader.Send(reads.Get()));
+    ASSERT_TRUE(writer.SendRequest(kCmdWrite, 1 << 20, 4096, Bytes(4096, 0x42)));
+    device.AwaitRequestAtGate();
+    ASSERT_TRUE(Await([&] { return true; }));
+    std::this_thread::sleep_for(100ms);
+    NbdStopReport report;
+    std::thread stopper([&] { report = server.Stop(); });
+    EXPECT_TRUE(idle.IsClosed()) << "nothing of this one is in flight";
+    device.OpenGate();
+    for (std::uint64_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(reader.ReceiveReply(i), kOk);
+        EXPECT_EQ(reader.Receive(512), Stored(i * 512, 512));
+    }
+    EXPECT_TRUE(reader.IsClosed());
+    EXPECT_EQ(writer.ReceiveReply(), kOk);
+    stopper.join();
+    EXPECT_EQ(report.clientsCutOff, 3U);
+    EXPECT_TRUE(report.flushed);
+    EXPECT_EQ(Stored(1 << 20, 4096), Bytes(4096, 0x42));
+    EXPECT_EQ(server.ConnectedClients(), 0U);
+}
+
+TEST_F(NbdServerTest, StopDoesNotWaitForPeersThatStall) {
+    NbdClient deaf = Connect(); // never takes its replies
+    NbdClient mute = Connect(); // never ends its write
+    ASSERT_TRUE(deaf.Enter(kName) && mute.Enter(kName));
+    for (int i = 0; i < 64; ++i)
+        ASSERT_TRUE(deaf.SendRequest(kCmdRead, 0, 8U << 20));
+    ASSERT_TRUE(mute.SendRequest(kCmdWrite, 0, 65536, Bytes(100)));
+    std::this_thread::sleep_for(100ms);
+    const auto start = Clock::now();
+    EXPECT_EQ(server.Stop().clientsCutOff, 2U);
+    EXPECT_LT(Clock::now() - start, 4s);
+}
+
+TEST_F(NbdServerTest, StopsUnderLoad) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 6; ++i)
+        threads.emplace_back([this, i] {
+            NbdClient client = Connect();
+            if (!client.Enter(kName))
+                return;
+            const Bytes payload(65536, static_cast<std::uint8_t>(i));
+            while (client.Write(static_cast<std::uint64_t>(i) << 20, payload) == kOk)
+                if (!client.Read(static_cast<std::uint64_t>(i) << 20, 65536))
+                    break;
+        });
+    ASSERT_TRUE(Await([this] { return server.ConnectedClients() == 6; }));
+    std::this_thread::sleep_for(50ms);
+    const auto start = Clock::now();
+    EXPECT_EQ(server.Stop().clientsCutOff, 6U);
+    EXPECT_LT(Clock::now() - start, 4s);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST_F(NbdServerTest, StartsAgainAndAgainWithoutGrowth) {
+    std::size_t handles = 0;
+    for (int i = 0; i < 60; ++i) {
+        server.Stop();
+        ASSERT_TRUE(server.Start());
+        NbdClient client = Connect();
+        ASSERT_TRUE(client.Enter(kName));
+        ASSERT_EQ(client.Read(0, 512), Stored(0, 512));
+        if (i == 9)
+            handles = CountHandles();
+    }
+    EXPECT_LE(CountHandles(), handles + 4);
+}
+
+/// Eight clients work on the same sectors. In the first area whole sectors are written, each with one
+/// repeated number: a sector read back with two numbers was torn. In the second area every client owns a lane
+/// of 64 bytes in each sector and finds its own last bytes there: a lost read-modify-write would show. In the
+/// third area client 0 writes whole sectors while the others write the lane of each sector that it does not
+/// look at.
+class SharedSectors {
+  public:
+    static constexpr std::uint32_t kSectors = 24;
+
+    SharedSectors(std::uint16_t port, unsigned index) : client_(port), index_(index), random_(index) {}
+
+    void Run(int rounds) {
+        ASSERT_TRUE(client_.Enter(kName));
+        std::array<void (SharedSectors::*)(), 4> steps = {&SharedSectors::WriteWhole,
+                                                          &SharedSectors::ReadWhole, &SharedSectors::UseLane,
+                                                          &SharedSectors::MixBoth};
+        for (int i = 0; i < rounds && !testing::Test::HasFatalFailure(); ++i)
+            (this->*steps[random_.Below(4)])();
+    }
+
+  private:
+    void WriteWhole() {
+        const std::uint32_t first = random_.Below(kSectors);
+        const std::uint32_t count = 1 + random_.Below(kSectors - first);
+        Bytes payload(count * 512);
+        for (std::uint32_t i = 0; i < count; ++i)
+            std::fill_n(payload.begin() + i * 512, 512, random_.Byte());
+        ASSERT_EQ(client_.Write(first * 512, payload, random_.Below(8) == 0 ? kFua : std::uint16_t{0}), kOk);
+    }
+
+    void ReadWhole() {
+        const auto area = client_.Read(0, kSectors * 512);
+        ASSERT_TRUE(area);
+        for (std::uint32_t i = 0; i < kSectors; ++i)
+            ASSERT_EQ(std::count(area->begin() + i * 512, area->begin() + (i + 1) * 512, area->at(i * 512)),
+                      512)
+                << "torn sector " << i;
+    }
+
+    void UseLane() {
+        const std::uint32_t sector = random_.Below(kSectors);
+        const std::uint64_t at = (kSectors + sector) * 512 + index_ * 64;
+        if (!lane_[sector].empty()) {
+            ASSERT_EQ(client_.Read(at, 64), lane_[sector]) << "lost update";
+        }
+        lane_[sector] = Bytes(64, random_.Byte());
+        ASSERT_EQ(client_.Write(at, lane_[sector]), kOk);
+        if (random_.Below(16) == 0) {
+            ASSERT_EQ(client_.Do(kCmdFlush, 0, 0), kOk);
+        }
+    }
+
+    void MixBoth() {
+        const std::uint32_t sector = random_.Below(kSectors);
+        const std::uint64_t at = (2 * kSectors + sector) * 512;
+        if (index_ != 0) {
+            ASSERT_EQ(client_.Write(at + 64, Bytes(64, random_.Byte())), kOk);
+            return;
+        }
+        if (!whole_[sector].empty()) {
+            const auto read = client_.Read(at, 512);
+            ASSERT_TRUE(read);
+            ASSERT_TRUE(std::equal(read->begin() + 128, read->end(), whole_[sector].begin() + 128))
+                << "lost write";
+        }
+        whole_[sector] = Bytes(512, random_.Byte());
+        ASSERT_EQ(client_.Write(at, whole_[sector]), kOk);
+    }
+
+    NbdClient client_;
+    const unsigned index_;
+    Random random_;
+    std::array<Bytes, kSectors> lane_;
+    std::array<Bytes, kSectors> whole_;
+};
+
+TEST_F(NbdServerTest, SectorsAreAtomicUnderEightClients) {
+    std::fill_n(device.bytes.begin(), SharedSectors::kSectors * 512, std::byte{0});
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 8; ++i)
+        threads.emplace_back([this, i] { SharedSectors(server.Port(), i).Run(300); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace
+} // namespace quilla::test
