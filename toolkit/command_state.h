@@ -5,7 +5,7 @@
 namespace quilla {
 
 /// A question how a command is to be shown, on its way up from the focused object: each object that knows the
-/// command answers by calling the operations.
+/// command answers by calling the operations. The order of the operations is fixed.
 class BCommandState {
   public:
     virtual void Enable(bool enable) = 0;
@@ -61,7 +61,7 @@ class BToolbarButtonState final : public BCommandState {
     HWND target;
 };
 
-/// Only asks whether a command is enabled.
+/// Only asks whether a command is enabled, which it is until somebody objects.
 class BProbeState final : public BCommandState {
   public:
     explicit BProbeState(int commandId) : BCommandState(commandId) {}

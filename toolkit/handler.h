@@ -1,39 +1,31 @@
 #pragma once
 
+#include "toolkit/command_state.h"
 #include "toolkit/message.h"
 
 namespace quilla {
 
-class BCommandState;
-
-/// Whatever takes messages, notifications, commands and questions about command states. The order of the
-/// operations is part of the toolkit's interface.
+/// Root of everything that messages, notifications and commands can reach. The order of the operations is
+/// fixed. Objects belong to whoever made them and are never freed through this class.
 class BHandler {
   public:
     /// What happens to a message that nobody handles.
     virtual LRESULT DefaultProc(BMessage& message) = 0;
-
-    /// Handles a message; the root gives it default processing.
+    /// A message; default processing of the current message here.
     virtual LRESULT OnMessage(BMessage& message);
-
-    /// Handles a notification (WM_NOTIFY) of a control.
+    /// A WM_NOTIFY notification; default processing here.
     virtual LRESULT OnNotify(NMHDR& header);
-
-    /// Handles a command: id and code are the words of WM_COMMAND, control is null for menus and
-    /// accelerators.
+    /// A command (code 0) or a control's notification; control is null for menu items and accelerators.
+    /// Default processing here.
     virtual LRESULT OnCommand(int id, int code, HWND control);
-
-    /// Answers how the command state.id is to be shown; the root leaves the state alone.
+    /// A question about a command's state; left unanswered here.
     virtual void OnUpdateCommand(BCommandState& state);
 
   protected:
-    BHandler() = default;
     ~BHandler() = default;
-    BHandler(const BHandler&) = delete;
-    BHandler& operator=(const BHandler&) = delete;
 };
 
-/// Default processing of the message that is being dispatched.
+/// Default processing: the object's DefaultProc for the message being dispatched; 0 outside dispatch.
 LRESULT CallDefault(BHandler& object);
 
 } // namespace quilla

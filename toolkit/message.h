@@ -1,15 +1,19 @@
 #pragma once
 
 #include <cstddef>
-#include <type_traits>
 #include <windows.h>
 
 namespace quilla {
 
-/// A window message on its way through the toolkit. It begins as the platform's MSG does, so that a message
-/// from the queue can be handed to anything that takes one of these.
+/// One message on its way through the toolkit. Its fields are the first four of the platform's MSG.
 struct BMessage {
-    HWND hwnd; ///< the window that received the message
+    BMessage(HWND receiver, UINT code, WPARAM first, LPARAM second)
+        : hwnd(receiver), message(code), wParam(first), lParam(second) {}
+
+    /// A message from the queue, for any operation that takes a BMessage.
+    BMessage(const MSG& queued) : BMessage(queued.hwnd, queued.message, queued.wParam, queued.lParam) {}
+
+    HWND hwnd; ///< The window that received the message; a reflected message keeps naming the parent.
     UINT message;
     WPARAM wParam;
     LPARAM lParam;

@@ -1,0 +1,115 @@
+#include "toolkit/browse_button.h"
+
+namespace quilla {
+
+namespace {
+
+constexpr wchar_t kCaption[] = L"...";
+constexpr int kCaptionLength = 3;
+
+POINT PointOf(LPARAM position) {
+    return {static_cast<short>(LOWORD(position)), static_cast<short>(HIWORD(position))};
+}
+
+RECT ClientRectangle(HWND window) {
+    RECT rectangle = {};
+    GetClientRect(window, &rectangle);
+    return rectangle;
+}
+
+} // namespace
+
+LRESULT BrowseButton::OnMessage(BMessage& message) {
+    switch (message.message) {
+    case WM_PAINT:
+        OnPaint();
+        return 0;
+    case WM_LBUTTONDOWN:
+        OnButtonDown();
+        return 0;
+    case WM_MOUSEMOVE:
+        OnMouseMove(PointOf(message.lParam));
+        return 0;
+    case WM_LBUTTONUP:
+        OnButtonUp();
+        return 0;
+    case WM_CAPTURECHANGED: // somebody else has taken the pointer: it will not be released here
+        SetPressed(false);
+        return 0;
+    case WM_ENABLE: {
+        const LRESULT result = CallDefault(*this);
+        Redraw();
+        return result;
+    }
+    default:
+        return BWindow::OnMessage(message);
+    }
+}
+
+void BrowseButton::OnPaint() {
+    PAINTSTRUCT paint;
+    const HDC context = BeginPaint(hwnd, &paint);
+    RECT rectangle = ClientRectangle(hwnd);
+    const HWND dialog = GetParent(GetParent(hwnd));
+    const auto brush = reinterpret_cast<HBRUSH>(SendMessageW(
+        dialog, WM_CTLCOLORSTATIC, reinterpret_cast<WPARAM>(context), reinterpret_cast<LPARAM>(hwnd)));
+    const COLORREF grey = GetSysColor(COLOR_GRAYTEXT);
+    if (!IsWindowEnabled(hwnd) && grey != GetBkColor(context))
+        SetTextColor(context, grey);
+    FillRect(context, &rectangle, brush);
+
+    const auto font = reinterpret_cast<HGDIOBJ>(SendMessageW(dialog, WM_GETFONT, 0, 0));
+    const HGDIOBJ formerFont = font ? SelectObject(context, font) : nullptr;
+    RECT text = rectangle;
+    if (pressed)
+        OffsetRect(&text, 1, 1);
+    DrawTextW(context, kCaption, kCaptionLength, &text, DT_CENTER | DT_VCENTER);
+    if (formerFont)
+        SelectObject(context, formerFont);
+
+    DrawEdge(context, &rectangle, pressed ? EDGE_SUNKEN : EDGE_RAISED, BF_RECT | BF_SOFT);
+    EndPaint(hwnd, &paint);
+}
+
+void BrowseButton::OnButtonDown() {
+    pressed = 1;
+    Redraw();
+    FocusField();
+    SetCapture(hwnd);
+}
+
+void BrowseButton::OnMouseMove(POINT point) {
+    if (GetCapture() != hwnd)
+        return;
+    const RECT rectangle = ClientRectangle(hwnd);
+    SetPressed(PtInRect(&rectangle, point) != FALSE);
+}
+
+void BrowseButton::OnButtonUp() {
+    if (GetCapture() != hwnd)
+        return;
+    const bool released = pressed != 0;
+    ReleaseCapture(); // takes the pressed look back
+    if (!released)
+        return;
+    SendMessageW(GetParent(hwnd), WM_COMMAND, kBrowseCommand, 0);
+    FocusField();
+}
+
+void BrowseButton::SetPressed(bool flag) {
+    if (flag == (pressed != 0))
+        return;
+    pressed = flag;
+    Redraw();
+}
+
+void BrowseButton::Redraw() {
+    InvalidateRect(hwnd, nullptr, TRUE);
+    UpdateWindow(hwnd);
+}
+
+void BrowseButton::FocusField() {
+    SetFocus(GetParent(hwnd));
+}
+
+} // namespace quilla

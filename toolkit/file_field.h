@@ -1,0 +1,43 @@
+#pragma once
+
+#include "toolkit/browse_button.h"
+#include "toolkit/edit.h"
+
+namespace quilla {
+
+/// The edit inside a file field: no edge of its own, and Alt with an arrow key browses.
+class FileFieldEdit : public BEdit {
+  public:
+    LRESULT OnMessage(BMessage& message) override;
+    void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+};
+
+/// An edit for a file name with a small button to browse for it: one control of the class "BWindow" to its
+/// dialog. It sends WM_NOTIFY to its parent, which hands it back to this object's OnNotify: with
+/// kBrowseNotification when the user wants to browse, with NM_KILLFOCUS when the edit has lost the focus.
+/// Derived classes act on them there.
+class FileField : public BWindow {
+  public:
+    static constexpr UINT kBrowseNotification = 1;
+
+    LRESULT OnMessage(BMessage& message) override;
+    LRESULT OnCommand(int id, int code, HWND control) override;
+    void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+    /// Binds and creates the edit and the button inside.
+    void Attach(HWND handle) override;
+
+    /// A read-only field neither takes text nor browses, and is coloured like static text.
+    void SetReadOnly(bool flag);
+
+    FileFieldEdit edit;
+    BrowseButton button;
+    UINT readOnly = 0;
+
+  private:
+    void Layout(int width, int height);
+    void EraseBackground(HDC context);
+    LRESULT NotifyParent(UINT code);
+    void Redraw();
+};
+
+} // namespace quilla

@@ -1,0 +1,137 @@
+#include "toolkit/stub_pages.h"
+
+#if !defined(__arm__) && !defined(_M_ARM)
+
+#include "toolkit/stub_code.h"
+#include "toolkit/window_procedure.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <windows.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr std::size_t kPageSize = 4096;
+constexpr std::size_t kSlots = kPageSize / stub::kStubSize;
+
+/// The first slot of a code page holds the address that all its stubs jump to, out of reach of stray writes.
+constexpr std::size_t kFirstStub = 1;
+
+/// The writable page behind a code page.
+struct StubPage {
+    BWindow* objects[kSlots]; ///< By slot; null for a free one.
+    std::size_t used;
+    StubPage* next;
+
+    [[nodiscard]] std::uint8_t* Code() { return reinterpret_cast<std::uint8_t*>(this) - kPageSize; }
+    [[nodiscard]] bool Contains(const void* stub) {
+        return stub >= Code() && stub < static_cast<void*>(this);
+    }
+};
+static_assert(sizeof(StubPage) <= kPageSize);
+
+constinit StubPage* firstPage = nullptr;
+
+stub::Code EncodeStub([[maybe_unused]] StubPage& page, [[maybe_unused]] std::size_t slot) {
+#if defined(__x86_64__) || defined(_M_X64) || defined(__aarch64__) || defined(_M_ARM64)
+    const auto start = static_cast<std::int32_t>(slot * stub::kStubSize);
+    const auto object = static_cast<std::int32_t>(kPageSize + slot * sizeof(BWindow*));
+#if defined(__x86_64__) || defined(_M_X64)
+    return stub::EncodeX64(object - start, -start);
+#else
+    return stub::EncodeArm64(object - start, -start);
+#endif
+#elif defined(__i386__) || defined(_M_IX86)
+    return stub::EncodeX86(reinterpret_cast<std::uint32_t>(&page.objects[slot]),
+                           reinterpret_cast<std::uint32_t>(page.Code()));
+#else
+#error "This processor needs an encoding of the window stub in toolkit/stub_code.h"
+#endif
+}
+
+void WriteCode(StubPage& page) {
+    std::uint8_t* const code = page.Code();
+    const auto procedure = reinterpret_cast<std::uintptr_t>(&ToolkitWindowProcedure);
+    std::memcpy(code, &procedure, sizeof(procedure));
+    for (std::size_t slot = kFirstStub; slot < kSlots; ++slot) {
+        const stub::Code stub = EncodeStub(page, slot);
+        std::memcpy(code + slot * stub::kStubSize, stub.data(), stub.size());
+    }
+}
+
+StubPage* AddPage() {
+    void* const memory = VirtualAlloc(nullptr, 2 * kPageSize, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    if (!memory)
+        return nullptr;
+    auto* const page = new (static_cast<std::uint8_t*>(memory) + kPageSize) StubPage{};
+    WriteCode(*page);
+    DWORD former = 0;
+    if (!VirtualProtect(memory, kPageSize, PAGE_EXECUTE_READ, &former)) {
+        VirtualFree(memory, 0, MEM_RELEASE);
+        return nullptr;
+    }
+    FlushInstructionCache(GetCurrentProcess(), memory, kPageSize);
+    page->next = firstPage;
+    return firstPage = page;
+}
+
+StubPage* FindPageWithRoom() {
+    StubPage* page = firstPage;
+    while (page && page->used == kSlots - kFirstStub)
+        page = page->next;
+    return page;
+}
+
+void RemovePage(StubPage& page) {
+    StubPage** link = &firstPage;
+    while (*link != &page)
+        link = &(*link)->next;
+    *link = page.next;
+    VirtualFree(page.Code(), 0, MEM_RELEASE);
+}
+
+} // namespace
+
+void* AllocateStub(BWindow& object) {
+    StubPage* page = FindPageWithRoom();
+    if (!page)
+        page = AddPage();
+    if (!page)
+        return nullptr;
+    BWindow** const slots = page->objects;
+    const auto slot =
+        static_cast<std::size_t>(std::find(slots + kFirstStub, slots + kSlots, nullptr) - slots);
+    slots[slot] = &object;
+    ++page->used;
+    return page->Code() + slot * stub::kStubSize;
+}
+
+void FreeStub(void* stub) {
+    if (!stub)
+        return;
+    StubPage* page = firstPage;
+    while (!page->Contains(stub))
+        page = page->next;
+    const auto slot =
+        static_cast<std::size_t>(static_cast<std::uint8_t*>(stub) - page->Code()) / stub::kStubSize;
+    page->objects[slot] = nullptr;
+    // The last page stays for the next object.
+    if (--page->used == 0 && (page != firstPage || page->next))
+        RemovePage(*page);
+}
+
+std::size_t CountStubPages() {
+    std::size_t count = 0;
+    for (StubPage* page = firstPage; page; page = page->next)
+        ++count;
+    return count;
+}
+
+} // namespace quilla
+
+#endif
