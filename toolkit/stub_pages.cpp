@@ -6,7 +6,6 @@
 #include "toolkit/window_procedure.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -29,9 +28,6 @@ struct StubPage {
     StubPage* next;
 
     [[nodiscard]] std::uint8_t* Code() { return reinterpret_cast<std::uint8_t*>(this) - kPageSize; }
-    [[nodiscard]] bool Contains(const void* stub) {
-        return stub >= Code() && stub < static_cast<void*>(this);
-    }
 };
 static_assert(sizeof(StubPage) <= kPageSize);
 
