@@ -1,7 +1,7 @@
 #include "platform/desktop/device_export.h"
 
 #include "platform/desktop/private_file.h"
-#include "platform/random.h"
+#include "platform/nbd/export_name.h"
 #include "platform/wipe.h"
 
 #include <cstdio>
@@ -11,24 +11,6 @@
 namespace quilla {
 
 namespace {
-
-constexpr std::size_t kRandomBytes = 16;
-/// "SECn-", two digits per random byte and the terminating zero.
-using ExportName = std::array<char, 5 + 2 * kRandomBytes + 1>;
-
-bool MakeExportName(unsigned index, ExportName& name) {
-    std::array<std::byte, kRandomBytes> random;
-    if (!FillFromSystemRandom(random))
-        return false;
-    std::size_t length = static_cast<std::size_t>(std::snprintf(name.data(), name.size(), "SEC%u-", index));
-    for (const std::byte value : random) {
-        constexpr char kDigits[] = "0123456789abcdef";
-        name[length++] = kDigits[std::to_integer<unsigned>(value) >> 4];
-        name[length++] = kDigits[std::to_integer<unsigned>(value) & 15];
-    }
-    name[length] = 0;
-    return true;
-}
 
 /// "SECn.uri"
 struct UriFileName {
