@@ -110,11 +110,9 @@ void* AllocateStub(BWindow& object) {
 void FreeStub(void* stub) {
     if (!stub)
         return;
-    StubPage* page = firstPage;
-    while (!page->Contains(stub))
-        page = page->next;
-    const auto slot =
-        static_cast<std::size_t>(static_cast<std::uint8_t*>(stub) - page->Code()) / stub::kStubSize;
+    const std::size_t offset = reinterpret_cast<std::uintptr_t>(stub) % kPageSize;
+    auto* const page = reinterpret_cast<StubPage*>(static_cast<std::uint8_t*>(stub) - offset + kPageSize);
+    const std::size_t slot = offset / stub::kStubSize;
     page->objects[slot] = nullptr;
     // The last page stays for the next object.
     if (--page->used == 0 && (page != firstPage || page->next))
