@@ -23,6 +23,10 @@ if(QUILLA_SANITIZE)
     add_link_options(-fsanitize=${QUILLA_SANITIZE})
 endif()
 
+if(QUILLA_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link) # coverage counters, also in the code under test
+endif()
+
 # Warnings hold for all code of this project; system headers are exempt.
 add_library(quilla_warnings INTERFACE)
 target_compile_options(quilla_warnings INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)

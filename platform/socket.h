@@ -59,8 +59,8 @@ class Socket final : public ByteStream {
 
     std::uintptr_t handle_ = kNone;
     // Platforms that cannot wake a waiting receive wait for two events instead: data, or the order to stop.
-    void* arrival_ = nullptr;
-    void* stop_ = nullptr;
+    [[maybe_unused]] void* arrival_ = nullptr; // these two only where accepting needs events
+    [[maybe_unused]] void* stop_ = nullptr;
     std::uint32_t timeout_ = 0;
 };
 
@@ -90,8 +90,8 @@ class Listener {
   private:
     static constexpr std::uintptr_t kNone = ~std::uintptr_t{0};
     std::uintptr_t handle_ = kNone;
-    void* arrival_ = nullptr;
-    void* stop_ = nullptr;
+    [[maybe_unused]] void* arrival_ = nullptr; // these two only where accepting needs events
+    [[maybe_unused]] void* stop_ = nullptr;
     std::uint16_t port_ = 0;
 };
 

@@ -1,0 +1,129 @@
+// The key file reader and rewriter over arbitrary bytes, compared with a slow model that works on the bytes
+// in memory. Whatever the file holds: both agree, a refused file stays as it is, and a rewrite changes the
+// payload and nothing else.
+
+#include "platform/byte_order.h"
+#include "volume/key_file.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace quilla {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+void Require(bool holds, const char* what) {
+    if (!holds) {
+        std::fprintf(stderr, "does not hold: %s\n", what);
+        std::abort();
+    }
+}
+
+/// A file in memory that can be opened by path.
+class MemoryFile {
+  public:
+    explicit MemoryFile(std::span<const std::byte> content) : descriptor_(memfd_create("key", MFD_CLOEXEC)) {
+        Require(descriptor_ >= 0, "memory file created");
+        const auto written = pwrite(descriptor_, content.data(), content.size(), 0);
+        Require(written == static_cast<ssize_t>(content.size()), "memory file written");
+        path_ = "/proc/self/fd/" + std::to_string(descriptor_);
+    }
+    ~MemoryFile() { close(descriptor_); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    [[nodiscard]] const char* Path() const { return path_.c_str(); }
+
+    [[nodiscard]] Bytes Content() const {
+        Bytes content(static_cast<std::size_t>(lseek(descriptor_, 0, SEEK_END)));
+        const auto count = pread(descriptor_, content.data(), content.size(), 0);
+        Require(count == static_cast<ssize_t>(content.size()), "memory file read");
+        return content;
+    }
+
+  private:
+    int descriptor_;
+    std::string path_;
+};
+
+/// Where the payload of the wanted chunk begins. Inputs are far too short for the limit on chunks to matter.
+std::optional<std::size_t> FindModel(const Bytes& file, const ChunkHeader& wanted) {
+    using Wide = unsigned __int128;
+    Wide position = 16;
+    while (position + 16 <= file.size()) {
+        const std::byte* const header = &file[static_cast<std::size_t>(position)];
+        position += 16;
+        if (std::memcmp(header, &wanted, 16) == 0)
+            return static_cast<std::size_t>(position);
+        position += LoadLittle<std::uint64_t>(header + 8);
+    }
+    return std::nullopt;
+}
+
+void CheckChunk(const Bytes& input, const ChunkHeader& wanted) {
+    const std::optional<std::size_t> place = FindModel(input, wanted);
+    const std::size_t size = wanted.lengthLow;
+    const MemoryFile file(input);
+    Bytes payload(size);
+    const bool whole = place && input.size() - *place >= size;
+    const KeyFileStatus read = ReadKeyFileChunk(file.Path(), wanted, payload);
+    Require(read == (whole ? KeyFileStatus::Done : KeyFileStatus::CannotRead), "outcome of reading");
+    if (whole)
+        Require(std::memcmp(payload.data(), &input[*place], size) == 0, "payload read");
+    Require(file.Content() == input, "reading changes nothing");
+
+    const Bytes fresh(size, std::byte{0x77});
+    const KeyFileStatus written = RewriteKeyFileChunk(file.Path(), wanted, fresh);
+    Require(written == (place ? KeyFileStatus::Done : KeyFileStatus::CannotRead), "outcome of rewriting");
+    Bytes expected = input;
+    if (place) {
+        expected.resize(std::max(expected.size(), *place + size));
+        std::memcpy(&expected[*place], fresh.data(), size);
+    }
+    Require(file.Content() == expected, "rewriting changes the payload only");
+}
+
+std::uint32_t NumberAt(const Bytes& input, std::size_t offset) {
+    return offset + 4 <= input.size() ? LoadLittle<std::uint32_t>(&input[offset]) : 0xFFFFFFFF;
+}
+
+void CheckSummary(const Bytes& input) {
+    const MemoryFile file(input);
+    VolumeRecord record{};
+    record.Cipher = CipherId::Twofish;
+    const bool known = NumberAt(input, 0) == 0 && NumberAt(input, 16) == 1 && NumberAt(input, 56) == 2 &&
+                       NumberAt(input, 60) < kCipherIdCount;
+    Require(ReadSummary(file.Path(), record) == (known ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat),
+            "outcome of the summary");
+    if (known) {
+        Require(static_cast<std::uint32_t>(record.Cipher) == NumberAt(input, 60), "cipher of the summary");
+        Require(record.Timeout == LoadLittle<std::uint64_t>(&input[40]), "time-out of the summary");
+    } else {
+        Require(record.Cipher == CipherId::Twofish, "cipher left alone");
+    }
+    Require(file.Content() == input, "the summary changes nothing");
+}
+
+} // namespace
+} // namespace quilla
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace quilla;
+    const auto bytes = std::as_bytes(std::span(data, size));
+    const Bytes input(bytes.begin(), bytes.end());
+    CheckSummary(input);
+    CheckChunk(input, kSettingsHeader);
+    CheckChunk(input, KeyBlockHeader(CipherId::Cast128));
+    CheckChunk(input, KeyBlockHeader(CipherId::Twofish));
+    return 0;
+}
