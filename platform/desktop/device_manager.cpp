@@ -48,6 +48,8 @@ std::uint32_t DeviceManager::Register(std::wstring_view prefix, unsigned index, 
     if (!device || !device->driver.Load(library, kDevicePrefix.data(), context) || !device->disk.Open() ||
         !device->exported.Start(device->disk, index))
         return 0;
+    if (!library_)
+        library_ = StreamDriver::LoadFile(library);
     device->handle = ++lastHandle_;
     devices_[index] = std::move(device);
     return lastHandle_;

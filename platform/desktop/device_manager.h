@@ -3,6 +3,7 @@
 #include "platform/desktop/device_export.h"
 #include "platform/desktop/driver_block_device.h"
 #include "platform/desktop/stream_driver.h"
+#include "platform/win32/handle.h"
 
 #include <array>
 #include <cstdint>
@@ -75,6 +76,9 @@ class DeviceManager {
     [[nodiscard]] Opened* FindOpened(std::uintptr_t file);
     void EndExport(Device& device);
 
+    /// Keeps the driver's library loaded between two mounts: loading it again costs time, and the language's
+    /// run-time library in it leaves memory behind at each unloading.
+    UniqueLibrary library_;
     std::array<std::unique_ptr<Device>, kMaxDevices> devices_;
     std::array<Opened, 16> opened_;
     std::uint32_t lastHandle_ = 0;

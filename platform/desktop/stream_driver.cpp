@@ -23,13 +23,16 @@ bool ResolveOne(HMODULE library, const wchar_t* prefix, const char* name, Functi
 
 bool StreamDriver::Load(const wchar_t* library, const wchar_t* prefix, std::uintptr_t context) {
     Unload();
-    // What the driver itself links is looked for in the system's folder only.
-    library_.Reset(LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+    library_ = LoadFile(library);
     if (library_ && Resolve(prefix))
         device_ = call_.init(context);
     if (device_ == 0)
         library_.Reset();
     return device_ != 0;
+}
+
+UniqueLibrary StreamDriver::LoadFile(const wchar_t* library) {
+    return UniqueLibrary(LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
 }
 
 bool StreamDriver::Resolve(const wchar_t* prefix) {

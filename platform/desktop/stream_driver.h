@@ -22,6 +22,10 @@ class StreamDriver {
     /// Stops the driver and unloads the library.
     void Unload();
 
+    /// Loads a driver's library without starting the driver. What the library itself links is looked for in
+    /// the system's folder only.
+    [[nodiscard]] static UniqueLibrary LoadFile(const wchar_t* library);
+
     [[nodiscard]] std::uintptr_t Open(DWORD access, DWORD sharing) const;
     void Close(std::uintptr_t open) const;
     [[nodiscard]] bool Control(std::uintptr_t open, DWORD code, void* input, DWORD inputSize,

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+#include <ostream>
+#include <vector>
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+namespace quilla::test {
+
+/// What a process holds of the system, to see whether repeated work lets it grow.
+struct ProcessSize {
+    DWORD handles = 0;
+    DWORD threads = 0;
+    DWORD windowObjects = 0;
+    DWORD drawingObjects = 0;
+    std::size_t committedBytes = 0;
+};
+
+/// Counts the handles of a process in the system's list of all handles.
+inline DWORD CountHandles(DWORD process) {
+    struct Entry {
+        ULONG owner;
+        BYTE type, flags;
+        USHORT value;
+        void* object;
+        ULONG access;
+    };
+    constexpr int kHandleInformation = 16;
+    using Query = LONG(WINAPI*)(int, void*, ULONG, ULONG*);
+    const auto query =
+        std::bit_cast<Query>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation"));
+    std::vector<std::byte> list(4 << 20);
+    ULONG used = 0;
+    if (query(kHandleInformation, list.data(), static_cast<ULONG>(list.size()), &used) < 0)
+        return 0;
+    ULONG total = 0;
+    std::memcpy(&total, list.data(), sizeof(total));
+    const auto* const entries = reinterpret_cast<const Entry*>(list.data() + sizeof(void*));
+    return static_cast<DWORD>(
+        std::count_if(entries, entries + total, [&](const Entry& e) { return e.owner == process; }));
+}
+
+/// Measures a process (by default this one).
+inline ProcessSize MeasureProcess(HANDLE process = GetCurrentProcess()) {
+    ProcessSize size;
+    size.handles = CountHandles(GetProcessId(process));
+    size.windowObjects = GetGuiResources(process, GR_USEROBJECTS);
+    size.drawingObjects = GetGuiResources(process, GR_GDIOBJECTS);
+    PROCESS_MEMORY_COUNTERS memory{};
+    GetProcessMemoryInfo(process, &memory, sizeof(memory));
+    size.committedBytes = memory.PagefileUsage;
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 thread{};
+    thread.dwSize = sizeof(thread);
+    for (BOOL more = Thread32First(snapshot, &thread); more; more = Thread32Next(snapshot, &thread))
+        size.threads += thread.th32OwnerProcessID == GetProcessId(process);
+    CloseHandle(snapshot);
+    return size;
+}
+
+inline std::ostream& operator<<(std::ostream& out, const ProcessSize& size) {
+    return out << size.handles << " handles, " << size.threads << " threads, " << size.windowObjects
+               << " window objects, " << size.drawingObjects << " drawing objects, "
+               << size.committedBytes / 1024 << " KiB committed";
+}
+
+} // namespace quilla::test
