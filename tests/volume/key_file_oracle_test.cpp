@@ -145,5 +145,47 @@ TEST_F(KeyFileOracle, ANewPasswordKeepsTheMasterKeyAndChecksum) {
     }
 }
 
+/// The hex dumps of the format's description, each completed by the zeros that it leaves out.
+std::vector<Bytes> DocumentedFiles() {
+    std::ifstream text(QUILLA_DOCS "/key-file-format.md");
+    std::vector<Bytes> files;
+    bool inside = false;
+    for (std::string line; std::getline(text, line);) {
+        if (line.starts_with("```")) {
+            inside = !inside;
+            if (inside)
+                files.emplace_back();
+            else
+                files.back().resize(kKeyFileSize);
+        } else if (inside) {
+            const Bytes row = test::FromHex(line.substr(4)); // behind the offset
+            files.back().insert(files.back().end(), row.begin(), row.end());
+        }
+    }
+    return files;
+}
+
+TEST_F(KeyFileOracle, TheDocumentedExamplesOpen) {
+    const std::vector<Bytes> files = DocumentedFiles();
+    ASSERT_EQ(files.size(), 2U);
+    Bytes masterKey(128);
+    for (std::size_t i = 0; i < masterKey.size(); ++i)
+        masterKey[i] = static_cast<std::byte>(i);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(ToHex(OpenElsewhere(files[i], kCiphers[i], u"97531", kDefaultTimeout, 0)),
+                  ToHex(masterKey));
+        const ScratchFile file(".key");
+        file.Write(files[i]);
+        KeyBlock block;
+        ASSERT_EQ(ReadKeyFileChunk(file.Path(), KeyBlockHeader(kCiphers[i]),
+                                   std::as_writable_bytes(std::span(&block, 1))),
+                  KeyFileStatus::Done);
+        PasswordDigest key;
+        PasswordKey(key, TextView(u"97531"));
+        EXPECT_TRUE(OpenKeyBlock(block, kCiphers[i], key));
+        EXPECT_EQ(ToHex(block.masterKey), ToHex(masterKey));
+    }
+}
+
 } // namespace
 } // namespace quilla
