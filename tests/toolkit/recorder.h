@@ -1,0 +1,58 @@
+#pragma once
+
+#include "toolkit/window.h"
+
+#include <string>
+#include <vector>
+
+namespace quilla::test {
+
+using Log = std::vector<std::string>;
+
+/// A window object that writes down what reaches it and then does what its class does.
+template <typename Base>
+class Recorder : public Base {
+  public:
+    Recorder(Log& target, std::string objectName) : log_(target), name_(std::move(objectName)) {}
+
+    LRESULT OnCommand(int id, int code, HWND control) override {
+        log_.push_back(name_ + " command " + std::to_string(id) + "/" + std::to_string(code));
+        if (id == handledCommand)
+            return 0;
+        return Base::OnCommand(id, code, control);
+    }
+
+    LRESULT OnNotify(NMHDR& header) override {
+        log_.push_back(name_ + " notify " + std::to_string(static_cast<int>(header.code)));
+        return notifyResult ? notifyResult : Base::OnNotify(header);
+    }
+
+    void OnUpdateCommand(BCommandState& state) override {
+        if (logUpdates)
+            log_.push_back(name_ + " update " + std::to_string(state.id));
+        if (state.id == disabledCommand)
+            state.Enable(false);
+        Base::OnUpdateCommand(state);
+    }
+
+    LRESULT OnMessage(BMessage& message) override {
+        if (message.message == loggedMessage)
+            log_.push_back(name_ + " message");
+        if (message.message == loggedMessage && messageResult)
+            return messageResult;
+        return Base::OnMessage(message);
+    }
+
+    int handledCommand = -1;
+    int disabledCommand = -1;
+    LRESULT notifyResult = 0;
+    UINT loggedMessage = 0;
+    LRESULT messageResult = 0;
+    bool logUpdates = false;
+
+  private:
+    Log& log_;
+    std::string name_;
+};
+
+} // namespace quilla::test
