@@ -13,7 +13,8 @@ inline constexpr std::size_t kCastKeySize = 16;
 inline constexpr std::size_t kCastRounds = 16;
 
 /// S-boxes S1 to S8 of RFC 2144, appendix A: the first four serve the rounds, the others the key schedule.
-extern const std::uint32_t kCastSboxes[8][256];
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): constinit rules that out
+extern constinit const std::uint32_t kCastSboxes[8][256];
 
 struct CastSchedule {
     std::uint32_t masking[kCastRounds];

@@ -5,7 +5,7 @@
 namespace quilla {
 
 // clang-format off
-const std::uint32_t kCastSboxes[8][256] = {
+constinit const std::uint32_t kCastSboxes[8][256] = {
     { // S1
         0x30FB40D4, 0x9FA0FF0B, 0x6BECCD2F, 0x3F258C7A, 0x1E213F2F, 0x9C004DD3, 0x6003E540, 0xCF9FC949,
         0xBFD4AF27, 0x88BBBDB5, 0xE2034090, 0x98D09675, 0x6E63A0E0, 0x15C361D2, 0xC2E7661D, 0x22D4FF8E,

@@ -31,11 +31,11 @@ constexpr ByteTable MakePermutation(const NibbleTable (&t)[4]) {
     for (unsigned x = 0; x < 256; ++x) {
         unsigned a = x >> 4;
         unsigned b = x & 15;
-        for (unsigned half = 0; half < 2; ++half) {
+        for (std::size_t first = 0; first < 4; first += 2) {
             const unsigned mixedA = a ^ b;
             const unsigned mixedB = a ^ ((b >> 1) | ((b & 1) << 3)) ^ ((a << 3) & 15);
-            a = t[2 * half][mixedA];
-            b = t[2 * half + 1][mixedB];
+            a = t[first][mixedA];
+            b = t[first + 1][mixedB];
         }
         table[x] = static_cast<std::uint8_t>((b << 4) | a);
     }
@@ -115,7 +115,7 @@ struct PaddedKey {
 };
 
 std::uint32_t ReadWord(const std::byte* block, unsigned index) {
-    return LoadLittle<std::uint32_t>(block + 4 * index);
+    return LoadLittle<std::uint32_t>(block + std::size_t{4} * index);
 }
 
 /// The function g: the keyed S-boxes and the matrix; `rotation` = 1 takes the word rotated left by one byte.
@@ -166,7 +166,8 @@ bool ExpandTwofishKey(TwofishKey& expanded, std::span<const std::byte> key) {
     for (unsigned i = 0; i < words; ++i) {
         padded->even[i] = ReadWord(padded->bytes, 2 * i);
         padded->odd[i] = ReadWord(padded->bytes, 2 * i + 1);
-        expanded.sboxKey[words - 1 - i] = ReedSolomon(padded->bytes + std::size_t{8} * i);
+        const std::uint32_t word = ReedSolomon(padded->bytes + std::size_t{8} * i);
+        expanded.sboxKey[words - 1 - i] = word;
     }
     for (unsigned i = 0; i < kTwofishSubkeys; i += 2) {
         const std::uint32_t a = HashRepeated(i, padded->even, words);

@@ -8,6 +8,10 @@
 #include <chrono>
 #include <cstring>
 #include <gtest/gtest.h>
+#ifndef _WIN32
+#include <csignal>
+#include <sys/resource.h>
+#endif
 
 namespace quilla {
 namespace {
@@ -222,6 +226,53 @@ TEST(KeyFile, OnlyBitZeroOfTheFlagsIsStored) {
     ASSERT_EQ(CreateKeyFile(file.Path(), record, PasswordDigest{}), KeyFileStatus::Done);
     EXPECT_EQ(ToHex(file.Read()), ToHex(BuildKeyFile(0, 0, 1, {})));
 }
+
+#ifndef _WIN32
+
+TEST(KeyFile, DevicesEndTheSearch) {
+    Bytes payload(152);
+    EXPECT_EQ(ReadKeyFileChunk("/dev/zero", KeyBlockHeader(CipherId::Cast128), payload),
+              KeyFileStatus::CannotRead);
+    VolumeRecord record{};
+    EXPECT_EQ(ReadSummary("/proc/self/mem", record), KeyFileStatus::CannotRead); // nothing is mapped at 0
+}
+
+/// Files cannot grow beyond a size while it lives.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t size) : former_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &limit_);
+        const rlimit lower{size, limit_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &lower);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &limit_);
+        static_cast<void>(std::signal(SIGXFSZ, former_));
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+  private:
+    void (*former_)(int);
+    rlimit limit_{};
+};
+
+TEST(KeyFile, WritesThatFailAreTold) {
+    VolumeRecord record{};
+    record.Cipher = CipherId::Twofish;
+    for (const rlim_t size : {0U, 100U, 224U, 759U}) {
+        const ScratchFile file(".key");
+        const FileSizeLimit limit(size);
+        EXPECT_EQ(CreateKeyFile(file.Path(), record, PasswordDigest{}), KeyFileStatus::CannotWrite) << size;
+    }
+    const ScratchFile file(".key");
+    file.Write(GoodFile());
+    const FileSizeLimit limit(72);
+    EXPECT_EQ(RewriteKeyFileChunk(file.Path(), KeyBlockHeader(CipherId::Cast128), kBlock),
+              KeyFileStatus::CannotWrite);
+}
+
+#endif
 
 } // namespace
 } // namespace quilla
