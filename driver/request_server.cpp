@@ -17,10 +17,6 @@ namespace {
 /// How long before its end a time-out counts as run out (15 seconds): the wake-up that sweeps does not come
 /// to the second.
 constexpr std::uint64_t kTimeoutSlack = 150'000'000;
-
-/// How often volumes are swept while any is mounted.
-constexpr UINT kSweepMilliseconds = 15'000;
-
 bool HasTimedOut(const VolumeRecord& record, std::uint64_t now) {
     return record.IsMounted() && record.Timeout != 0 &&
            record.Timeout + record.ActivityTime <= now + kTimeoutSlack;
@@ -48,8 +44,9 @@ class BusyScope {
 
 } // namespace
 
-RequestServer::RequestServer(BListView& list, DriverControl& driver, MountObserver& observer)
-    : list_(list), driver_(driver), observer_(observer) {}
+RequestServer::RequestServer(BListView& list, DriverControl& driver, MountObserver& observer,
+                             UINT sweepMilliseconds)
+    : list_(list), driver_(driver), observer_(observer), sweepMilliseconds_(sweepMilliseconds) {}
 
 LRESULT RequestServer::Serve() {
     const UniqueMapping mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
@@ -110,7 +107,7 @@ LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
     UpdateVolumeRow(list_, row, *record);
     reply = *record;
     if (record->IsMounted())
-        sweep_.Start(list_.hwnd, kSweepMilliseconds);
+        sweep_.Start(list_.hwnd, sweepMilliseconds_);
     return 0;
 }
 

@@ -14,7 +14,11 @@ namespace quilla {
 /// the main window, works on its list and runs on its thread.
 class RequestServer {
   public:
-    RequestServer(BListView& list, DriverControl& driver, MountObserver& observer);
+    /// How often volumes are swept while any is mounted.
+    static constexpr UINT kSweepMilliseconds = 15'000;
+
+    RequestServer(BListView& list, DriverControl& driver, MountObserver& observer,
+                  UINT sweepMilliseconds = kSweepMilliseconds);
     RequestServer(const RequestServer&) = delete;
     RequestServer& operator=(const RequestServer&) = delete;
 
@@ -58,6 +62,7 @@ class RequestServer {
     BListView& list_;
     DriverControl& driver_;
     MountObserver& observer_;
+    const UINT sweepMilliseconds_;
     WakeUpTimer sweep_{Sweep, this};
     unsigned busy_ = 0;
 };
