@@ -86,7 +86,7 @@ class MessageBoxWatcher {
         std::wstring text(1024, L'\0');
         DWORD_PTR length = 0;
         SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
-                            SMTO_ABORTIFHUNG, 5000, &length);
+                            SMTO_NORMAL, 5000, &length);
         text.resize(length);
         return text;
     }
@@ -95,7 +95,7 @@ class MessageBoxWatcher {
     static bool HasErrorIcon(HWND box) {
         for (HWND child = GetWindow(box, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
             DWORD_PTR icon = 0;
-            SendMessageTimeoutW(child, STM_GETICON, 0, 0, SMTO_ABORTIFHUNG, 5000, &icon);
+            SendMessageTimeoutW(child, STM_GETICON, 0, 0, SMTO_NORMAL, 5000, &icon);
             if (icon != 0 && reinterpret_cast<HICON>(icon) == LoadIconW(nullptr, IDI_ERROR))
                 return true;
         }
