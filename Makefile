@@ -38,7 +38,7 @@ format: packages
 check-format: packages
 	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
-lint: windows host
+lint: packages
 	@tools/lint
 
 clean:
