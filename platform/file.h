@@ -56,6 +56,10 @@ class File {
     /// Size in bytes; false if the system cannot tell.
     [[nodiscard]] bool GetSize(std::uint64_t& size) const;
 
+    /// Whether the file still has a name and at least this size, so that what is written below it will be
+    /// found again.
+    [[nodiscard]] bool IsIntact(std::uint64_t size) const;
+
     /// Cuts or extends the file to a size; the new area reads as zeros or as whatever the platform leaves
     /// there.
     [[nodiscard]] bool SetSize(std::uint64_t size) const;

@@ -26,6 +26,7 @@ bool VolumeDevice::Open(File file, CipherId cipher, const DataKey& key) {
     if (!file.IsOpen() || !file.GetSize(size) || size < kSectorSize || !cipher_.SetUp(cipher, key))
         return false;
     file_ = std::move(file);
+    tellsLoss_ = file_.IsIntact(size);
     sectorCount_ = size / kSectorSize;
     NoteActivity();
     return true;
@@ -104,12 +105,14 @@ bool VolumeDevice::WriteZeroes(std::uint64_t offset, std::uint64_t length) {
 }
 
 bool VolumeDevice::WriteToFile(std::uint64_t offset, std::span<const std::byte> piece) const {
+    if (!IsIntact(offset + piece.size()))
+        return false;
     const Transfer transfer = file_.WriteAt(offset, piece);
     return transfer.succeeded && transfer.bytes == piece.size();
 }
 
 bool VolumeDevice::Flush() {
-    return file_.IsOpen() && file_.Flush();
+    return file_.IsOpen() && file_.Flush() && IsIntact(Size());
 }
 
 bool VolumeDevice::ReadSectors(std::uint64_t first, std::span<std::byte> buffer) {

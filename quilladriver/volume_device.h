@@ -19,7 +19,8 @@ using ActivityClock = std::uint64_t (*)();
 /// ordered among themselves.
 ///
 /// Every request is checked against the device first, and one that is not wholly inside moves nothing. A
-/// transfer that the file cuts short fails.
+/// transfer that the file cuts short fails. Of a file that was cut or removed behind the device's back, what
+/// is left can be read; writes behind its end fail instead of extending it, and no flush succeeds any more.
 class VolumeDevice final : public BlockDevice {
   public:
     /// The clock supplies the times of LastActivity.
@@ -63,6 +64,7 @@ class VolumeDevice final : public BlockDevice {
     [[nodiscard]] std::uint64_t LastActivity() const { return lastActivity_.load(std::memory_order_relaxed); }
 
   private:
+    [[nodiscard]] bool IsIntact(std::uint64_t size) const { return !tellsLoss_ || file_.IsIntact(size); }
     [[nodiscard]] bool WriteToFile(std::uint64_t offset, std::span<const std::byte> piece) const;
     void NoteActivity() { lastActivity_.store(clock_(), std::memory_order_relaxed); }
 
@@ -70,6 +72,7 @@ class VolumeDevice final : public BlockDevice {
     File file_;
     SectorCipher cipher_;
     std::uint64_t sectorCount_ = 0;
+    bool tellsLoss_ = false; ///< whether the file's system can tell that the file is intact
     std::atomic<std::uint64_t> lastActivity_{0};
 };
 

@@ -91,6 +91,14 @@ bool File::GetSize(std::uint64_t& size) const {
     return end >= 0;
 }
 
+bool File::IsIntact(std::uint64_t size) const {
+    struct stat status {};
+    if (fstat(handle_, &status) != 0)
+        return false;
+    return !S_ISREG(status.st_mode) ||
+           (status.st_nlink > 0 && static_cast<std::uint64_t>(status.st_size) >= size);
+}
+
 bool File::SetSize(std::uint64_t size) const {
     return ftruncate(handle_, static_cast<off_t>(size)) == 0;
 }

@@ -87,6 +87,13 @@ bool File::GetSize(std::uint64_t& size) const {
     return known;
 }
 
+bool File::IsIntact(std::uint64_t size) const {
+    FILE_STANDARD_INFO info{};
+    return GetFileInformationByHandleEx(handle_, FileStandardInfo, &info, sizeof(info)) &&
+           info.NumberOfLinks > 0 && !info.DeletePending &&
+           static_cast<std::uint64_t>(info.EndOfFile.QuadPart) >= size;
+}
+
 bool File::SetSize(std::uint64_t size) const {
     LARGE_INTEGER position{};
     position.QuadPart = static_cast<LONGLONG>(size);

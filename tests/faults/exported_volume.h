@@ -1,0 +1,85 @@
+#pragma once
+
+#include "platform/nbd/nbd_server.h"
+#include "quilladriver/volume_device.h"
+#include "tests/nbd/nbd_client.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace quilla::test {
+
+inline constexpr std::string_view kExport = "SEC3-0123456789abcdef0123456789abcdef";
+
+/// How often a test repeats its work: `usual` times, or `longRun` times when QUILLA_LONG_RUN is set.
+inline int Rounds(int usual, int longRun) {
+    return std::getenv("QUILLA_LONG_RUN") != nullptr ? longRun : usual;
+}
+
+/// A Twofish volume in a file of its own, served over NBD as a mounted one is.
+class ExportedVolume {
+  public:
+    explicit ExportedVolume(const std::filesystem::path& folder, std::uint64_t size) {
+        path_ = folder / ("quilla-faults-" + std::to_string(getpid()) + ".raw");
+        std::filesystem::remove(path_);
+        const File file =
+            File::Open(path_.c_str(), FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+        EXPECT_TRUE(file.IsOpen() && file.SetSize(size));
+    }
+    ~ExportedVolume() {
+        Dismount();
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+    ExportedVolume(const ExportedVolume&) = delete;
+    ExportedVolume& operator=(const ExportedVolume&) = delete;
+
+    [[nodiscard]] bool Mount() {
+        DataKey key{};
+        key.fill(std::byte{0x37});
+        File file =
+            File::Open(path_.c_str(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+        if (!device_.Open(std::move(file), CipherId::Twofish, key))
+            return false;
+        server_.emplace(device_, kExport);
+        return server_->Start();
+    }
+
+    /// Whether the last flush went well.
+    bool Dismount() {
+        const bool flushed = server_ && server_->Stop().flushed;
+        server_.reset();
+        device_.Close();
+        return flushed;
+    }
+
+    [[nodiscard]] NbdClient Connect() const {
+        NbdClient client(server_->Port());
+        EXPECT_TRUE(client.Enter(kExport));
+        return client;
+    }
+
+    [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
+    [[nodiscard]] std::uint16_t Port() const { return server_->Port(); }
+    [[nodiscard]] VolumeDevice& Device() { return device_; }
+
+  private:
+    static std::uint64_t Now() {
+        static std::atomic<std::uint64_t> time{0};
+        return ++time;
+    }
+
+    std::filesystem::path path_;
+    VolumeDevice device_{Now};
+    std::optional<NbdServer> server_;
+};
+
+} // namespace quilla::test
