@@ -1,0 +1,38 @@
+#include "ui/about_dialog.h"
+
+#include "store/display_text.h"
+#include "toolkit/dpi.h"
+#include "ui/driver_kernels.h"
+#include "ui/resource.h"
+
+#include <cwchar>
+#include <iterator>
+
+namespace quilla {
+
+namespace {
+
+constexpr int kIconSize = 48; // at 96 pixels per inch
+
+} // namespace
+
+void AboutDialog::Attach(HWND handle) {
+    BDialog::Attach(handle);
+    const int size = ScaleToWindow(hwnd, kIconSize);
+    icon_.Reset(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
+                                              IMAGE_ICON, size, size, LR_DEFAULTCOLOR)));
+    SendDlgItemMessageW(hwnd, IDC_ABOUT_ICON, STM_SETICON, reinterpret_cast<WPARAM>(icon_.Get()), 0);
+
+    wchar_t text[160];
+    _snwprintf(text, std::size(text), L"Quilla Tarn %d.%d.%d", QUILLA_VERSION_MAJOR, QUILLA_VERSION_MINOR,
+               QUILLA_VERSION_PATCH);
+    SetDlgItemTextW(hwnd, IDC_ABOUT_NAME, text);
+    SetDlgItemTextW(hwnd, IDC_ABOUT_COPYRIGHT, L"Copyright \u00A9 2026 The Quilla Tarn developers");
+    _snwprintf(text, std::size(text), L"Ciphers: %ls (XTS), %ls (CBC)", CipherName(CipherId::Twofish),
+               CipherName(CipherId::Cast128));
+    SetDlgItemTextW(hwnd, IDC_ABOUT_CIPHERS, text);
+    DescribeDriverKernels(text);
+    SetDlgItemTextW(hwnd, IDC_ABOUT_KERNELS, text);
+}
+
+} // namespace quilla

@@ -1,0 +1,84 @@
+#include "ui/change_password_dialog.h"
+
+#include "platform/wipe.h"
+#include "ui/dialog_layout.h"
+#include "ui/dialog_message.h"
+#include "ui/resource.h"
+#include "ui/secret_edit.h"
+#include "volume/volume_password.h"
+
+#include <cwchar>
+
+namespace quilla {
+
+namespace {
+
+#ifndef UNDER_CE
+constexpr int kExtraWidth = 84; // as wide as the other dialogs
+constexpr ControlLayout kLayout[] = {
+    {IDC_OLD_PASSWORD, Follow::Stretch},
+    {IDC_NEW_PASSWORD, Follow::Stretch},
+    {IDC_CONFIRM_PASSWORD, Follow::Stretch},
+    {IDOK, Follow::Move},
+    {IDCANCEL, Follow::Move},
+};
+#endif
+
+bool HaveSameText(const BEdit& one, const BEdit& other) {
+    Secret<PathText> text;
+    Secret<PathText> otherText;
+    GetWindowTextW(one.hwnd, *text, kPathUnits);
+    GetWindowTextW(other.hwnd, *otherText, kPathUnits);
+    return std::wcscmp(*text, *otherText) == 0;
+}
+
+} // namespace
+
+void ChangePasswordDialog::Attach(HWND handle) {
+    BDialog::Attach(handle);
+#ifndef UNDER_CE
+    WidenDialog(hwnd, kExtraWidth, kLayout);
+#endif
+    oldEdit.Attach(GetDlgItem(hwnd, IDC_OLD_PASSWORD));
+    newEdit.Attach(GetDlgItem(hwnd, IDC_NEW_PASSWORD));
+    confirmEdit.Attach(GetDlgItem(hwnd, IDC_CONFIRM_PASSWORD));
+    for (const BEdit* const edit : {&oldEdit, &newEdit, &confirmEdit})
+        PrepareSecretEdit(edit->hwnd);
+}
+
+LRESULT ChangePasswordDialog::OnMessage(BMessage& message) {
+    if (message.message == WM_DESTROY)
+        for (const BEdit* const edit : {&oldEdit, &newEdit, &confirmEdit})
+            WipeSecretEdit(edit->hwnd);
+    return BDialog::OnMessage(message);
+}
+
+LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
+    if (id != IDOK)
+        return BDialog::OnCommand(id, code, control);
+    OnOk();
+    return 0;
+}
+
+void ChangePasswordDialog::OnOk() {
+    Secret<PasswordDigest> passwordKey;
+    Secret<KeyBlock> block;
+    *passwordKey = TakePasswordKey(oldEdit.hwnd);
+    if (!OpenVolumeKey(*record, *passwordKey, *block)) {
+        block.WipeNow(); // not while the message is open
+        ShowDialogError(hwnd, L"Incorrect old password");
+        AskAgain(hwnd, oldEdit.hwnd);
+        return;
+    }
+    if (!HaveSameText(newEdit, confirmEdit)) {
+        block.WipeNow();
+        ShowDialogError(hwnd, L"Incorrect new password");
+        AskAgain(hwnd, newEdit.hwnd);
+        return;
+    }
+    *passwordKey = TakePasswordKey(newEdit.hwnd);
+    StoreVolumeKey(*record, *passwordKey, *block);
+    EndDialog(IDOK);
+}
+
+} // namespace quilla

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "toolkit/dialog.h"
+#include "toolkit/edit.h"
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+/// Enciphers a volume's key block under a new password. The volume's data and data key stay as they are.
+class ChangePasswordDialog final : public BDialog {
+  public:
+    explicit ChangePasswordDialog(VolumeRecord& volume) : record(&volume) {}
+
+    void Attach(HWND handle) override;
+    LRESULT OnMessage(BMessage& message) override;
+    LRESULT OnCommand(int id, int code, HWND control) override;
+
+  private:
+    void OnOk();
+
+    VolumeRecord* record;
+    BEdit oldEdit;
+    BEdit newEdit;
+    BEdit confirmEdit;
+};
+
+} // namespace quilla

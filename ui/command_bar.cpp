@@ -1,0 +1,86 @@
+#include "ui/command_bar.h"
+
+#include "toolkit/dpi.h"
+#include "ui/menu_shortcuts.h"
+#include "ui/resource.h"
+#include "ui/toolbar_images.h"
+
+#include <iterator>
+
+namespace quilla {
+
+namespace {
+
+struct Button {
+    int image;
+    int command; ///< 0 = separator
+    const wchar_t* tip = nullptr;
+};
+
+constexpr Button kButtons[] = {
+    {0, 0},
+    {STD_FILENEW, IDM_NEW, L"New"},
+    {STD_FILEOPEN, IDM_OPEN, L"Open"},
+    {0, 0},
+    {kCloseVolumeImage, IDM_CLOSE, L"Close"},
+    {STD_DELETE, IDM_DELETE, L"Delete"},
+    {0, 0},
+    {kFirstViewImage + VIEW_NETCONNECT, IDM_MOUNT, L"Mount"},
+    {kFirstViewImage + VIEW_NETDISCONNECT, IDM_DISMOUNT, L"Dismount"},
+    {0, 0},
+    {STD_PROPERTIES, IDM_PROPERTIES, L"Properties"},
+};
+static_assert(std::size(kButtons) == 11);
+static_assert(kButtons[7].image == 24 && kButtons[8].image == 25 && kButtons[4].image == 27);
+
+} // namespace
+
+void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
+    BToolbar::GetCreateDefaults(windowClass, creation);
+    creation.style |= TBSTYLE_FLAT | TBSTYLE_TOOLTIPS;
+}
+
+void CommandBar::InsertMenuBar(int menuId) const {
+    const HMENU menu = LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId));
+    AddShortcutTexts(menu);
+    SetMenu(GetParent(hwnd), menu); // the window owns it now
+}
+
+void CommandBar::AddButtons() {
+    SendMessageW(hwnd, TB_BUTTONSTRUCTSIZE, sizeof(TBBUTTON), 0);
+    LoadImages();
+
+    TBBUTTON buttons[std::size(kButtons)]{};
+    for (std::size_t i = 0; i < std::size(kButtons); ++i) {
+        buttons[i].iBitmap = kButtons[i].image;
+        buttons[i].idCommand = kButtons[i].command;
+        buttons[i].fsState = TBSTATE_ENABLED;
+        buttons[i].fsStyle = kButtons[i].command ? BTNS_BUTTON : BTNS_SEP;
+        buttons[i].iString = reinterpret_cast<INT_PTR>(kButtons[i].tip);
+    }
+    SendMessageW(hwnd, TB_ADDBUTTONSW, std::size(buttons), reinterpret_cast<LPARAM>(buttons));
+    // Texts without rows to stand in are shown as tool-tips and read out by screen readers.
+    SendMessageW(hwnd, TB_SETMAXTEXTROWS, 0, 0);
+    SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
+}
+
+void CommandBar::LoadImages() {
+    const int size = ScaleToWindow(hwnd, kSmallImageSize);
+    UniqueImageList images = LoadToolbarImages(GetParent(hwnd), size);
+    SendMessageW(hwnd, TB_SETBITMAPSIZE, 0, MAKELPARAM(size, size));
+    SendMessageW(hwnd, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(images.Get()));
+    images_ = std::move(images);
+    const int padding = ScaleToWindow(hwnd, 7);
+    SendMessageW(hwnd, TB_SETBUTTONSIZE, 0, MAKELPARAM(size + padding, size + padding));
+    SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
+}
+
+int CommandBar::Bottom() const {
+    RECT place;
+    GetWindowRect(hwnd, &place);
+    POINT corner{place.left, place.bottom};
+    ScreenToClient(GetParent(hwnd), &corner);
+    return corner.y;
+}
+
+} // namespace quilla

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "toolkit/toolbar.h"
+#include "ui/gui_handles.h"
+
+namespace quilla {
+
+/// The menu bar and the toolbar across the top of the main window. Handhelds have one command bar for both;
+/// on a desktop the menu belongs to the window and the toolbar lies below it.
+class CommandBar : public BToolbar {
+  public:
+    void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+
+    /// Sets the menu bar of the parent window.
+    void InsertMenuBar(int menuId) const;
+
+    /// Adds the standard, view and own images and the buttons with their tool-tips.
+    void AddButtons();
+
+    /// Loads the images and lays the buttons out for the window's resolution.
+    void LoadImages();
+
+    /// Bottom edge in the parent's client area.
+    [[nodiscard]] int Bottom() const;
+
+  private:
+    UniqueImageList images_;
+};
+
+} // namespace quilla

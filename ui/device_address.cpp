@@ -1,0 +1,11 @@
+#include "ui/device_address.h"
+
+#include "platform/desktop/device_manager.h"
+
+namespace quilla {
+
+bool CopyDeviceAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text) {
+    return record.IsMounted() && GetDeviceManager().CopyUri(record.DeviceName, text);
+}
+
+} // namespace quilla

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/win32/handle.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+namespace quilla {
+
+struct IconTraits {
+    using Type = HICON;
+    static Type Empty() { return nullptr; }
+    static void Close(Type icon) { DestroyIcon(icon); }
+};
+
+struct FontTraits {
+    using Type = HFONT;
+    static Type Empty() { return nullptr; }
+    static void Close(Type font) { DeleteObject(font); }
+};
+
+struct MenuTraits {
+    using Type = HMENU;
+    static Type Empty() { return nullptr; }
+    static void Close(Type menu) { DestroyMenu(menu); }
+};
+
+struct ImageListTraits {
+    using Type = HIMAGELIST;
+    static Type Empty() { return nullptr; }
+    static void Close(Type images) { ImageList_Destroy(images); }
+};
+
+struct MemoryContextTraits {
+    using Type = HDC;
+    static Type Empty() { return nullptr; }
+    static void Close(Type context) { DeleteDC(context); }
+};
+
+struct BitmapTraits {
+    using Type = HBITMAP;
+    static Type Empty() { return nullptr; }
+    static void Close(Type bitmap) { DeleteObject(bitmap); }
+};
+
+using UniqueIcon = UniqueHandle<IconTraits>;
+using UniqueFont = UniqueHandle<FontTraits>;
+using UniqueMenu = UniqueHandle<MenuTraits>;
+using UniqueImageList = UniqueHandle<ImageListTraits>;
+using UniqueMemoryContext = UniqueHandle<MemoryContextTraits>;
+using UniqueBitmap = UniqueHandle<BitmapTraits>;
+
+} // namespace quilla

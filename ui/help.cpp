@@ -1,0 +1,42 @@
+#include "ui/help.h"
+
+#include "platform/win32/handle.h"
+#include "ui/program_folder.h"
+
+#include <shellapi.h>
+
+namespace quilla {
+
+namespace {
+
+/// Starts the help viewer. On a desktop only one beside the program counts: a bare name would be looked for
+/// in the current folder, which may be anybody's.
+bool StartHelpViewer() {
+    wchar_t commandLine[] = L"file:Quilla.htm";
+    PathText viewer;
+#ifdef UNDER_CE
+    CopyText(viewer, L"PegHelp.exe");
+#else
+    if (!PathBesideProgram(L"PegHelp.exe", viewer))
+        return false;
+#endif
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION started{};
+    if (!CreateProcessW(viewer, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &started))
+        return false;
+    const UniqueProcess thread(started.hThread);
+    const UniqueProcess process(started.hProcess);
+    return true;
+}
+
+} // namespace
+
+void OpenHelp(HWND owner) {
+    PathText page;
+    if (!StartHelpViewer() && PathBesideProgram(L"Quilla.htm", page))
+        ShellExecuteW(owner, nullptr, page, nullptr, nullptr, SW_SHOWNORMAL);
+}
+
+} // namespace quilla

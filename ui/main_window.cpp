@@ -1,0 +1,263 @@
+// The main window as a window: creation, layout, closing and the messages it takes. Its commands are in
+// main_window_commands.cpp.
+
+#include "ui/main_window.h"
+
+#include "driver/window_messages.h"
+#include "platform/desktop/ce_services.h"
+#include "platform/error_box.h"
+#include "store/registry_store.h"
+#include "toolkit/dpi.h"
+#include "ui/open_dialog.h"
+#include "ui/program_icon.h"
+#include "ui/resource.h"
+
+#include <cwchar>
+
+namespace quilla {
+
+namespace {
+
+/// Of a first start, in pixels at 96 per inch: room for the columns, a scroll bar and about fifteen rows.
+constexpr int kFirstWidth = 540;
+constexpr int kFirstHeight = 380;
+constexpr int kLeastWidth = 260;
+constexpr int kLeastHeight = 160;
+
+/// Whether enough of a window would be on a screen for the user to get at it.
+bool IsReachable(const RECT& place) {
+    return MonitorFromRect(&place, MONITOR_DEFAULTTONULL) != nullptr;
+}
+
+/// The name of a file without its folder.
+const wchar_t* FileNameOf(const wchar_t* path) {
+    const wchar_t* const backslash = std::wcsrchr(path, L'\\');
+    return backslash ? backslash + 1 : path;
+}
+
+} // namespace
+
+MainWindow::MainWindow(const UiServices& services)
+    : services_(services), server_(list_, services.driver, *this) {}
+
+void MainWindow::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
+    BWindow::GetCreateDefaults(windowClass, creation);
+#ifdef UNDER_CE
+    creation.style = 0; // a window as large as the screen
+#else
+    creation.style = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
+#endif
+}
+
+void MainWindow::Attach(HWND handle) {
+    BWindow::Attach(handle);
+    if (!hwnd)
+        return;
+    LoadIcons();
+    shellStarted_ = RegisterWindowMessageW(L"TaskbarCreated");
+    icon_.Add(hwnd);
+    bar_.Create(hwnd, nullptr, 0);
+    bar_.InsertMenuBar(IDR_MENU_BAR);
+    bar_.AddButtons();
+    list_.Create(hwnd, nullptr, 0);
+    RestoreSettings();
+    PlaceList();
+    SetFocus(list_.hwnd);
+    savedFocus = list_.hwnd; // the window is not active yet
+    LoadVolumeList(list_);
+    list_.Sort();
+    DragAcceptFiles(hwnd, TRUE);
+}
+
+void MainWindow::LoadIcons() {
+    UniqueIcon smallIcon = LoadProgramIcon(hwnd, SM_CXSMICON);
+    UniqueIcon largeIcon = LoadProgramIcon(hwnd, SM_CXICON);
+    SendMessageW(hwnd, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(smallIcon.Get()));
+    SendMessageW(hwnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(largeIcon.Get()));
+    smallIcon_ = std::move(smallIcon);
+    largeIcon_ = std::move(largeIcon);
+}
+
+void MainWindow::PlaceList() {
+    RECT client;
+    GetClientRect(hwnd, &client);
+    SendMessageW(bar_.hwnd, TB_AUTOSIZE, 0, 0);
+    // The list's border is pushed one pixel out of sight on three sides.
+    const int top = bar_.Bottom();
+    SetWindowPos(list_.hwnd, nullptr, -1, top, client.right + 2, client.bottom - top + 1,
+                 SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
+void MainWindow::RestoreSettings() {
+    const WindowSettings settings = LoadWindowSettings();
+    if (settings.hasPlace && IsReachable(settings.place)) {
+        WINDOWPLACEMENT placement{};
+        placement.length = sizeof(placement);
+        placement.showCmd = SW_HIDE;
+        placement.rcNormalPosition = settings.place;
+        SetWindowPlacement(hwnd, &placement);
+    } else {
+        SetWindowPos(hwnd, nullptr, 0, 0, ScaleToWindow(hwnd, kFirstWidth), ScaleToWindow(hwnd, kFirstHeight),
+                     SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    }
+    maximizeWhenShown_ = settings.isMaximized;
+    list_.Apply(settings);
+}
+
+void MainWindow::SaveSettings() const {
+    WindowSettings settings;
+    WINDOWPLACEMENT placement{};
+    placement.length = sizeof(placement);
+    settings.hasPlace = GetWindowPlacement(hwnd, &placement) != FALSE;
+    settings.place = placement.rcNormalPosition;
+    settings.isMaximized = IsZoomed(hwnd) || maximizeWhenShown_;
+    list_.Describe(settings);
+    SaveWindowSettings(settings);
+}
+
+LRESULT MainWindow::OnMessage(BMessage& message) {
+    switch (message.message) {
+    case WM_CLOSE:
+        OnClose();
+        return 0;
+    case WM_DESTROY:
+        OnDestroy();
+        break;
+    case WM_SIZE:
+        if (message.wParam != SIZE_MINIMIZED && list_.hwnd)
+            PlaceList();
+        break;
+    case WM_SETFOCUS:
+        SetFocus(list_.hwnd);
+        return 0;
+    case WM_SHOWWINDOW:
+        if (message.wParam && maximizeWhenShown_) {
+            maximizeWhenShown_ = false;
+            PostMessageW(hwnd, WM_SYSCOMMAND, SC_MAXIMIZE, 0);
+        }
+        break;
+    case WM_GETMINMAXINFO: {
+        POINT& least = reinterpret_cast<MINMAXINFO*>(message.lParam)->ptMinTrackSize;
+        least = {ScaleToWindow(hwnd, kLeastWidth), ScaleToWindow(hwnd, kLeastHeight)};
+        return 0;
+    }
+    case WM_DPICHANGED:
+        OnDpiChanged(*reinterpret_cast<const RECT*>(message.lParam));
+        return 0;
+    case WM_SYSCOLORCHANGE:
+        SendMessageW(bar_.hwnd, message.message, message.wParam, message.lParam);
+        SendMessageW(list_.hwnd, message.message, message.wParam, message.lParam);
+        break;
+    case WM_DROPFILES:
+        OnDropFiles(reinterpret_cast<HDROP>(message.wParam));
+        return 0;
+    case WM_HELP:
+        SendMessageW(hwnd, WM_COMMAND, IDM_CONTENTS, 0);
+        return TRUE;
+    case WM_ENDSESSION:
+        // The process is about to be ended: what its clients have written shall be on the disk.
+        if (message.wParam) {
+            SaveSettings();
+            server_.DismountAll();
+        }
+        return 0;
+    case WM_LISTMENU:
+        OpenListMenu(*reinterpret_cast<const POINT*>(message.lParam));
+        return 0;
+    case WM_TRAYICON:
+        OnTrayMessage(message.lParam);
+        return 0;
+    case WM_REQUEST:
+        return OnRequest();
+    default:
+        if (message.message == shellStarted_ && shellStarted_ != 0)
+            icon_.Add(hwnd);
+        break;
+    }
+    return BWindow::OnMessage(message);
+}
+
+void MainWindow::OnClose() {
+    // A dialog's loop would take the end of the program for its own.
+    if (const HWND dialog = FindOpenDialog()) {
+        SetForegroundWindow(dialog);
+        return;
+    }
+    if (server_.MayClose()) {
+        ce::EventModify(services_.instanceEvent.Get(), ce::EVENT_RESET);
+        Close();
+        return;
+    }
+    const bool wasVisible = IsWindowVisible(hwnd) != FALSE;
+    ShowWindow(hwnd, SW_HIDE);
+    if (wasVisible && !hasToldOfHiding_) {
+        hasToldOfHiding_ = true;
+        icon_.ShowNotice(kMainWindowTitle, L"Volumes stay mounted. Double-click here to see them again.",
+                         NIIF_INFO);
+    }
+}
+
+void MainWindow::OnDestroy() {
+    SaveSettings();
+    icon_.Remove();
+    ClearRows(list_);
+    PostQuitMessage(0);
+}
+
+void MainWindow::OnTrayMessage(LPARAM mouseMessage) {
+    if (mouseMessage == WM_LBUTTONDBLCLK)
+        ShowFromTray();
+    else if (mouseMessage == WM_RBUTTONUP)
+        OpenTrayMenu();
+}
+
+LRESULT MainWindow::OnRequest() {
+    const LRESULT result = server_.Serve();
+    if (!server_.IsServing())
+        list_.Sort();
+    return result;
+}
+
+void MainWindow::OnDpiChanged(const RECT& place) {
+    LoadIcons();
+    icon_.UpdateIcon();
+    bar_.LoadImages();
+    list_.LoadImages();
+    SetWindowPos(hwnd, nullptr, place.left, place.top, place.right - place.left, place.bottom - place.top,
+                 SWP_NOZORDER | SWP_NOACTIVATE);
+    PlaceList();
+}
+
+void MainWindow::OnDropFiles(HDROP drop) {
+    constexpr UINT kCountFiles = 0xFFFFFFFF;
+    const UINT count = DragQueryFileW(drop, kCountFiles, nullptr, 0);
+    for (UINT i = 0; i < count; ++i) {
+        wchar_t path[kPathUnits];
+        if (DragQueryFileW(drop, i, nullptr, 0) >= kPathUnits) {
+            ShowError(L"The path of the file is longer than 259 characters");
+            continue;
+        }
+        DragQueryFileW(drop, i, path, kPathUnits);
+        const wchar_t* const extension = std::wcsrchr(FileNameOf(path), L'.');
+        if (extension && lstrcmpiW(extension, L".raw") == 0)
+            OpenVolume(path);
+    }
+    DragFinish(drop);
+}
+
+void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
+                                    unsigned clientsCutOff) {
+    if (reason == DismountReason::User && clientsCutOff == 0)
+        return;
+    const wchar_t* const cause = reason == DismountReason::Timeout
+                                     ? L" was dismounted because it had not been used for its time-out."
+                                     : L" was dismounted.";
+    const wchar_t* const loss =
+        clientsCutOff ? L" Programs that were connected to it have been cut off." : L"";
+    wchar_t text[256]; // what a notice takes
+    _snwprintf(text, std::size(text), L"%.100ls%ls%ls", FileNameOf(record.Path), cause, loss);
+    text[std::size(text) - 1] = 0;
+    icon_.ShowNotice(kMainWindowTitle, text, clientsCutOff ? NIIF_WARNING : NIIF_INFO);
+}
+
+} // namespace quilla

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "driver/mount_observer.h"
+#include "driver/request_server.h"
+#include "toolkit/window.h"
+#include "ui/command_bar.h"
+#include "ui/notification_icon.h"
+#include "ui/ui_services.h"
+#include "ui/volume_list_view.h"
+
+#include <shellapi.h>
+
+namespace quilla {
+
+/// The program's one top-level window: command bar, list of volumes and notification icon. Owns the list,
+/// serves the requests of dialogs and of other processes, and carries out the commands.
+///
+/// It exists for the life of the program and is hidden, not destroyed, when it is closed while a volume is
+/// mounted. Its destruction ends the message loop.
+class MainWindow final : public BWindow, private MountObserver {
+  public:
+    /// The services are used from the window's creation on.
+    explicit MainWindow(const UiServices& services);
+
+    void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+    void Attach(HWND handle) override;
+    LRESULT OnMessage(BMessage& message) override;
+    LRESULT OnCommand(int id, int code, HWND control) override;
+    void OnUpdateCommand(BCommandState& state) override;
+
+  private:
+    struct Command;
+    static const Command kCommands[];
+    [[nodiscard]] static const Command* FindCommand(int id);
+
+    void LoadIcons();
+    void PlaceList();
+    void RestoreSettings();
+    void SaveSettings() const;
+    void OnClose();
+    void OnDestroy();
+    void OnTrayMessage(LPARAM mouseMessage);
+    LRESULT OnRequest();
+    void OnDpiChanged(const RECT& place);
+    void OnDropFiles(HDROP drop);
+    void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
+                            unsigned clientsCutOff) override;
+
+    /// The record of the one selected row; null with no or several rows selected.
+    [[nodiscard]] VolumeRecord* SelectedVolume() const;
+    void OpenVolume(const wchar_t* path);
+    void RemoveVolume(const VolumeRecord& record);
+    void UpdateVolume(VolumeRecord& record);
+    void OpenListMenu(POINT screen);
+    void OpenTrayMenu();
+    void TrackMenu(int menuId, POINT screen, int defaultCommand);
+
+    void New();
+    void Open();
+    void CloseSelected();
+    void DeleteSelected();
+    void Exit();
+    void Mount();
+    void Dismount();
+    void ChangePassword();
+    void EditProperties();
+    void ShowContents();
+    void ShowAbout();
+    void CopyAddress();
+    void ShowFromTray();
+    void DismountAll();
+
+    UiServices services_;
+    CommandBar bar_;
+    VolumeListView list_;
+    NotificationIcon icon_;
+    RequestServer server_;
+    UniqueIcon smallIcon_;
+    UniqueIcon largeIcon_;
+    UINT shellStarted_ = 0; ///< the message with which a new shell asks for notification icons
+    bool maximizeWhenShown_ = false;
+    bool hasToldOfHiding_ = false;
+};
+
+} // namespace quilla

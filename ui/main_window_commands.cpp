@@ -1,0 +1,258 @@
+// The commands of the main window and the pop-up menus that offer them.
+
+#include "platform/error_box.h"
+#include "store/default_key_path.h"
+#include "store/registry_store.h"
+#include "ui/about_dialog.h"
+#include "ui/change_password_dialog.h"
+#include "ui/clipboard.h"
+#include "ui/device_address.h"
+#include "ui/help.h"
+#include "ui/main_window.h"
+#include "ui/menu_shortcuts.h"
+#include "ui/mount_dialog.h"
+#include "ui/new_volume_dialog.h"
+#include "ui/open_dialog.h"
+#include "ui/properties_dialog.h"
+#include "ui/resource.h"
+
+#include <cwchar>
+#include <iterator>
+
+namespace quilla {
+
+namespace {
+
+/// When a command is enabled.
+enum class Rule : unsigned char {
+    Always,
+    AnyVolume,
+    UnmountedVolume,
+    RemovableVolume,
+    MountedVolume,
+    AnyMounted
+};
+
+} // namespace
+
+struct MainWindow::Command {
+    int id;
+    void (MainWindow::*perform)();
+    Rule rule;
+};
+
+const MainWindow::Command MainWindow::kCommands[] = {
+    {IDM_NEW, &MainWindow::New, Rule::Always},
+    {IDM_OPEN, &MainWindow::Open, Rule::Always},
+    {IDM_CLOSE, &MainWindow::CloseSelected, Rule::RemovableVolume},
+    {IDM_DELETE, &MainWindow::DeleteSelected, Rule::RemovableVolume},
+    {IDM_EXIT, &MainWindow::Exit, Rule::Always},
+    {IDM_MOUNT, &MainWindow::Mount, Rule::UnmountedVolume},
+    {IDM_DISMOUNT, &MainWindow::Dismount, Rule::MountedVolume},
+    {IDM_CHANGE_PASSWORD, &MainWindow::ChangePassword, Rule::AnyVolume},
+    {IDM_PROPERTIES, &MainWindow::EditProperties, Rule::AnyVolume},
+    {IDM_CONTENTS, &MainWindow::ShowContents, Rule::Always},
+    {IDM_ABOUT, &MainWindow::ShowAbout, Rule::Always},
+    {IDM_COPY_ADDRESS, &MainWindow::CopyAddress, Rule::MountedVolume},
+    {IDM_SHOW_WINDOW, &MainWindow::ShowFromTray, Rule::Always},
+    {IDM_DISMOUNT_ALL, &MainWindow::DismountAll, Rule::AnyMounted},
+};
+
+const MainWindow::Command* MainWindow::FindCommand(int id) {
+    for (const Command& command : kCommands)
+        if (command.id == id)
+            return &command;
+    return nullptr;
+}
+
+LRESULT MainWindow::OnCommand(int id, int code, HWND control) {
+    const Command* const command = FindCommand(id);
+    if (!command)
+        return BWindow::OnCommand(id, code, control);
+    (this->*command->perform)();
+    return 0;
+}
+
+void MainWindow::OnUpdateCommand(BCommandState& state) {
+    const Command* const command = FindCommand(state.id);
+    if (!command) {
+        BWindow::OnUpdateCommand(state);
+        return;
+    }
+    const VolumeRecord* const volume = SelectedVolume();
+    switch (command->rule) {
+    case Rule::Always:
+        state.Enable(true);
+        break;
+    case Rule::AnyVolume:
+        state.Enable(volume != nullptr);
+        break;
+    case Rule::UnmountedVolume:
+        state.Enable(volume && !volume->IsMounted());
+        break;
+    case Rule::RemovableVolume: // a request may be at work on the rows behind an error box
+        state.Enable(volume && !volume->IsMounted() && !server_.IsServing());
+        break;
+    case Rule::MountedVolume:
+        state.Enable(volume && volume->IsMounted());
+        break;
+    case Rule::AnyMounted:
+        state.Enable(AnyVolumeMounted(list_));
+        break;
+    }
+}
+
+VolumeRecord* MainWindow::SelectedVolume() const {
+    return ListView_GetSelectedCount(list_.hwnd) == 1 ? &RecordAt(list_, SelectedRow(list_)) : nullptr;
+}
+
+void MainWindow::UpdateVolume(VolumeRecord& record) {
+    // Requests served while a dialog was open may have moved the row.
+    UpdateVolumeRow(list_, list_.RowOf(record), record);
+    list_.Sort();
+}
+
+void MainWindow::RemoveVolume(const VolumeRecord& record) {
+    RemoveRow(list_, list_.RowOf(record));
+    SaveVolumeList(list_);
+}
+
+void MainWindow::New() {
+    VolumeRecord record{};
+    NewVolumeDialog dialog(record, services_);
+    if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) != IDOK)
+        return;
+    list_.SelectRow(AppendVolume(list_, record));
+    list_.Sort();
+    SaveVolumeList(list_);
+}
+
+void MainWindow::Open() {
+    services_.picker.SetFilter(kVolumeFilter);
+    if (services_.picker.Open(hwnd))
+        OpenVolume(services_.picker.FileName());
+}
+
+void MainWindow::OpenVolume(const wchar_t* path) {
+    PathText keyPath;
+    DefaultKeyPath(path, keyPath);
+    list_.SelectRow(FindVolume(list_, path, keyPath));
+    list_.Sort();
+    SaveVolumeList(list_);
+}
+
+void MainWindow::CloseSelected() {
+    RemoveVolume(*SelectedVolume());
+}
+
+void MainWindow::DeleteSelected() {
+    VolumeRecord& record = *SelectedVolume();
+    wchar_t question[2 * kPathUnits + 80];
+    _snwprintf(question, std::size(question),
+               L"Are you sure you want to delete\n\n%ls\n%ls\n\nand all the data inside?", record.Path,
+               record.KeyPath);
+    question[std::size(question) - 1] = 0;
+    if (MessageBoxW(hwnd, question, L"Confirm Delete", MB_OKCANCEL | MB_ICONEXCLAMATION) != IDOK)
+        return;
+    if (record.IsMounted()) { // by another process, while the question was open
+        ShowError(L"The volume has been mounted and cannot be deleted");
+        return;
+    }
+    services_.channel.SendDeleteVolumeFiles(record);
+    RemoveVolume(record);
+}
+
+void MainWindow::Exit() {
+    SendMessageW(hwnd, WM_CLOSE, 0, 0);
+}
+
+void MainWindow::Mount() {
+    VolumeRecord& record = *SelectedVolume();
+    MountDialog dialog(record, services_);
+    if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) == IDOK)
+        UpdateVolume(record);
+}
+
+void MainWindow::Dismount() {
+    server_.DismountSelected();
+}
+
+void MainWindow::ChangePassword() {
+    ChangePasswordDialog dialog(*SelectedVolume());
+    dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_CHANGE_PASSWORD));
+}
+
+void MainWindow::EditProperties() {
+    VolumeRecord& record = *SelectedVolume();
+    PropertiesDialog dialog(record, services_);
+    if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) == IDOK)
+        UpdateVolume(record);
+}
+
+void MainWindow::ShowContents() {
+    OpenHelp(hwnd);
+}
+
+void MainWindow::ShowAbout() {
+    AboutDialog dialog;
+    dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_ABOUT));
+}
+
+void MainWindow::CopyAddress() {
+    wchar_t address[kAddressUnits];
+    if (CopyDeviceAddress(*SelectedVolume(), address))
+        CopyToClipboard(hwnd, address);
+}
+
+void MainWindow::ShowFromTray() {
+    if (IsIconic(hwnd))
+        ShowWindow(hwnd, SW_RESTORE);
+    SetWindowPos(hwnd, nullptr, 0, 0, 0, 0,
+                 SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_NOZORDER);
+#ifdef UNDER_CE
+    // There a handle with its lowest bit set brings the window's whole family to the front.
+    SetForegroundWindow(reinterpret_cast<HWND>(reinterpret_cast<ULONG_PTR>(hwnd) | 1));
+#else
+    SetForegroundWindow(GetLastActivePopup(hwnd));
+#endif
+}
+
+void MainWindow::DismountAll() {
+    server_.DismountAll();
+}
+
+void MainWindow::OpenListMenu(POINT screen) {
+    if (SelectedRow(list_) < 0)
+        TrackMenu(IDR_MENU_LIST, screen, 0);
+    else
+        TrackMenu(IDR_MENU_VOLUME, screen, IDM_MOUNT);
+}
+
+void MainWindow::OpenTrayMenu() {
+    if (const HWND dialog = FindOpenDialog()) { // its loop would have to carry the commands out
+        SetForegroundWindow(dialog);
+        return;
+    }
+    POINT place;
+    GetCursorPos(&place);
+    // The shell's convention: a menu of a window in the background would not close by a click beside it.
+    SetForegroundWindow(hwnd);
+    TrackMenu(IDR_MENU_TRAY, place, IDM_SHOW_WINDOW);
+    PostMessageW(hwnd, WM_NULL, 0, 0);
+}
+
+void MainWindow::TrackMenu(int menuId, POINT screen, int defaultCommand) {
+    const UniqueMenu bar(LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId)));
+    const HMENU menu = GetSubMenu(bar.Get(), 0);
+    AddShortcutTexts(menu);
+    if (defaultCommand)
+        SetMenuDefaultItem(menu, static_cast<UINT>(defaultCommand), FALSE);
+    const VolumeRecord* const volume = SelectedVolume();
+    if (menuId == IDR_MENU_VOLUME && volume && volume->IsMounted()) {
+        AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
+        AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
+    }
+    TrackPopupMenuEx(menu, TPM_RIGHTBUTTON, screen.x, screen.y, hwnd, nullptr);
+}
+
+} // namespace quilla

@@ -1,0 +1,58 @@
+#include "ui/notification_icon.h"
+
+#include "driver/window_messages.h"
+#include "platform/text.h"
+
+#include <shellapi.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr UINT kIconId = 101;
+constexpr int kTipUnits = 64; // what every version of the shell shows
+
+NOTIFYICONDATAW DataFor(HWND owner, UINT flags) {
+    NOTIFYICONDATAW data{};
+    data.cbSize = sizeof(data);
+    data.hWnd = owner;
+    data.uID = kIconId;
+    data.uFlags = flags;
+    data.uCallbackMessage = WM_TRAYICON;
+    return data;
+}
+
+HICON SmallIconOf(HWND window) {
+    return reinterpret_cast<HICON>(SendMessageW(window, WM_GETICON, ICON_SMALL, 0));
+}
+
+} // namespace
+
+void NotificationIcon::Add(HWND owner) {
+    owner_ = owner;
+    NOTIFYICONDATAW data = DataFor(owner, NIF_MESSAGE | NIF_ICON | NIF_TIP);
+    data.hIcon = SmallIconOf(owner);
+    GetWindowTextW(owner, data.szTip, kTipUnits);
+    Shell_NotifyIconW(NIM_ADD, &data);
+}
+
+void NotificationIcon::UpdateIcon() {
+    NOTIFYICONDATAW data = DataFor(owner_, NIF_ICON);
+    data.hIcon = SmallIconOf(owner_);
+    Shell_NotifyIconW(NIM_MODIFY, &data);
+}
+
+void NotificationIcon::ShowNotice(const wchar_t* title, const wchar_t* text, DWORD kind) {
+    NOTIFYICONDATAW data = DataFor(owner_, NIF_INFO);
+    CopyText(data.szInfoTitle, title);
+    CopyText(data.szInfo, text);
+    data.dwInfoFlags = kind;
+    Shell_NotifyIconW(NIM_MODIFY, &data);
+}
+
+void NotificationIcon::Remove() {
+    NOTIFYICONDATAW data = DataFor(owner_, 0);
+    Shell_NotifyIconW(NIM_DELETE, &data);
+}
+
+} // namespace quilla

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "platform/text.h"
+
+namespace quilla {
+
+/// The path of a file that lies beside the program; false if it is too long.
+[[nodiscard]] bool PathBesideProgram(const wchar_t* fileName, PathText& path);
+
+} // namespace quilla

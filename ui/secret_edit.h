@@ -1,0 +1,23 @@
+#pragma once
+
+#include "platform/text.h"
+#include "volume/password_digest.h"
+
+#include <windows.h>
+
+namespace quilla {
+
+/// Makes an edit ready for a password: bounds its text and lets its buffers grow to their full size now, so
+/// that typing never moves a part of the password to other memory.
+void PrepareSecretEdit(HWND edit);
+
+/// The password key of an edit's text; no other copy of the text is left.
+[[nodiscard]] PasswordDigest TakePasswordKey(HWND edit);
+
+/// Overwrites the memory in which an edit keeps its text and what can be undone, and empties the edit.
+void WipeSecretEdit(HWND edit);
+
+/// Makes the user type a password again: focus to the edit, with its text selected.
+void AskAgain(HWND dialog, HWND edit);
+
+} // namespace quilla

@@ -1,0 +1,147 @@
+#include "ui/volume_dialog.h"
+
+#include "platform/wipe.h"
+#include "store/display_text.h"
+#include "ui/dialog_layout.h"
+#include "ui/dialog_values.h"
+#include "ui/resource.h"
+#include "ui/secret_edit.h"
+
+#include <commctrl.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr const wchar_t* kUnitNames[] = {L"KB", L"MB", L"GB"};
+
+void SetUpDown(const BUpDown& upDown, std::int16_t value) {
+    constexpr int kMaxValue = 32767; // controls of the platform's first releases have 16 bits
+    SendMessageW(upDown.hwnd, UDM_SETRANGE32, 0, kMaxValue);
+    SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, value);
+}
+
+#ifndef UNDER_CE
+/// A desktop shows paths that no handheld has: twice the template's width for the fields.
+constexpr int kExtraWidth = 84;
+constexpr ControlLayout kLayout[] = {
+    {IDC_VOLUME, Follow::Stretch},   {IDC_CIPHER, Follow::Stretch}, {IDC_KEY, Follow::Stretch},
+    {IDC_PASSWORD, Follow::Stretch}, {IDOK, Follow::Move},          {IDCANCEL, Follow::Move},
+};
+#endif
+
+} // namespace
+
+VolumeDialog::VolumeDialog(VolumeRecord& volume, const UiServices& uiServices)
+    : record(&volume), work{}, services(uiServices), keyField(*this), volumeField(*this, keyField) {}
+
+VolumeDialog::~VolumeDialog() {
+    Wipe(work);
+}
+
+void VolumeDialog::Attach(HWND handle) {
+    BDialog::Attach(handle);
+    work = *record;
+#ifndef UNDER_CE
+    WidenDialog(hwnd, kExtraWidth, kLayout);
+#endif
+    BindControls();
+    ShowFileField(volumeField, IDC_VOLUME, work.Path);
+    ShowSizeOfVolume();
+    for (const CipherId cipher : kOfferedCiphers)
+        SendMessageW(cipherCombo.hwnd, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(CipherName(cipher)));
+    SendMessageW(cipherCombo.hwnd, CB_SETCURSEL, static_cast<WPARAM>(ShowCipher(work.Cipher)), 0);
+    ShowFileField(keyField, IDC_KEY, work.KeyPath);
+    PrepareSecretEdit(passwordEdit.hwnd);
+    SetUpDown(timeoutUpDown, ShowTimeout(work.Timeout));
+}
+
+void VolumeDialog::BindControls() {
+    const auto bind = [this](BWindow& object, int id) { object.Attach(GetDlgItem(hwnd, id)); };
+    bind(sizeEdit, IDC_SIZE_VALUE);
+    bind(sizeUpDown, IDC_SIZE_SPIN);
+    bind(unitCombo, IDC_SIZE_UNIT);
+    bind(cipherCombo, IDC_CIPHER);
+    bind(passwordEdit, IDC_PASSWORD);
+    bind(timeoutEdit, IDC_TIMEOUT);
+    bind(timeoutUpDown, IDC_TIMEOUT_SPIN);
+}
+
+void VolumeDialog::ShowFileField(DialogFileField& field, int id, const wchar_t* path) {
+    field.Attach(GetDlgItem(hwnd, id));
+    SendMessageW(field.hwnd, WM_SETFONT, static_cast<WPARAM>(SendMessageW(hwnd, WM_GETFONT, 0, 0)), TRUE);
+    SetWindowTextW(field.edit.hwnd, path);
+}
+
+void VolumeDialog::ShowSizeOfVolume() {
+    const ShownSize size = ShowSize(work.Size);
+    SetUpDown(sizeUpDown, size.value);
+    for (const wchar_t* const name : kUnitNames)
+        SendMessageW(unitCombo.hwnd, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(name));
+    SendMessageW(unitCombo.hwnd, CB_SETCURSEL, static_cast<WPARAM>(size.unit), 0);
+}
+
+void VolumeDialog::SetCaption(UINT stringId) {
+    wchar_t caption[32];
+    LoadStringW(GetModuleHandleW(nullptr), stringId, caption, std::size(caption));
+    SetWindowTextW(hwnd, caption);
+}
+
+void VolumeDialog::LockFixedFields() {
+    volumeField.SetReadOnly(true);
+    SendMessageW(sizeEdit.hwnd, EM_SETREADONLY, TRUE, 0);
+    EnableWindow(sizeUpDown.hwnd, FALSE); // its arrows would still count
+    unitCombo.SetLocked(true);
+    cipherCombo.SetLocked(true);
+}
+
+LRESULT VolumeDialog::OnMessage(BMessage& message) {
+    if (message.message == WM_DESTROY)
+        WipeSecretEdit(passwordEdit.hwnd);
+    return BDialog::OnMessage(message);
+}
+
+LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
+    switch (id) {
+    case IDOK:
+        OnOk();
+        return 0;
+    case IDCANCEL:
+        EndDialog(IDCANCEL);
+        return 0;
+    default:
+        return BWindow::OnCommand(id, code, control);
+    }
+}
+
+void VolumeDialog::OnUpdateCommand(BCommandState& state) {
+    switch (state.id) {
+    case IDC_KEY_LABEL:
+    case IDC_KEY:
+    case IDC_PASSWORD_LABEL:
+    case IDC_PASSWORD: // a choice that is still being made decides nothing
+        if (!SendMessageW(cipherCombo.hwnd, CB_GETDROPPEDSTATE, 0, 0))
+            state.Enable(SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0) != 0);
+        return;
+    default:
+        BDialog::OnUpdateCommand(state);
+    }
+}
+
+void VolumeDialog::TakeTimeout() {
+    const auto minutes = static_cast<std::int16_t>(SendMessageW(timeoutUpDown.hwnd, UDM_GETPOS32, 0, 0));
+    work.Timeout = TimeoutFromShown(minutes);
+}
+
+void VolumeDialog::TakeDeviceState() {
+    work.DeviceHandle = record->DeviceHandle;
+    work.ActivityTime = record->ActivityTime;
+    CopyText(work.DeviceName, FieldText(record->DeviceName));
+}
+
+void VolumeDialog::Accept() {
+    *record = work;
+    EndDialog(IDOK);
+}
+
+} // namespace quilla

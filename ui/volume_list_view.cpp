@@ -1,0 +1,235 @@
+#include "ui/volume_list_view.h"
+
+#include "store/volume_list.h"
+#include "toolkit/dpi.h"
+#include "ui/device_address.h"
+#include "ui/message_font.h"
+#include "ui/program_icon.h"
+#include "ui/resource.h"
+
+#include <cwchar>
+
+namespace quilla {
+
+namespace {
+
+struct Column {
+    const wchar_t* title;
+    /// Less than, equal to or greater than zero.
+    int (*compare)(const VolumeRecord& one, const VolumeRecord& other);
+};
+
+template <typename T>
+int CompareNumbers(T one, T other) {
+    return one < other ? -1 : one > other ? 1 : 0;
+}
+
+constexpr Column kColumns[kListColumns] = {
+    {L"Volume",
+     [](const VolumeRecord& one, const VolumeRecord& other) { return lstrcmpiW(one.Path, other.Path); }},
+    {L"Size",
+     [](const VolumeRecord& one, const VolumeRecord& other) { return CompareNumbers(one.Size, other.Size); }},
+    {L"Encryption", [](const VolumeRecord& one,
+                       const VolumeRecord& other) { return CompareNumbers(one.Cipher, other.Cipher); }},
+    {L"Key", [](const VolumeRecord& one,
+                const VolumeRecord& other) { return lstrcmpiW(one.KeyPath, other.KeyPath); }},
+};
+
+struct Order {
+    int (*compare)(const VolumeRecord& one, const VolumeRecord& other);
+    bool descending;
+};
+
+int CALLBACK CompareRows(LPARAM one, LPARAM other, LPARAM context) {
+    const Order& order = *reinterpret_cast<const Order*>(context);
+    const int result =
+        order.compare(*reinterpret_cast<VolumeRecord*>(one), *reinterpret_cast<VolumeRecord*>(other));
+    return order.descending ? -result : result;
+}
+
+POINT MessagePoint() {
+    const DWORD position = GetMessagePos();
+    return {static_cast<short>(LOWORD(position)), static_cast<short>(HIWORD(position))};
+}
+
+} // namespace
+
+void VolumeListView::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
+    BListView::GetCreateDefaults(windowClass, creation);
+    creation.style |= WS_TABSTOP | LVS_REPORT | LVS_SHOWSELALWAYS | LVS_SHAREIMAGELISTS;
+}
+
+void VolumeListView::Attach(HWND handle) {
+    BListView::Attach(handle);
+    if (!hwnd)
+        return;
+    ListView_SetExtendedListViewStyle(hwnd, LVS_EX_FULLROWSELECT | LVS_EX_INFOTIP | LVS_EX_DOUBLEBUFFER);
+    LoadImages();
+    AddColumns();
+    accelerators_ = LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDR_ACCELERATORS));
+}
+
+void VolumeListView::LoadImages() {
+    const UINT dpi = WindowDpi(hwnd);
+    for (int column = 0; dpi != dpi_ && column < kListColumns; ++column)
+        ListView_SetColumnWidth(
+            hwnd, column,
+            MulDiv(ListView_GetColumnWidth(hwnd, column), static_cast<int>(dpi), static_cast<int>(dpi_)));
+    dpi_ = dpi;
+
+    UniqueFont font = CreateMessageFont(hwnd);
+    SendMessageW(hwnd, WM_SETFONT, reinterpret_cast<WPARAM>(font.Get()), TRUE);
+    font_ = std::move(font);
+
+    const int size = WindowMetric(hwnd, SM_CXSMICON);
+    const UniqueIcon icon = LoadProgramIcon(hwnd, SM_CXSMICON);
+    UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 1, 0));
+    ImageList_ReplaceIcon(images.Get(), -1, icon.Get());
+    ListView_SetImageList(hwnd, images.Get(), LVSIL_SMALL);
+    images_ = std::move(images);
+}
+
+void VolumeListView::AddColumns() {
+    const WindowSettings defaults;
+    for (int i = 0; i < kListColumns; ++i) {
+        LVCOLUMNW column{};
+        column.mask = LVCF_FMT | LVCF_TEXT | LVCF_WIDTH;
+        column.fmt = LVCFMT_LEFT;
+        column.pszText = const_cast<wchar_t*>(kColumns[i].title);
+        column.cx = ScaleToWindow(hwnd, defaults.columnWidths[i]);
+        ListView_InsertColumn(hwnd, i, &column);
+    }
+}
+
+void VolumeListView::Apply(const WindowSettings& settings) {
+    for (int column = 0; column < kListColumns; ++column)
+        ListView_SetColumnWidth(hwnd, column, ScaleToWindow(hwnd, settings.columnWidths[column]));
+    sortColumn_ = settings.sortColumn;
+    sortsDescending_ = settings.sortsDescending;
+    MarkSortColumn();
+    Sort();
+}
+
+void VolumeListView::Describe(WindowSettings& settings) const {
+    for (int column = 0; column < kListColumns; ++column)
+        settings.columnWidths[column] =
+            MulDiv(ListView_GetColumnWidth(hwnd, column), USER_DEFAULT_SCREEN_DPI, static_cast<int>(dpi_));
+    settings.sortColumn = sortColumn_;
+    settings.sortsDescending = sortsDescending_;
+}
+
+void VolumeListView::Sort() {
+    if (sortColumn_ < 0)
+        return;
+    const Order order{.compare = kColumns[sortColumn_].compare, .descending = sortsDescending_};
+    ListView_SortItems(hwnd, CompareRows, reinterpret_cast<LPARAM>(&order));
+}
+
+void VolumeListView::SortBy(int column) {
+    sortsDescending_ = column == sortColumn_ && !sortsDescending_;
+    sortColumn_ = column;
+    MarkSortColumn();
+    Sort();
+}
+
+void VolumeListView::MarkSortColumn() const {
+    const HWND header = ListView_GetHeader(hwnd);
+    for (int column = 0; column < kListColumns; ++column) {
+        HDITEMW item{};
+        item.mask = HDI_FORMAT;
+        Header_GetItem(header, column, &item);
+        item.fmt &= ~(HDF_SORTUP | HDF_SORTDOWN);
+        if (column == sortColumn_)
+            item.fmt |= sortsDescending_ ? HDF_SORTDOWN : HDF_SORTUP;
+        Header_SetItem(header, column, &item);
+    }
+}
+
+int VolumeListView::RowOf(const VolumeRecord& record) const {
+    LVFINDINFOW wanted{};
+    wanted.flags = LVFI_PARAM;
+    wanted.lParam = reinterpret_cast<LPARAM>(&record);
+    return ListView_FindItem(hwnd, -1, &wanted);
+}
+
+void VolumeListView::SelectRow(int row) const {
+    ListView_SetItemState(hwnd, -1, 0, LVIS_SELECTED);
+    ListView_SetItemState(hwnd, row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
+    ListView_EnsureVisible(hwnd, row, FALSE);
+}
+
+LRESULT VolumeListView::OnMessage(BMessage& message) {
+    constexpr LPARAM kFromKeyboard = -1;
+    if (message.message == WM_CONTEXTMENU && message.lParam == kFromKeyboard) {
+        OpenMenuByKey();
+        return 0;
+    }
+    return BListView::OnMessage(message);
+}
+
+LRESULT VolumeListView::OnNotify(NMHDR& header) {
+    if (header.hwndFrom != hwnd)
+        return BListView::OnNotify(header);
+    switch (header.code) {
+    case static_cast<UINT>(NM_DBLCLK):
+        if (reinterpret_cast<NMITEMACTIVATE&>(header).iItem >= 0)
+            SendMessageW(GetParent(hwnd), WM_COMMAND, IDM_MOUNT, 0);
+        return 0;
+    case static_cast<UINT>(NM_CLICK):
+        if (reinterpret_cast<NMITEMACTIVATE&>(header).uKeyFlags & LVKF_ALT)
+            OpenMenu(MessagePoint());
+        return 0;
+    case static_cast<UINT>(NM_RCLICK):
+        OpenMenu(MessagePoint());
+        return 1; // or the list would send WM_CONTEXTMENU as well
+    case static_cast<UINT>(LVN_COLUMNCLICK):
+        SortBy(reinterpret_cast<NMLISTVIEW&>(header).iSubItem);
+        return 0;
+    case static_cast<UINT>(LVN_GETINFOTIPW):
+        return OnInfoTip(reinterpret_cast<NMLVGETINFOTIPW&>(header));
+    case static_cast<UINT>(LVN_GETDISPINFOW): {
+        // A row without an image carries -1, which desktop list views understand as a question.
+        LVITEMW& item = reinterpret_cast<NMLVDISPINFOW&>(header).item;
+        if (item.mask & LVIF_IMAGE)
+            item.iImage = I_IMAGENONE;
+        return 0;
+    }
+    default:
+        return BListView::OnNotify(header);
+    }
+}
+
+bool VolumeListView::PreTranslate(MSG& message) {
+    return TranslateAcceleratorW(GetParent(hwnd), accelerators_, &message) != 0;
+}
+
+LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {
+    const VolumeRecord& record = RecordAt(*this, tip.iItem);
+    wchar_t address[kAddressUnits];
+    const auto units = static_cast<std::size_t>(tip.cchTextMax);
+    if (CopyDeviceAddress(record, address))
+        _snwprintf(tip.pszText, units, L"%ls\nMounted as %ls\n%ls", record.Path, record.DeviceName, address);
+    else if (GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
+        _snwprintf(tip.pszText, units, L"%ls\nThe file is missing", record.Path);
+    else
+        _snwprintf(tip.pszText, units, L"%ls", record.Path);
+    tip.pszText[units - 1] = 0;
+    return 0;
+}
+
+void VolumeListView::OpenMenu(POINT screen) const {
+    SendMessageW(GetParent(hwnd), WM_LISTMENU, 0, reinterpret_cast<LPARAM>(&screen));
+}
+
+void VolumeListView::OpenMenuByKey() const {
+    POINT place{};
+    const int row = SelectedRow(*this);
+    RECT label;
+    if (row >= 0 && ListView_EnsureVisible(hwnd, row, FALSE) &&
+        ListView_GetItemRect(hwnd, row, &label, LVIR_LABEL))
+        place = {label.left, label.bottom};
+    ClientToScreen(hwnd, &place);
+    OpenMenu(place);
+}
+
+} // namespace quilla

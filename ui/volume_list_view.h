@@ -1,0 +1,58 @@
+#pragma once
+
+#include "toolkit/list_view.h"
+#include "ui/gui_handles.h"
+#include "ui/window_settings.h"
+#include "volume/volume_record.h"
+
+namespace quilla {
+
+/// The main window's list of volumes: its columns, its gestures and its order. The rows' content is the
+/// store's (store/volume_list.h).
+///
+/// Gestures become commands and pop-up menus of the main window: a double click mounts; a right click, a
+/// click with Alt and the keyboard's menu key open the menu of the selected row.
+class VolumeListView : public BListView {
+  public:
+    void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+    void Attach(HWND handle) override;
+    LRESULT OnMessage(BMessage& message) override;
+    LRESULT OnNotify(NMHDR& header) override;
+    bool PreTranslate(MSG& message) override;
+
+    /// Takes over column widths and order.
+    void Apply(const WindowSettings& settings);
+    /// Adds the present column widths and order to settings.
+    void Describe(WindowSettings& settings) const;
+
+    /// Puts the rows in the chosen order; called after rows have come or changed.
+    void Sort();
+
+    /// The row of a record, or -1 if it has none any more.
+    [[nodiscard]] int RowOf(const VolumeRecord& record) const;
+    /// Selects one row alone and scrolls to it.
+    void SelectRow(int row) const;
+
+    /// Loads font and image for the window's resolution.
+    void LoadImages();
+
+  private:
+    void AddColumns();
+    void MarkSortColumn() const;
+    void SortBy(int column);
+    LRESULT OnInfoTip(NMLVGETINFOTIPW& tip) const;
+    void OpenMenu(POINT screen) const;
+    void OpenMenuByKey() const;
+
+    HACCEL accelerators_ = nullptr; // a resource: freed with the module
+    UniqueImageList images_;
+    UniqueFont font_;
+    UINT dpi_ = USER_DEFAULT_SCREEN_DPI;
+    int sortColumn_ = -1;
+    bool sortsDescending_ = false;
+};
+
+/// Sent by the list to its parent when the pop-up menu is to open; lParam points to the POINT on the screen.
+inline constexpr UINT WM_LISTMENU = WM_APP + 3;
+
+} // namespace quilla

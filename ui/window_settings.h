@@ -1,0 +1,26 @@
+#pragma once
+
+#include <windows.h>
+
+namespace quilla {
+
+inline constexpr int kListColumns = 4;
+
+/// What the main window looks like between two runs. Kept beside the volume list in the registry, one number
+/// per value, under HKEY_CURRENT_USER\Software\Orvane\Quilla\Window.
+struct WindowSettings {
+    bool hasPlace = false;
+    RECT place{}; ///< of the window when neither maximised nor minimised, in pixels of the workspace
+    bool isMaximized = false;
+    int columnWidths[kListColumns] = {160, 60, 100, 160}; ///< pixels at 96 per inch
+    int sortColumn = -1;                                  ///< none: rows stay in the order they came
+    bool sortsDescending = false;
+};
+
+/// Reads the settings; values that are missing or make no sense keep their defaults.
+[[nodiscard]] WindowSettings LoadWindowSettings();
+
+/// Writes the settings; a registry that refuses is ignored.
+void SaveWindowSettings(const WindowSettings& settings);
+
+} // namespace quilla
