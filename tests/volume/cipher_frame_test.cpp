@@ -122,6 +122,8 @@ TEST(CipherFrame, PositionShowsThePartialBlock) {
     Bytes data(13);
     ASSERT_TRUE(CipherEncrypt(context, data, kIv));
     EXPECT_EQ(context.position, 5U);
+    ASSERT_TRUE(CipherEncrypt(context, {}, kIv)); // each call starts a new block
+    EXPECT_EQ(context.position, 0U);
     EXPECT_EQ(context.chainRegister, nullptr);
     CipherRelease(context);
 }

@@ -70,6 +70,9 @@ TEST_F(KeyFileOracle, FilesBuiltElsewhereOpenHere) {
                                        std::as_writable_bytes(std::span(&keyBlock, 1))),
                       KeyFileStatus::Done);
             PasswordDigest key;
+            PasswordKey(key, TextView(u"wrong"));
+            KeyBlock unopened = keyBlock;
+            EXPECT_FALSE(OpenKeyBlock(unopened, cipher, key));
             PasswordKey(key, password);
             ASSERT_TRUE(OpenKeyBlock(keyBlock, cipher, key));
             EXPECT_EQ(key, PasswordDigest{}); // wiped

@@ -96,6 +96,12 @@ TEST(KeyFile, HostileLengths) {
     }
 }
 
+TEST(KeyFile, NoLengthLeadsBackwards) {
+    // The place of the file header, which is not looked at, holds what is searched for.
+    for (const std::uint64_t length : {0xFFFFFFFFFFFFFFE0, 0xFFFFFFFFFFFFFFF0})
+        ExpectSearchesRefused(KeyFileBuilder().Header(2, 6, 152).Header(1, 0, length).Raw(Bytes(300)).Get());
+}
+
 TEST(KeyFile, LengthsThatMatchNothingElseAreFollowed) {
     // Chunks of other kinds and sizes may stand before the wanted one, empty ones included.
     const ScratchFile file(".key");
