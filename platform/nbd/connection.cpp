@@ -12,7 +12,7 @@ namespace quilla {
 
 namespace {
 
-constexpr std::size_t kReceiveSize = 1U << 20;
+constexpr std::size_t kReceiveSize = 512U << 10;
 constexpr std::size_t kReplySize = 1U << 20;
 
 } // namespace

@@ -3,6 +3,15 @@
 #include <algorithm>
 #include <utility>
 #include <windows.h>
+#include <winternl.h>
+
+// Documented (Windows Driver Kit, ZwReadFile and ZwWriteFile) but not declared by every SDK's winternl.h.
+extern "C" NTSTATUS NTAPI NtReadFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+                                     PIO_STATUS_BLOCK result, PVOID buffer, ULONG length,
+                                     PLARGE_INTEGER position, PULONG key);
+extern "C" NTSTATUS NTAPI NtWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+                                      PIO_STATUS_BLOCK result, PVOID buffer, ULONG length,
+                                      PLARGE_INTEGER position, PULONG key);
 
 namespace quilla {
 
@@ -15,12 +24,25 @@ DWORD AccessRights(FileAccess access) {
     return kRights[static_cast<unsigned>(access)];
 }
 
-/// A synchronous transfer at a position needs no file pointer, so threads do not disturb one another.
-OVERLAPPED At(std::uint64_t position) {
-    OVERLAPPED where{};
-    where.Offset = static_cast<DWORD>(position);
-    where.OffsetHigh = static_cast<DWORD>(position >> 32);
-    return where;
+/// NtReadFile or NtWriteFile.
+using NativeTransfer = decltype(&NtReadFile);
+
+/// One synchronous transfer at a position, which needs no file pointer, so that threads do not disturb one
+/// another. The native call behind ReadFile and WriteFile is made directly: for a position those pass their
+/// OVERLAPPED on as the context of a completion, which costs a round trip to the server process under Wine.
+/// On failure the last error is set and the count is 0.
+bool TransferAt(NativeTransfer transfer, HANDLE file, std::uint64_t position, void* buffer, std::size_t size,
+                std::size_t& count) {
+    IO_STATUS_BLOCK result{};
+    LARGE_INTEGER where{};
+    where.QuadPart = static_cast<LONGLONG>(position);
+    const auto length = static_cast<ULONG>(std::min<std::size_t>(size, kLargestTransfer));
+    const NTSTATUS status =
+        transfer(file, nullptr, nullptr, nullptr, &result, buffer, length, &where, nullptr);
+    count = NT_SUCCESS(status) ? result.Information : 0;
+    if (!NT_SUCCESS(status))
+        SetLastError(RtlNtStatusToDosError(status));
+    return NT_SUCCESS(status);
 }
 
 } // namespace
@@ -52,10 +74,9 @@ void File::Close() {
 Transfer File::ReadAt(std::uint64_t position, std::span<std::byte> buffer) const {
     std::size_t done = 0;
     while (done < buffer.size()) {
-        OVERLAPPED where = At(position + done);
-        DWORD count = 0;
-        const auto want = static_cast<DWORD>(std::min<std::size_t>(buffer.size() - done, kLargestTransfer));
-        if (!ReadFile(handle_, buffer.data() + done, want, &count, &where) &&
+        std::size_t count = 0;
+        if (!TransferAt(NtReadFile, handle_, position + done, buffer.data() + done, buffer.size() - done,
+                        count) &&
             GetLastError() != ERROR_HANDLE_EOF)
             return {.succeeded = false, .bytes = done};
         if (count == 0) { // the end of the file is no failure; a read by file pointer would set no error
@@ -70,10 +91,10 @@ Transfer File::ReadAt(std::uint64_t position, std::span<std::byte> buffer) const
 Transfer File::WriteAt(std::uint64_t position, std::span<const std::byte> buffer) const {
     std::size_t done = 0;
     while (done < buffer.size()) {
-        OVERLAPPED where = At(position + done);
-        DWORD count = 0;
-        const auto want = static_cast<DWORD>(std::min<std::size_t>(buffer.size() - done, kLargestTransfer));
-        if (!WriteFile(handle_, buffer.data() + done, want, &count, &where) || count == 0)
+        std::size_t count = 0;
+        void* const from = const_cast<std::byte*>(buffer.data()) + done;
+        if (!TransferAt(NtWriteFile, handle_, position + done, from, buffer.size() - done, count) ||
+            count == 0)
             return {.succeeded = false, .bytes = done};
         done += count;
     }
