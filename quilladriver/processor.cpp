@@ -36,30 +36,32 @@ constexpr bool HasAll(std::uint32_t value, std::uint32_t bits) {
 
 } // namespace
 
-ProcessorFeatures DetectProcessor() {
-    // Bits as in the Intel Architecture Software Developer's Manual, volume 2, CPUID, and volume 1,
-    // chapter 13.
+// Bits as in the Intel Architecture Software Developer's Manual, volume 2, CPUID, and volume 1, chapter 13.
+
+bool HasAvx2() {
     constexpr std::uint32_t kOsUsesXsave = 1U << 27;
-    constexpr std::uint32_t kYmmSaved = 0x06, kZmmSaved = 0xE6;
+    constexpr std::uint32_t kYmmSaved = 0x06;
     constexpr std::uint32_t kAvx2 = 1U << 5;
+    return HasAll(Identify(1).c, kOsUsesXsave) && HasAll(SavedRegisterSets(), kYmmSaved) &&
+           HasAll(Identify(7).b, kAvx2);
+}
+
+bool HasAvx512() {
+    constexpr std::uint32_t kZmmSaved = 0xE6;
     constexpr std::uint32_t kAvx512FBwVl = 1U << 16 | 1U << 30 | 1U << 31;
     constexpr std::uint32_t kVbmiGfni = 1U << 1 | 1U << 8;
-
-    ProcessorFeatures features;
-    if (!HasAll(Identify(1).c, kOsUsesXsave))
-        return features;
-    const std::uint32_t saved = SavedRegisterSets();
-    const Registers extended = Identify(7);
-    features.avx2 = HasAll(saved, kYmmSaved) && HasAll(extended.b, kAvx2);
-    features.avx512 = features.avx2 && HasAll(saved, kZmmSaved) && HasAll(extended.b, kAvx512FBwVl) &&
-                      HasAll(extended.c, kVbmiGfni);
-    return features;
+    return HasAvx2() && HasAll(SavedRegisterSets(), kZmmSaved) && HasAll(Identify(7).b, kAvx512FBwVl) &&
+           HasAll(Identify(7).c, kVbmiGfni);
 }
 
 #else
 
-ProcessorFeatures DetectProcessor() {
-    return {};
+bool HasAvx2() {
+    return false;
+}
+
+bool HasAvx512() {
+    return false;
 }
 
 #endif

@@ -6,7 +6,14 @@ namespace quilla {
 
 std::span<const SectorKernel* const> AllSectorKernels() {
     static constexpr const SectorKernel* kKernels[] = {
+#if defined(__x86_64__)
+        &kTwofishAvx512,
+        &kTwofishAvx2,
+#endif
         &kTwofishPortable,
+#if defined(__x86_64__)
+        &kCast128Interleaved,
+#endif
         &kCast128Portable,
     };
     return kKernels;
