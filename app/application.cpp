@@ -4,6 +4,7 @@
 #include "app/usage.h"
 #include "driver/window_messages.h"
 #include "platform/desktop/ce_services.h"
+#include "platform/desktop/device_export.h"
 #include "platform/desktop/foreground.h"
 #include "platform/wipe.h"
 
@@ -72,7 +73,8 @@ int Application::HandOn(Start& start) {
 /// The serving instance. With a command its window stays hidden and closes afterwards, which it refuses while
 /// a volume is mounted.
 int Application::Serve(Start& start) {
-    mainWindow_.Create();
+    DeviceExport::RemoveLeftovers();
+    mainWindow_.Create(nullptr, kMainWindowTitle, 0);
     targetWindow_ = mainWindow_.hwnd;
     ce::EventModify(instanceEvent_.Get(), ce::EVENT_SET);
     if (start.isEmpty)

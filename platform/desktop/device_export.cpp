@@ -49,4 +49,9 @@ unsigned DeviceExport::Stop() {
     return report.clientsCutOff;
 }
 
+void DeviceExport::RemoveLeftovers() {
+    for (unsigned index = 0; index < kMaxDevices; ++index)
+        RemovePrivateFile(UriFileName(index).text);
+}
+
 } // namespace quilla

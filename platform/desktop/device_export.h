@@ -12,6 +12,8 @@ namespace quilla {
 /// can know, and a file with the URI of the export for the user's own programs.
 class DeviceExport {
   public:
+    /// Devices are numbered from 0 to 9.
+    static constexpr unsigned kMaxDevices = 10;
     /// Units of a URI, terminating zero included.
     static constexpr std::size_t kUriSize = 96;
 
@@ -28,6 +30,10 @@ class DeviceExport {
     /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. Returns how many
     /// clients were cut off. A second call does nothing.
     unsigned Stop();
+
+    /// Removes the URI files that a process left which was ended with volumes mounted. To be called while
+    /// nothing is exported.
+    static void RemoveLeftovers();
 
     /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not started.
     [[nodiscard]] const char* Uri() const { return uri_.data(); }

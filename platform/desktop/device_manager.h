@@ -20,7 +20,7 @@ namespace quilla {
 /// window; only the exports have threads of their own.
 class DeviceManager {
   public:
-    static constexpr unsigned kMaxDevices = 10;
+    static constexpr unsigned kMaxDevices = DeviceExport::kMaxDevices;
 
     DeviceManager() = default;
     DeviceManager(const DeviceManager&) = delete;
