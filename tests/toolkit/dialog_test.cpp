@@ -223,16 +223,18 @@ TEST_F(Dialog, TemplateFromTheResources) {
         std::wstring caption;
         BWindow field;
     } named;
-    UnregisterClassW(kWindowClass, GetModuleHandleW(nullptr)); // its custom control has that class
+    // Its custom control is of the toolkit's class, which nobody has registered yet.
+    frame.Close();
+    ASSERT_TRUE(UnregisterClassW(kWindowClass, GetModuleHandleW(nullptr)));
     application.Play({{[&] { return named.hwnd != nullptr; },
                        [&] {
                            EXPECT_NE(named.field.hwnd, nullptr);
                            named.EndDialog(9);
                        }}});
-    EXPECT_EQ(named.DoModal(frame.hwnd, MAKEINTRESOURCEW(kResourceDialog)), 9);
+    EXPECT_EQ(named.DoModal(nullptr, MAKEINTRESOURCEW(kResourceDialog)), 9);
     EXPECT_EQ(named.caption, L"From the resources");
 
-    const HWND modeless = named.Create(frame.hwnd, MAKEINTRESOURCEW(kResourceDialog));
+    const HWND modeless = named.Create(nullptr, MAKEINTRESOURCEW(kResourceDialog));
     EXPECT_NE(modeless, nullptr);
     EXPECT_EQ(named.hwnd, modeless);
     named.Close();
