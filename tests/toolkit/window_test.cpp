@@ -150,8 +150,10 @@ TEST_F(Window, DestructionOfTheObjectLeavesTheWindow) {
 
 TEST_F(Window, DestroyReachesTheReplacedProcedureAfterUnbinding) {
     static BWindow* watched = nullptr;
-    static int destroyed = 0;
-    static bool wasBound = true;
+    static int destroyed;
+    static bool wasBound;
+    destroyed = 0;
+    wasBound = true;
     WNDCLASSW windowClass = {};
     windowClass.lpszClassName = L"QuillaDestroyTest";
     windowClass.hInstance = GetModuleHandleW(nullptr);
@@ -171,6 +173,7 @@ TEST_F(Window, DestroyReachesTheReplacedProcedureAfterUnbinding) {
     object.Close();
     EXPECT_EQ(destroyed, 1);
     EXPECT_FALSE(wasBound);
+    UnregisterClassW(windowClass.lpszClassName, windowClass.hInstance);
 }
 
 TEST_F(Window, FailedCreationLeavesTheObjectUnbound) {
