@@ -2,6 +2,7 @@
 
 #include "store/display_text.h"
 #include "toolkit/dpi.h"
+#include "ui/dialog_layout.h"
 #include "ui/driver_kernels.h"
 #include "ui/resource.h"
 
@@ -18,6 +19,9 @@ constexpr int kIconSize = 48; // at 96 pixels per inch
 
 void AboutDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
+#ifndef UNDER_CE
+    FitDialogToDesktop(hwnd, 0, {});
+#endif
     const int size = ScaleToWindow(hwnd, kIconSize);
     icon_.Reset(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
                                               IMAGE_ICON, size, size, LR_DEFAULTCOLOR)));

@@ -14,7 +14,6 @@ namespace quilla {
 namespace {
 
 #ifndef UNDER_CE
-constexpr int kExtraWidth = 84; // as wide as the other dialogs
 constexpr ControlLayout kLayout[] = {
     {IDC_OLD_PASSWORD, Follow::Stretch},
     {IDC_NEW_PASSWORD, Follow::Stretch},
@@ -37,7 +36,7 @@ bool HaveSameText(const BEdit& one, const BEdit& other) {
 void ChangePasswordDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
 #ifndef UNDER_CE
-    WidenDialog(hwnd, kExtraWidth, kLayout);
+    FitDialogToDesktop(hwnd, kDesktopExtraWidth, kLayout);
 #endif
     oldEdit.Attach(GetDlgItem(hwnd, IDC_OLD_PASSWORD));
     newEdit.Attach(GetDlgItem(hwnd, IDC_NEW_PASSWORD));

@@ -3,7 +3,6 @@
 #include "toolkit/dpi.h"
 #include "ui/menu_shortcuts.h"
 #include "ui/resource.h"
-#include "ui/toolbar_images.h"
 
 #include <iterator>
 
@@ -66,9 +65,10 @@ void CommandBar::AddButtons() {
 
 void CommandBar::LoadImages() {
     const int size = ScaleToWindow(hwnd, kSmallImageSize);
-    UniqueImageList images = LoadToolbarImages(GetParent(hwnd), size);
+    ToolbarImages images = LoadToolbarImages(GetParent(hwnd), size);
     SendMessageW(hwnd, TB_SETBITMAPSIZE, 0, MAKELPARAM(size, size));
-    SendMessageW(hwnd, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(images.Get()));
+    SendMessageW(hwnd, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(images.normal.Get()));
+    SendMessageW(hwnd, TB_SETDISABLEDIMAGELIST, 0, reinterpret_cast<LPARAM>(images.faded.Get()));
     images_ = std::move(images);
     const int padding = ScaleToWindow(hwnd, 7);
     SendMessageW(hwnd, TB_SETBUTTONSIZE, 0, MAKELPARAM(size + padding, size + padding));

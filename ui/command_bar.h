@@ -1,7 +1,7 @@
 #pragma once
 
 #include "toolkit/toolbar.h"
-#include "ui/gui_handles.h"
+#include "ui/toolbar_images.h"
 
 namespace quilla {
 
@@ -24,7 +24,7 @@ class CommandBar : public BToolbar {
     [[nodiscard]] int Bottom() const;
 
   private:
-    UniqueImageList images_;
+    ToolbarImages images_;
 };
 
 } // namespace quilla

@@ -1,5 +1,7 @@
 #include "ui/dialog_layout.h"
 
+#include <algorithm>
+
 namespace quilla {
 
 namespace {
@@ -16,9 +18,30 @@ void FollowDialog(HWND dialog, const ControlLayout& control, int pixels) {
                  SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
+/// Puts a dialog over the middle of its visible owner, but nowhere off the screen.
+void CentreOverOwner(HWND dialog) {
+    const HWND owner = GetWindow(dialog, GW_OWNER);
+    if (!owner || !IsWindowVisible(owner) || IsIconic(owner))
+        return;
+    RECT around;
+    RECT place;
+    GetWindowRect(owner, &around);
+    GetWindowRect(dialog, &place);
+    MONITORINFO monitor{};
+    monitor.cbSize = sizeof(monitor);
+    GetMonitorInfoW(MonitorFromWindow(owner, MONITOR_DEFAULTTONEAREST), &monitor);
+    const LONG width = place.right - place.left;
+    const LONG height = place.bottom - place.top;
+    const RECT& screen = monitor.rcWork;
+    const LONG left = std::min((around.left + around.right - width) / 2, screen.right - width);
+    const LONG top = std::min((around.top + around.bottom - height) / 2, screen.bottom - height);
+    SetWindowPos(dialog, nullptr, std::max(left, screen.left), std::max(top, screen.top), 0, 0,
+                 SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+}
+
 } // namespace
 
-void WidenDialog(HWND dialog, int units, std::span<const ControlLayout> controls) {
+void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls) {
     RECT growth{0, 0, units, 0};
     MapDialogRect(dialog, &growth);
     const int pixels = growth.right;
@@ -28,6 +51,7 @@ void WidenDialog(HWND dialog, int units, std::span<const ControlLayout> controls
                  place.bottom - place.top, SWP_NOZORDER | SWP_NOACTIVATE);
     for (const ControlLayout& control : controls)
         FollowDialog(dialog, control, pixels);
+    CentreOverOwner(dialog);
 }
 
 } // namespace quilla

@@ -13,8 +13,12 @@ struct ControlLayout {
     Follow follow;
 };
 
-/// Makes a dialog wider by a number of dialog units, keeping its middle where it is. Templates have the width
-/// of a handheld's screen; a desktop has room for whole paths.
-void WidenDialog(HWND dialog, int units, std::span<const ControlLayout> controls);
+/// Dialog units that make the fields of a handheld's template twice as wide.
+inline constexpr int kDesktopExtraWidth = 84;
+
+/// Makes a dialog wider by a number of dialog units and puts it over the middle of its owner. Templates have
+/// the width of a handheld's screen and are centred on it; a desktop has room for whole paths, and a window
+/// where the user looks.
+void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls);
 
 } // namespace quilla

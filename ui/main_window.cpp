@@ -42,6 +42,7 @@ MainWindow::MainWindow(const UiServices& services)
 
 void MainWindow::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BWindow::GetCreateDefaults(windowClass, creation);
+    creation.lpszName = kMainWindowTitle;
 #ifdef UNDER_CE
     creation.style = 0; // a window as large as the screen
 #else
@@ -127,6 +128,11 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         if (message.wParam != SIZE_MINIMIZED && list_.hwnd)
             PlaceList();
         break;
+    case WM_ACTIVATE:
+        BWindow::OnMessage(message);
+        if (LOWORD(message.wParam) != WA_INACTIVE && HIWORD(message.wParam) == 0)
+            SetFocus(list_.hwnd); // also when there was no focus to come back to
+        return 0;
     case WM_SETFOCUS:
         SetFocus(list_.hwnd);
         return 0;

@@ -3,6 +3,7 @@
 #include "ui/resource.h"
 
 #include <algorithm>
+#include <span>
 
 namespace quilla {
 
@@ -57,71 +58,117 @@ class ImageSource {
     HWND toolbar_;
 };
 
-/// A square bitmap to draw on.
+/// A square bitmap to draw on, with its pixels in reach.
 class Canvas {
   public:
-    explicit Canvas(int size) : size_(size) {
-        const HDC screen = GetDC(nullptr);
-        context_.Reset(CreateCompatibleDC(screen));
-        bitmap_.Reset(CreateCompatibleBitmap(screen, size, size));
-        ReleaseDC(nullptr, screen);
+    explicit Canvas(int size) : size_(size), context_(CreateCompatibleDC(nullptr)) {
+        BITMAPINFO info{};
+        info.bmiHeader.biSize = sizeof(info.bmiHeader);
+        info.bmiHeader.biWidth = size;
+        info.bmiHeader.biHeight = -size; // the first row is the top one
+        info.bmiHeader.biPlanes = 1;
+        info.bmiHeader.biBitCount = 32;
+        void* pixels = nullptr;
+        bitmap_.Reset(CreateDIBSection(context_.Get(), &info, DIB_RGB_COLORS, &pixels, nullptr, 0));
+        pixels_ = static_cast<RGBQUAD*>(pixels);
         previous_ = SelectObject(context_.Get(), bitmap_.Get());
     }
     ~Canvas() { SelectObject(context_.Get(), previous_); }
     Canvas(const Canvas&) = delete;
     Canvas& operator=(const Canvas&) = delete;
 
-    [[nodiscard]] HDC Context() const { return context_.Get(); }
+    [[nodiscard]] std::span<RGBQUAD> Pixels() const {
+        return {pixels_, pixels_ ? static_cast<std::size_t>(size_ * size_) : 0};
+    }
+    [[nodiscard]] RGBQUAD& At(int x, int y) const { return pixels_[y * size_ + x]; }
+    [[nodiscard]] bool IsValid() const { return pixels_ != nullptr; }
 
-    void Fill(COLORREF colour) const {
+    /// Draws an image of a list on a background of one colour.
+    void Draw(HIMAGELIST images, int index, COLORREF background) const {
         const RECT all{0, 0, size_, size_};
-        SetBkColor(Context(), colour);
-        ExtTextOutW(Context(), 0, 0, ETO_OPAQUE, &all, nullptr, 0, nullptr);
+        SetBkColor(context_.Get(), background);
+        ExtTextOutW(context_.Get(), 0, 0, ETO_OPAQUE, &all, nullptr, 0, nullptr);
+        ImageList_Draw(images, index, context_.Get(), 0, 0, ILD_TRANSPARENT);
+        GdiFlush();
     }
 
-    /// Adds the drawing to a list; one colour is transparent.
-    void AddTo(HIMAGELIST images, COLORREF transparent) const {
-        SelectObject(Context(), previous_);
-        ImageList_AddMasked(images, bitmap_.Get(), transparent);
-        SelectObject(Context(), bitmap_.Get());
+    /// Adds the pixels, opacity included, to a list.
+    void AddTo(HIMAGELIST images) const {
+        SelectObject(context_.Get(), previous_);
+        ImageList_Add(images, bitmap_.Get(), nullptr);
+        SelectObject(context_.Get(), bitmap_.Get());
     }
 
   private:
     int size_;
-    UniqueBitmap bitmap_;
     UniqueMemoryContext context_;
+    UniqueBitmap bitmap_;
+    RGBQUAD* pixels_ = nullptr;
     HGDIOBJ previous_;
 };
 
-constexpr COLORREF kTransparent = RGB(254, 1, 253); // in none of the drawings
+/// What a channel was before it was drawn on black, given what came out and the opacity.
+BYTE Undo(BYTE onBlack, int opacity) {
+    return static_cast<BYTE>(std::min(255, onBlack * 255 / std::max(opacity, 1)));
+}
 
-/// Draws an image in its own size, enlarges it and puts it into the middle of a cell.
-void AddEnlarged(HIMAGELIST target, HIMAGELIST source, int index, int drawnSize, int shownSize,
-                 int cellSize) {
-    const Canvas drawing(drawnSize);
-    drawing.Fill(kTransparent);
-    ImageList_Draw(source, index, drawing.Context(), 0, 0, ILD_TRANSPARENT);
+/// Reads an image of a list. Its opacity, whether from a mask or its own, shows in how far drawings of it on
+/// black and on white differ.
+void ReadImage(const Canvas& image, HIMAGELIST images, int index, int size) {
+    const Canvas onWhite(size);
+    if (!onWhite.IsValid())
+        return;
+    onWhite.Draw(images, index, RGB(255, 255, 255));
+    image.Draw(images, index, RGB(0, 0, 0));
+    const RGBQUAD* white = onWhite.Pixels().data();
+    for (RGBQUAD& pixel : image.Pixels()) {
+        const int opacity = 255 - std::max(0, white++->rgbGreen - pixel.rgbGreen);
+        pixel = {Undo(pixel.rgbBlue, opacity), Undo(pixel.rgbGreen, opacity), Undo(pixel.rgbRed, opacity),
+                 static_cast<BYTE>(opacity)};
+    }
+}
 
-    const Canvas cell(cellSize);
-    cell.Fill(kTransparent);
-    const int edge = (cellSize - shownSize) / 2;
-    SetStretchBltMode(cell.Context(), COLORONCOLOR);
-    StretchBlt(cell.Context(), edge, edge, shownSize, shownSize, drawing.Context(), 0, 0, drawnSize,
-               drawnSize, SRCCOPY);
-    cell.AddTo(target, kTransparent);
+/// Copies an image into the middle of a cell, enlarged by a whole factor.
+void Enlarge(const Canvas& cell, int cellSize, const Canvas& image, int size) {
+    const int factor = cellSize / size;
+    const int edge = (cellSize - factor * size) / 2;
+    for (int y = 0; y < factor * size; ++y)
+        for (int x = 0; x < factor * size; ++x)
+            cell.At(edge + x, edge + y) = image.At(x / factor, y / factor);
+}
+
+/// Makes an image grey and half as strong.
+void Fade(const Canvas& cell) {
+    for (RGBQUAD& pixel : cell.Pixels()) {
+        const auto grey = static_cast<BYTE>((pixel.rgbRed * 3 + pixel.rgbGreen * 6 + pixel.rgbBlue) / 10);
+        pixel = {grey, grey, grey, static_cast<BYTE>(pixel.rgbReserved * 2 / 5)};
+    }
+}
+
+UniqueImageList CreateList(int cellSize, int count) {
+    return UniqueImageList(ImageList_Create(cellSize, cellSize, ILC_COLOR32, count, 0));
 }
 
 } // namespace
 
-UniqueImageList LoadToolbarImages(HWND parent, int cellSize) {
+ToolbarImages LoadToolbarImages(HWND parent, int cellSize) {
     cellSize = std::max(cellSize, kSmallImageSize);
     const ImageSet& set = ChooseSet(cellSize);
     const ImageSource source(parent, set);
     const int count = ImageList_GetImageCount(source.Images());
-    UniqueImageList enlarged(ImageList_Create(cellSize, cellSize, ILC_COLOR24 | ILC_MASK, count, 0));
-    for (int i = 0; i < count; ++i)
-        AddEnlarged(enlarged.Get(), source.Images(), i, set.size, ShownSize(set, cellSize), cellSize);
-    return enlarged;
+    ToolbarImages images{.normal = CreateList(cellSize, count), .faded = CreateList(cellSize, count)};
+    for (int index = 0; index < count; ++index) {
+        const Canvas image(set.size);
+        const Canvas cell(cellSize);
+        if (!image.IsValid() || !cell.IsValid())
+            break;
+        ReadImage(image, source.Images(), index, set.size);
+        Enlarge(cell, cellSize, image, set.size);
+        cell.AddTo(images.normal.Get());
+        Fade(cell);
+        cell.AddTo(images.faded.Get());
+    }
+    return images;
 }
 
 } // namespace quilla

@@ -22,8 +22,6 @@ void SetUpDown(const BUpDown& upDown, std::int16_t value) {
 }
 
 #ifndef UNDER_CE
-/// A desktop shows paths that no handheld has: twice the template's width for the fields.
-constexpr int kExtraWidth = 84;
 constexpr ControlLayout kLayout[] = {
     {IDC_VOLUME, Follow::Stretch},   {IDC_CIPHER, Follow::Stretch}, {IDC_KEY, Follow::Stretch},
     {IDC_PASSWORD, Follow::Stretch}, {IDOK, Follow::Move},          {IDCANCEL, Follow::Move},
@@ -43,7 +41,7 @@ void VolumeDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
     work = *record;
 #ifndef UNDER_CE
-    WidenDialog(hwnd, kExtraWidth, kLayout);
+    FitDialogToDesktop(hwnd, kDesktopExtraWidth, kLayout);
 #endif
     BindControls();
     ShowFileField(volumeField, IDC_VOLUME, work.Path);
