@@ -24,7 +24,9 @@ function(quilla_test name)
     if(WIN32)
         target_link_options(${name} PRIVATE -static)
         add_test(NAME windows.${name} COMMAND ${name})
-        set_tests_properties(windows.${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "windows;${TEST_LABELS}")
+        # One Wine prefix serves all, and with it one set of named objects and one registry.
+        set_tests_properties(windows.${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "windows;${TEST_LABELS}"
+            RESOURCE_LOCK wine-prefix)
     else()
         gtest_discover_tests(${name} TEST_PREFIX native. DISCOVERY_MODE PRE_TEST
             PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "native;${TEST_LABELS}")

@@ -1,0 +1,122 @@
+"""What a user of the command line sees: boxes, exit codes, and an instance that serves unseen."""
+
+import unittest
+
+import oracle
+import quilla
+
+USAGE = ("Incorrect command line format\n\nmount\t[/volume] VolumeFile.raw [/key KeyFile.key] [/password 97531]\n"
+         "dismount\t[/volume] VolumeFile.raw")
+WRONG_PASSWORD = ("Quilla Tarn Error", "Incorrect password")
+MINUS_ONE = 255  # as much of it as a Unix exit status holds
+
+
+class CommandLineTest(quilla.DesktopTest):
+
+    def run_with_box(self, *words):
+        """(box, exit code) of an instance that shows one."""
+        process = self.desktop.start(*words)
+        box = self.desktop.box()
+        return box, process.wait(quilla.LIMIT)
+
+    def test_first_instance_mounts_unseen_and_ends_after_the_last_dismount(self):
+        volume = self.volume()
+        oracle.make_files(volume)
+        first = self.desktop.start("mount", volume.path, "/password", volume.password)
+        self.desktop.uri("SEC0")
+        self.assertFalse(self.desktop.is_visible())
+        # Wine turns the owner-only access list into rights of the user and of his group.
+        self.assertEqual(self.desktop.uri_file("SEC0").stat().st_mode & 0o007, 0, "others can read the address")
+
+        self.desktop.send(quilla.WM_CLOSE)
+        self.assertIsNotNone(self.desktop.window(), "closed with a volume mounted")
+        self.assertNotEqual(self.desktop.query(volume).handle, 0)
+
+        self.assertEqual(self.desktop.run(), 0)  # a start without a command brings the window to the front
+        self.assertTrue(self.desktop.is_visible())
+        self.desktop.send(quilla.WM_CLOSE)
+        self.assertFalse(self.desktop.is_visible())
+
+        self.desktop.dismount(volume)
+        self.assertFalse(self.desktop.uri_file("SEC0").exists())
+        self.assertEqual(self.desktop.query(volume).handle, 0)
+        self.assertIsNone(first.poll(), "nobody has closed it")
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_wrong_password_mounts_nothing(self):
+        volume = self.volume()
+        oracle.make_files(volume)
+        before = volume.key.read_bytes()
+        # The first instance shows the box, closes its hidden window and ends.
+        box, code = self.run_with_box("mount", volume.path, "/password", "97532")
+        self.assertEqual((box, code), (WRONG_PASSWORD, 0))
+
+        first = self.desktop.start_serving()
+        box, code = self.run_with_box("mount", volume.path, "/password", "97532")
+        self.assertEqual((box, code), (WRONG_PASSWORD, MINUS_ONE))
+        self.assertEqual(self.desktop.query(volume).handle, 0)
+        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
+        self.assertEqual(volume.key.read_bytes(), before)
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_malformed_lines_show_the_usage(self):
+        box, code = self.run_with_box("mount", "a.raw", "b.key", "password", "surplus")
+        self.assertEqual((box, code), (("Quilla Tarn", USAGE), 0))
+        first = self.desktop.start_serving()
+        for line in (["mount", "/volume", "a.raw", "/volume", "b.raw"], ["dismount", "a.raw", "/key", "b.key"],
+                     ["mount", "x" * 260]):
+            box, code = self.run_with_box(*line)
+            self.assertEqual((box, code), (("Quilla Tarn", USAGE), 1), line)
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_second_mount_of_a_volume_is_ignored(self):
+        volume = self.volume(cipher=quilla.CIPHER_CAST128)
+        oracle.make_files(volume)
+        first = self.desktop.start_serving()
+        uri = self.desktop.mount(volume)
+        mounted = self.desktop.query(volume)
+        # In another case of letters it is the same volume.
+        self.assertEqual(self.desktop.run("MOUNT", volume.path.upper(), "/key", volume.key_path, "/Password", volume.password), 0)
+        self.assertEqual(self.desktop.uri("SEC0"), uri)
+        self.assertFalse(self.desktop.uri_file("SEC1").exists())
+        again = self.desktop.query(volume)
+        self.assertEqual((again.handle, again.device), (mounted.handle, "SEC0:"))
+        self.desktop.dismount(volume)
+        self.desktop.dismount(volume)  # not mounted any more: quietly nothing
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_driver_refuses_a_file_that_is_too_small_or_gone(self):
+        first = self.desktop.start_serving()
+        volume = self.volume(size=511)
+        oracle.make_files(volume)
+        box, code = self.run_with_box("mount", volume.path, "/password", volume.password)
+        self.assertEqual((box, code), (("Quilla Error", "RegisterDevice() failed"), 0))
+        volume.raw.unlink()
+        box, code = self.run_with_box("mount", volume.path, "/password", volume.password)
+        self.assertEqual(box, ("Quilla Error", "RegisterDevice() failed"))
+        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_three_volumes_at_once(self):
+        names = ("One", "Two", "Three", "Four")
+        volumes = [self.volume(name, cipher=cipher) for name, cipher in zip(names, (6, 10, 6, 10))]
+        for volume in volumes:
+            oracle.make_files(volume)
+        first = self.desktop.start_serving()
+        addresses = [self.desktop.mount(volume, f"SEC{i}") for i, volume in enumerate(volumes[:3])]
+        self.assertEqual(len(set(addresses)), 3)
+        self.desktop.dismount(volumes[1])
+        self.assertFalse(self.desktop.uri_file("SEC1").exists())
+        # The place that has come free is taken first.
+        self.assertNotEqual(self.desktop.mount(volumes[3], "SEC1"), addresses[1])
+        self.assertEqual([self.desktop.query(v).device for v in (volumes[0], volumes[3], volumes[2])],
+                         ["SEC0:", "SEC1:", "SEC2:"])
+        self.assertEqual([self.desktop.uri("SEC0"), self.desktop.uri("SEC2")], [addresses[0], addresses[2]])
+        for volume in (volumes[0], volumes[2], volumes[3]):
+            self.desktop.dismount(volume)
+        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
+        self.assertEqual(self.desktop.close(first), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

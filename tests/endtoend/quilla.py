@@ -1,0 +1,374 @@
+"""Drives the built program on a Wine desktop of its own: the library of the end-to-end runs and of the demo.
+
+    with Desktop() as desktop:
+        desktop.start()                                    # the serving instance, with its window
+        desktop.create(volume)                             # a request over the channel
+        desktop.run("mount", volume.path, "/password", volume.password)
+        uri = desktop.uri("SEC0")                          # what an NBD client is given
+
+Nothing sleeps blindly: whatever is waited for is watched, with a limit. Whatever is started is ended.
+"""
+
+import fcntl
+import os
+import pathlib
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import time
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+BUILD = pathlib.Path(os.environ.get("QUILLA_BUILD", ROOT / "build" / "windows"))
+PROGRAM = BUILD / "bin" / "QuillaTarn.exe"
+DESK = BUILD / "endtoend" / "desk.exe"
+
+LIMIT = 60  # seconds until something that should happen soon counts as not happening
+SKIPPED = 77  # what CTest takes for "skipped"
+
+WM_CLOSE = 0x0010
+
+CIPHER_NONE, CIPHER_CAST128, CIPHER_TWOFISH = 0, 6, 10
+CIPHER_NAMES = {CIPHER_NONE: "none", CIPHER_CAST128: "CAST-128", CIPHER_TWOFISH: "Twofish"}
+
+MINUTE = 600_000_000  # in the unit of time-outs, 100 ns
+SECOND = 10_000_000
+
+REQUESTS = {"create": 1, "query": 2, "delete": 3, "mount": 4, "dismount": 5, "check": 6}
+
+
+class Failure(Exception):
+    """Something did not happen as it should."""
+
+
+def wait_until(condition, what, limit=LIMIT, interval=0.02):
+    """Watches until condition() yields something true and returns that."""
+    end = time.monotonic() + limit
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() >= end:
+            raise Failure(f"after {limit} s still waiting for {what}")
+        time.sleep(interval)
+
+
+def windows_path(path):
+    """How a program under Wine names a file of the Unix side."""
+    return "Z:" + str(pathlib.Path(path)).replace("/", "\\")
+
+
+class Record:
+    """The 1128-byte record of a volume, packed here from its documented layout."""
+
+    LAYOUT = struct.Struct("<520sQ520sI4xQQB1x12s2xI32s4x")
+    FIELDS = ("path", "size", "key_path", "cipher", "timeout", "activity", "flags", "device", "handle", "key")
+    DEFAULTS = ("", 0, "", 0, 0, 0, 0, "", 0, bytes(32))
+    TEXTS = ("path", "key_path", "device")
+
+    def __init__(self, **fields):
+        for name, value in zip(self.FIELDS, self.DEFAULTS):
+            setattr(self, name, fields.get(name, value))
+
+    def pack(self):
+        values = [getattr(self, name) for name in self.FIELDS]
+        return self.LAYOUT.pack(*(v.encode("utf-16-le") if isinstance(v, str) else v for v in values))
+
+    @classmethod
+    def unpack(cls, data):
+        fields = dict(zip(cls.FIELDS, cls.LAYOUT.unpack(data)))
+        for name in cls.TEXTS:
+            fields[name] = fields[name].decode("utf-16-le", "replace").split("\0")[0]
+        return cls(**fields)
+
+
+class Volume:
+    """A volume to be: its files, its settings and its password."""
+
+    def __init__(self, folder, name, size, cipher, password="97531", timeout=30 * MINUTE):
+        self.raw = pathlib.Path(folder) / f"{name}.raw"
+        self.key = self.raw.with_suffix(".key")
+        self.size, self.cipher, self.password, self.timeout = size, cipher, password, timeout
+
+    @property
+    def path(self):
+        return windows_path(self.raw)
+
+    @property
+    def key_path(self):
+        return windows_path(self.key)
+
+    def record(self):
+        key_path = self.key_path if self.cipher != CIPHER_NONE else ""
+        return Record(path=self.path, size=self.size, key_path=key_path, cipher=self.cipher, timeout=self.timeout)
+
+
+class Desk:
+    """The helper on the Windows side; asks it one thing at a time."""
+
+    UNESCAPED = {"\\\\": "\\", "\\t": "\t", "\\n": "\n", "\\r": "\r"}
+
+    def __init__(self, desktop):
+        self.process = desktop.spawn([str(DESK)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                     encoding="utf-8")
+
+    def ask(self, *words):
+        self.process.stdin.write("\t".join(map(str, words)) + "\n")
+        self.process.stdin.flush()
+        line = self.process.stdout.readline()
+        if not line:
+            raise Failure("the helper on the Windows side has ended")
+        return [self.unescape(word) for word in line.rstrip("\r\n").split("\t")]
+
+    def unescape(self, word):
+        out, i = [], 0
+        while i < len(word):
+            pair = word[i:i + 2]
+            out.append(self.UNESCAPED.get(pair, word[i]))
+            i += 2 if pair in self.UNESCAPED else 1
+        return "".join(out)
+
+    def close(self):
+        self.process.stdin.close()
+        self.process.wait(LIMIT)
+
+
+class Desktop:
+    """A Wine prefix and a screen for the length of a run. One run at a time uses the prefix."""
+
+    def __init__(self, managed=False, screen="1280x1024x24"):
+        self.folder = BUILD / "endtoend"
+        self.prefix = self.folder / "prefix"
+        self.work = self.folder / "work"
+        self.managed, self.screen = managed, screen
+        self.processes = []
+        self.desk = None
+
+    # The run's surroundings
+
+    def __enter__(self):
+        if not PROGRAM.exists():
+            raise Failure(f"{PROGRAM} is not built")
+        self.prefix.mkdir(parents=True, exist_ok=True)
+        self.lock = open(self.folder / "lock", "w")
+        fcntl.flock(self.lock, fcntl.LOCK_EX)
+        shutil.rmtree(self.work, ignore_errors=True)
+        self.work.mkdir()
+        try:
+            self.start_screen()
+            self.prepare_prefix()
+            self.desk = Desk(self)
+        except BaseException:
+            self.__exit__(*sys.exc_info())
+            raise
+        return self
+
+    def start_screen(self):
+        read, write = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", self.screen, "-nolisten", "tcp"],
+                                       pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                       stdin=subprocess.DEVNULL)
+        os.close(write)
+        with os.fdopen(read) as answer:
+            number = answer.readline().strip()
+        if not number:
+            raise Failure("no virtual screen: does Xvfb start here?")
+        self.environment = dict(os.environ, DISPLAY=f":{number}", WINEPREFIX=str(self.prefix), WINEARCH="win64",
+                                WINEDEBUG=os.environ.get("WINEDEBUG", "-all"), WINEDLLOVERRIDES="mscoree,mshtml=")
+
+    def prepare_prefix(self):
+        ready = self.prefix / "ready"
+        if not ready.exists():
+            self.tool("wineboot", "-i", limit=300)
+            ready.touch()
+        # Without a window manager Wine would wait two seconds for its answer at each closing window.
+        self.tool("wine", "reg", "add", r"HKCU\Software\Wine\X11 Driver", "/v", "Managed", "/d",
+                  "Y" if self.managed else "N", "/f")
+        self.tool("wine", "reg", "delete", r"HKCU\Software\Orvane", "/f", check=False)
+        shutil.rmtree(self.local_data(), ignore_errors=True)
+
+    def tool(self, *command, limit=120, check=True):
+        """Runs a program of the Unix side in the run's surroundings."""
+        result = subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.STDOUT, timeout=limit, text=True, errors="replace", check=False)
+        if check and result.returncode:
+            raise Failure(f"{' '.join(command[:3])} ... ended with {result.returncode}:\n{result.stdout.strip()}")
+        return result.stdout
+
+    def __exit__(self, *error):
+        if self.desk:
+            self.desk.process.kill()
+        for process in self.processes:
+            if process.poll() is None:
+                process.kill()
+            process.wait(LIMIT)
+            for stream in (process.stdin, process.stdout):
+                if stream:
+                    stream.close()
+        if hasattr(self, "environment"):
+            # Ends what is left in this prefix and waits until it is gone.
+            for flag in ("-k", "-w"):
+                subprocess.run(["wineserver", flag], env=self.environment, timeout=LIMIT, check=False,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        if hasattr(self, "server"):
+            self.server.send_signal(signal.SIGTERM)
+            self.server.wait(LIMIT)
+        shutil.rmtree(self.work, ignore_errors=True)
+        self.lock.close()
+
+    # The program
+
+    def spawn(self, command, **options):
+        options.setdefault("stdin", subprocess.DEVNULL)
+        options.setdefault("stdout", subprocess.DEVNULL)
+        process = subprocess.Popen(["wine", *command], env=self.environment, stderr=subprocess.DEVNULL, **options)
+        self.processes.append(process)
+        return process
+
+    def start(self, *words):
+        """Starts an instance and lets it run: one that serves, or one whose message box is to be answered."""
+        return self.spawn([str(PROGRAM), *words])
+
+    def start_serving(self, *words):
+        """Starts the serving instance and waits for its window."""
+        process = self.start(*words)
+        wait_until(lambda: self.window() or process.poll() is not None, "the main window")
+        if process.poll() is not None:
+            raise Failure(f"the serving instance has ended with {process.returncode}")
+        return process
+
+    def run(self, *words, limit=LIMIT):
+        """Runs a second instance to its end and returns its exit code (0 to 255)."""
+        process = self.start(*words)
+        try:
+            return process.wait(limit)
+        except subprocess.TimeoutExpired:
+            box = self.box(0, answer=-1)
+            raise Failure(f"'{' '.join(words[:2])}' has not ended after {limit} s; box on the screen: {box}") from None
+
+    def window(self):
+        """(process, handle, state, title) of the serving window, or None."""
+        answer = self.desk.ask("window")
+        return answer if len(answer) == 4 else None
+
+    def is_visible(self):
+        window = self.window()
+        return bool(window) and window[2] == "visible"
+
+    def send(self, message, wide=0, long=0):
+        """Sends a message to the serving window and returns when it has been handled."""
+        answer = self.desk.ask("send", message, wide, long)
+        if answer == ["none"]:
+            raise Failure("there is no window to send to")
+        return int(answer[0])
+
+    def close(self, process):
+        """Closes the serving window, which has nothing mounted, and returns the instance's exit code."""
+        self.send(WM_CLOSE)
+        return process.wait(LIMIT)
+
+    def end_instances(self):
+        """Ends every instance that a failed test has left behind, and the traces of what it had mounted."""
+        for process in self.processes:
+            if process is not self.desk.process and process.poll() is None:
+                process.kill()
+                process.wait(LIMIT)
+        wait_until(lambda: not self.window(), "the last window to go")
+        shutil.rmtree(self.local_data(), ignore_errors=True)
+
+    def box(self, limit=LIMIT, answer=0):
+        """Waits for a message box, presses a button of it (0: the first) and returns (caption, text), or None."""
+        seen = self.desk.ask("box", int(limit * 1000), answer)
+        return tuple(seen[1:]) if len(seen) == 3 else None
+
+    def counts(self, process):
+        """(handles, threads, resident KiB) of a running instance; process is what start returned."""
+        handles = int(self.desk.ask("handles", self.window()[0])[0])
+        lines = pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines()
+        status = dict(line.split(":", 1) for line in lines if ":" in line)
+        return handles, int(status["Threads"]), int(status["VmRSS"].split()[0])
+
+    # Requests over the channel
+
+    def request(self, name, record=None, digest=bytes(20)):
+        """One exchange; returns the record that came back and the server's result."""
+        block = struct.pack("<II", REQUESTS[name], 0) + (record or Record()).pack() + digest + bytes(4)
+        answer = self.desk.ask("exchange", block.hex())
+        if len(answer) != 2:
+            raise Failure("nobody serves requests")
+        return Record.unpack(bytes.fromhex(answer[0])[8:8 + Record.LAYOUT.size]), int(answer[1])
+
+    def create(self, volume):
+        """Has the serving instance create a volume's files."""
+        self.request("create", volume.record(), password_key(volume.password))
+        if not volume.raw.exists() or volume.raw.stat().st_size != volume.size:
+            raise Failure(f"{volume.raw.name} was not created with {volume.size} bytes")
+        if (volume.cipher != CIPHER_NONE) != volume.key.exists():
+            raise Failure(f"{volume.key.name}: there or missing against the cipher")
+
+    def query(self, volume):
+        return self.request("query", Record(path=volume.path, key_path=volume.key_path))[0]
+
+    def mount(self, volume, device="SEC0"):
+        """Mounts from the command line by a second instance (or the first, which then serves)."""
+        if self.window():
+            code = self.run("mount", volume.path, "/password", volume.password)
+            if code:
+                raise Failure(f"the mount ended with exit code {code}")
+        else:
+            self.start("mount", volume.path, "/password", volume.password)
+        return self.uri(device)
+
+    def dismount(self, volume):
+        code = self.run("dismount", volume.path)
+        if code:
+            raise Failure(f"the dismount ended with exit code {code}")
+
+    # The export
+
+    def local_data(self):
+        users = self.prefix / "drive_c" / "users"
+        names = [path for path in users.glob("*") if path.name != "Public"]
+        return (names[0] if names else users / "none") / "AppData" / "Local" / "Quilla Tarn"
+
+    def uri_file(self, device):
+        return self.local_data() / f"{device}.uri"
+
+    def uri(self, device="SEC0", limit=LIMIT):
+        """The address of a mounted device's export, as soon as it is there."""
+        path = self.uri_file(device)
+        return wait_until(lambda: path.exists() and path.read_text().strip(), f"{path.name}", limit)
+
+    def wait_gone(self, device="SEC0", limit=LIMIT):
+        wait_until(lambda: not self.uri_file(device).exists(), f"{device}.uri to go", limit)
+
+
+def password_key(password):
+    """SHA-1 of the UTF-16 text, each word of the digest little-endian."""
+    import hashlib
+    digest = hashlib.sha1(password.encode("utf-16-le")).digest()
+    return struct.pack("<5I", *struct.unpack(">5I", digest))
+
+
+def has_fuse():
+    return os.access("/dev/fuse", os.R_OK | os.W_OK) and shutil.which("nbdfuse") is not None
+
+
+class DesktopTest(unittest.TestCase):
+    """Test cases that share a desktop. Each has a folder of its own, and leaves no instance behind."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.desktop = cls.enterClassContext(Desktop())
+
+    def setUp(self):
+        self.folder = self.desktop.work / self.id().split(".")[-1]
+        self.folder.mkdir()
+
+    def tearDown(self):
+        self.desktop.end_instances()
+
+    def volume(self, name="Data", size=1 << 20, cipher=CIPHER_TWOFISH, **settings):
+        return Volume(self.folder, name, size, cipher, **settings)
