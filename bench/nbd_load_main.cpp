@@ -186,7 +186,7 @@ bool ParseUri(std::string_view uri, Load& load) {
     if (!uri.starts_with(kPrefix))
         return false;
     uri.remove_prefix(kPrefix.size());
-    load.port = static_cast<std::uint16_t>(std::atoi(uri.data()));
+    load.port = static_cast<std::uint16_t>(std::strtoul(uri.data(), nullptr, 10));
     const std::size_t slash = uri.find('/');
     load.exportName = slash == std::string_view::npos ? "" : std::string(uri.substr(slash + 1));
     return load.port != 0;
