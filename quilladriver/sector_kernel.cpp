@@ -12,6 +12,7 @@ std::span<const SectorKernel* const> AllSectorKernels() {
 #endif
         &kTwofishPortable,
 #if defined(__x86_64__)
+        &kCast128Avx512,
         &kCast128Interleaved,
 #endif
         &kCast128Portable,
