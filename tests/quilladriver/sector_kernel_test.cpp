@@ -4,9 +4,10 @@
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/sector_kernel.h"
 #include "tests/quilladriver/test_sectors.h"
-#include "volume/crc32.h"
+#include "tests/support/hex.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace quilla {
@@ -21,6 +22,51 @@ const SectorKernel& PortableKernel(CipherId cipher) {
         if (kernel->cipher == cipher)
             portable = kernel; // it stands last
     return *portable;
+}
+
+/// A sector of the bytes 0, 1, ... 255 twice, under the key of bytes 0 to 31, as libgcrypt 1.10 enciphers it.
+struct Vector {
+    CipherId cipher;
+    std::uint64_t sector;
+    const char* firstBytes;
+    const char* lastBytes;
+};
+
+constexpr Vector kVectors[] = {
+    {CipherId::Twofish, 0, "A0630262E8AE099A235F8DF5E5C58AE0EE5980276D5FA19600D188E49BC30252",
+     "A1AE77E5AB094F5108C2776815186AF10C5A16DBF5FA06AB277DF8F82C998E75"},
+    {CipherId::Twofish, 1, "F4C2D05E78EF417A7DA5030D23D07D613A0E1F27B69232BCFB953B8F99E00DB0",
+     "DA0A8E0AFBA08C055BA62DBA1F2BA7A2BE3FA443D7F2F3DD805BC9A8C237E355"},
+    {CipherId::Twofish, 0x1'2345'6789, "66E6D1C370B4721A87A053AF476FDEBD55AD348BF42F3DD04FAC4C7F2781DDAE",
+     "E5FBDF861392ADC5E0CA53B6906D4606C5F6D043A1421E8CBB392918DC73CC4A"},
+    {CipherId::Cast128, 0, "8A371A77EBF66424CE8A3A894B12F2AE9441C8AB7DDB7D6CFEDF97BD854FF804",
+     "04CEC3B97B825BE0B87261DEE3794FCCFFD75D7C8E96309F38910A63A60DBF9A"},
+    {CipherId::Cast128, 1, "D160A3148DABBA3EEB25719C6079AAF37222BBF2C75B163E4611D735D8602889",
+     "AC32474759452D2057AC975C94BF08B30D27A7EE130A457F935BC56B74E91EDD"},
+    {CipherId::Cast128, 0x1'2345'6789, "D8C2BEE0A5715C3B7B65309C3B0ADE5D4FBCC6D11D7C3613EE2C9DD4E5EB6CD4",
+     "09341268B5FA35BE71FAB758150E10DB7D212052604C9006824B1CEC769A5B96"},
+};
+
+TEST(SectorKernelTest, GivesTheVectorsOfAnotherLibrary) {
+    DataKey key;
+    for (std::size_t i = 0; i < key.size(); ++i)
+        key[i] = static_cast<std::byte>(i);
+    SectorBytes plain(kSectorSize);
+    for (std::size_t i = 0; i < plain.size(); ++i)
+        plain[i] = static_cast<std::byte>(i);
+    for (const Vector& vector : kVectors)
+        for (const SectorKernel* kernel : AllSectorKernels()) {
+            if (kernel->cipher != vector.cipher || !kernel->isSupported())
+                continue;
+            SectorCipher cipher;
+            ASSERT_TRUE(cipher.SetUp(*kernel, key));
+            SectorBytes sector = plain;
+            cipher.Encrypt(vector.sector, sector);
+            EXPECT_EQ(test::ToHex(std::span(sector).first(32)), vector.firstBytes) << kernel->name;
+            EXPECT_EQ(test::ToHex(std::span(sector).last(32)), vector.lastBytes) << kernel->name;
+            cipher.Decrypt(vector.sector, sector);
+            EXPECT_EQ(sector, plain) << kernel->name;
+        }
 }
 
 TEST(SectorKernelTest, EveryKernelGivesTheBytesOfThePortableOne) {
