@@ -83,7 +83,7 @@ int BDialog::DoModal() {
 }
 
 int BDialog::RunModal(const DialogParams& params) {
-    if (!CreateFromTemplate(params))
+    if (!CreateFromTemplate(params) || !hwnd) // or it has ended itself while it was set up
         return IDCANCEL;
     modal = true;
     const HWND parent = GetParent(hwnd);

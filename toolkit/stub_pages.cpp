@@ -33,20 +33,22 @@ static_assert(sizeof(StubPage) <= kPageSize);
 
 constinit StubPage* firstPage = nullptr;
 
-stub::Code EncodeStub([[maybe_unused]] StubPage& page, [[maybe_unused]] std::size_t slot) {
-#if defined(__x86_64__) || defined(_M_X64) || defined(__aarch64__) || defined(_M_ARM64)
-    const auto start = static_cast<std::int32_t>(slot * stub::kStubSize);
-    const auto object = static_cast<std::int32_t>(kPageSize + slot * sizeof(BWindow*));
-#if defined(__x86_64__) || defined(_M_X64)
-    return stub::EncodeX64(object - start, -start);
+stub::Code EncodeStub(StubPage& page, std::size_t slot) {
+    const auto object = reinterpret_cast<std::uintptr_t>(&page.objects[slot]);
+    const auto procedure = reinterpret_cast<std::uintptr_t>(page.Code());
+#if defined(__i386__) || defined(_M_IX86)
+    return stub::EncodeX86(object, procedure);
 #else
-    return stub::EncodeArm64(object - start, -start);
-#endif
-#elif defined(__i386__) || defined(_M_IX86)
-    return stub::EncodeX86(reinterpret_cast<std::uint32_t>(&page.objects[slot]),
-                           reinterpret_cast<std::uint32_t>(page.Code()));
+    const std::uintptr_t start = procedure + slot * stub::kStubSize;
+    const auto toObject = static_cast<std::int32_t>(object - start);
+    const auto toProcedure = static_cast<std::int32_t>(procedure - start);
+#if defined(__x86_64__) || defined(_M_X64)
+    return stub::EncodeX64(toObject, toProcedure);
+#elif defined(__aarch64__) || defined(_M_ARM64)
+    return stub::EncodeArm64(toObject, toProcedure);
 #else
 #error "This processor needs an encoding of the window stub in toolkit/stub_code.h"
+#endif
 #endif
 }
 

@@ -13,7 +13,6 @@ namespace {
 using test::DialogTemplate;
 using test::Frame;
 using test::Owned;
-using test::Step;
 
 constexpr int kFirstEdit = 10;
 constexpr int kSecondEdit = 11;

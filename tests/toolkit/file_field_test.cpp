@@ -12,8 +12,6 @@ namespace quilla {
 namespace {
 
 using test::DialogTemplate;
-using test::Frame;
-using test::Owned;
 
 constexpr int kBefore = 10;
 constexpr int kField = 102;
@@ -31,17 +29,18 @@ class RecordingField : public FileField {
 
 class FieldDialog : public BDialog {
   public:
-    explicit FieldDialog(DWORD fieldExtendedStyle) : extendedStyle_(fieldExtendedStyle) {}
+    explicit FieldDialog(DWORD fieldExtendedStyle) {
+        layout_.Add(kBefore, L"EDIT", L"", {4, 4, 80, 16}, WS_TABSTOP | WS_BORDER)
+            .Add(kField, kWindowClass, L"", {4, 20, 80, 32}, WS_TABSTOP, fieldExtendedStyle)
+            .Add(kAfter, L"EDIT", L"", {4, 36, 80, 48}, WS_TABSTOP | WS_BORDER)
+            .Add(IDOK, L"BUTTON", L"OK", {4, 60, 40, 74}, WS_TABSTOP | BS_DEFPUSHBUTTON);
+    }
     ~FieldDialog() {
         if (hwnd)
             DestroyWindow(hwnd);
     }
     void GetDialogDefaults(DialogParams& params) override {
         BDialog::GetDialogDefaults(params);
-        layout_.Add(kBefore, L"EDIT", L"", {4, 4, 80, 16}, WS_TABSTOP | WS_BORDER)
-            .Add(kField, kWindowClass, L"", {4, 20, 80, 32}, WS_TABSTOP, extendedStyle_)
-            .Add(kAfter, L"EDIT", L"", {4, 36, 80, 48}, WS_TABSTOP | WS_BORDER)
-            .Add(IDOK, L"BUTTON", L"OK", {4, 60, 40, 74}, WS_TABSTOP | BS_DEFPUSHBUTTON);
         params.inMemory = layout_.Get();
     }
     void Attach(HWND handle) override {
@@ -68,7 +67,6 @@ class FieldDialog : public BDialog {
     bool colours = false;
 
   private:
-    DWORD extendedStyle_;
     DialogTemplate layout_{L"Fields", 120, 90};
 };
 
@@ -172,6 +170,17 @@ TEST_P(FileFieldTest, TextGoesToTheEdit) {
     test::PressKeys({VK_END});
     test::PressKeys({'X'});
     EXPECT_TRUE(PumpUntil([&] { return test::TextOf(field.edit.hwnd) == L"\\Storage\\Data.rawx"; }));
+}
+
+TEST_P(FileFieldTest, EnterAndEscAreTheDialogs) {
+    SetFocus(field.edit.hwnd);
+    test::PressKeys({VK_RETURN});
+    ASSERT_TRUE(PumpUntil([&] { return dialog.hwnd == nullptr; }));
+    ASSERT_NE(dialog.Create(), nullptr);
+    ASSERT_TRUE(Activate(dialog.hwnd));
+    SetFocus(field.edit.hwnd);
+    test::PressKeys({VK_ESCAPE});
+    EXPECT_TRUE(PumpUntil([&] { return dialog.hwnd == nullptr; }));
 }
 
 TEST_P(FileFieldTest, FontReachesTheEdit) {
