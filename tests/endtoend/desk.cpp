@@ -13,6 +13,7 @@
 //   handles PID             open handles of a process
 //   dialog MS               waits for a dialog (no message box) of any process: process, caption; or "none"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -96,8 +97,14 @@ DWORD ProcessOf(HWND window) {
     return process;
 }
 
+/// The window of an instance that is ready for requests, which its event tells; a window that is still being
+/// made is none yet.
 HWND ServingWindow() {
-    return FindWindowW(L"BWindow", L"Quilla Tarn");
+    const HANDLE event = OpenEventW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn");
+    const bool ready = event && WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
+    if (event)
+        CloseHandle(event);
+    return ready ? FindWindowW(L"BWindow", L"Quilla Tarn") : nullptr;
 }
 
 Words Window(const Words&) {
@@ -224,14 +231,35 @@ Words Dialog(const Words& words) {
     return {std::to_string(ProcessOf(dialog)), Utf8(TextOf(dialog))};
 }
 
+/// Counted in the system's list of all handles: Wine answers GetProcessHandleCount with nothing.
 Words Handles(const Words& words) {
-    DWORD count = 0;
-    const HANDLE process =
-        words.size() == 2 ? OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, std::stoul(words[1])) : nullptr;
-    if (!process || !GetProcessHandleCount(process, &count))
-        count = 0;
-    if (process)
-        CloseHandle(process);
+    struct Entry {
+        void* object;
+        ULONG_PTR process, handle;
+        ULONG access;
+        USHORT trace, type;
+        ULONG attributes, reserved;
+    };
+    struct List {
+        ULONG_PTR count, reserved;
+        Entry entries[1];
+    };
+    using Query = LONG(NTAPI*)(ULONG, void*, ULONG, ULONG*);
+    constexpr ULONG kExtendedHandleInformation = 64;
+    constexpr LONG kBufferTooSmall = static_cast<LONG>(0xC0000004);
+    const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<std::byte> room(1 << 16);
+    LONG status = 0;
+    while ((status = query(kExtendedHandleInformation, room.data(), static_cast<ULONG>(room.size()),
+                           nullptr)) == kBufferTooSmall)
+        room.resize(2 * room.size());
+    if (status < 0 || words.size() != 2)
+        return {"none"};
+    const auto& list = *reinterpret_cast<const List*>(room.data());
+    const auto process = std::stoull(words[1]);
+    const auto count = std::count_if(list.entries, list.entries + list.count,
+                                     [&](const Entry& entry) { return entry.process == process; });
     return {std::to_string(count)};
 }
 

@@ -100,7 +100,9 @@ def key_block_cipher(cipher, password):
 
 
 def seal_master_key(cipher, password, master, iv):
-    """CAST-128 by cipher feedback, Twofish by cipher block chaining."""
+    """CAST-128 by cipher feedback, Twofish by cipher block chaining; without a cipher it stays as it is."""
+    if cipher == quilla.CIPHER_NONE:
+        return master
     keyed = key_block_cipher(cipher, password)
     register, out = iv[:keyed.block], b""
     for i in range(0, len(master), keyed.block):

@@ -62,18 +62,25 @@ class VolumeDataTest(quilla.DesktopTest):
             volume.raw.unlink()
         self.assertEqual(self.desktop.close(first), 0)
 
-    def test_unenciphered_volume_needs_no_password_to_be_read(self):
-        # Cipher None has no key block, so the command line cannot mount it; the channel can.
-        first = self.desktop.start_serving()
-        volume = self.volume(cipher=quilla.CIPHER_NONE)
-        oracle.make_files(volume)
-        record, result = self.desktop.request("mount", quilla.Record(path=volume.path))
-        self.assertEqual(result, 0)
-        self.assertNotEqual(record.handle, 0)
+    def check_plain(self, volume):
         with nbd.Client(self.desktop.uri("SEC0")) as client:
             client.write(4096, b"plain" * 1024)
             self.assertEqual(volume.raw.read_bytes()[4096:4096 + 5120], b"plain" * 1024)
         self.desktop.dismount(volume)
+
+    def test_volume_without_cipher_holds_plain_data(self):
+        first = self.desktop.start_serving()
+        volume = self.volume("Bare", cipher=quilla.CIPHER_NONE)
+        oracle.make_files(volume)
+        record, result = self.desktop.request("mount", quilla.Record(path=volume.path))
+        self.assertEqual((result, record.handle != 0), (0, True))
+        self.check_plain(volume)
+        # The command line checks a key block all the same; one under no cipher is its own plain text.
+        volume = self.volume("Keyed", cipher=quilla.CIPHER_NONE)
+        oracle.make_files(volume)
+        volume.key.write_bytes(oracle.build_key_file(volume.cipher, "", os.urandom(128), bytes(20), volume.timeout))
+        self.desktop.mount(volume)
+        self.check_plain(volume)
         self.assertEqual(self.desktop.close(first), 0)
 
     def test_large_sparse_volume_mounts_at_once_with_flat_memory(self):
