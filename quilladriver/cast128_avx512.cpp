@@ -30,7 +30,7 @@ constexpr std::size_t kVectors = 4;      ///< that hold one half of all lanes
 constexpr std::size_t kBlockVectors = 8; ///< that hold whole blocks of all lanes
 
 /// Shorter runs are enciphered faster by tables.
-constexpr std::size_t kFewestSectors = 24;
+constexpr std::size_t kFewestSectors = 26;
 
 struct Schedule {
     Vector boxes[4][4][4]; ///< S1 to S4, each by bytes of its words, low byte first, each in quarters
