@@ -4,6 +4,7 @@
 #include "app/usage.h"
 #include "driver/window_messages.h"
 #include "platform/desktop/ce_services.h"
+#include "platform/desktop/command_line_memory.h"
 #include "platform/desktop/device_export.h"
 #include "platform/desktop/foreground.h"
 #include "platform/wipe.h"
@@ -28,11 +29,13 @@ Application::Application()
     : services_{.driver = driver_, .channel = channel_, .picker = picker_, .instanceEvent = instanceEvent_},
       mainWindow_(services_) {}
 
-int Application::Run(const wchar_t* commandLine) {
+int Application::Run(const wchar_t* commandLine, wchar_t** words) {
     InitialiseControls();
     Secret<Start> start;
     start->isEmpty = IsEmptyCommandLine(commandLine);
     start->isWellFormed = ParseCommandLine(start->request, commandLine);
+    if (start->request.hasPassword)
+        WipeCommandLine(words);
     if (CreateInstanceEvent()) {
         targetWindow_ = FindServingWindow();
         if (targetWindow_ != nullptr)

@@ -20,7 +20,8 @@ class Application final : public BApplication {
     using BApplication::Run;
 
     /// The whole life of an instance, from its command line (without the program's name) to its exit code.
-    int Run(const wchar_t* commandLine);
+    /// words are the words of the same command line; where a password is among them, both are wiped.
+    int Run(const wchar_t* commandLine, wchar_t** words);
 
     /// Brings the command states of the active window up to date.
     void OnIdle() override;

@@ -1,10 +1,11 @@
 #include "app/application.h"
+#include "platform/desktop/command_line_memory.h"
 #include "platform/desktop/library_search.h"
 
-#include <windows.h>
-
-int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* commandLine, int /*show*/) {
+/// The entry of the desktop program. The run-time library's own entry for window programs would keep a copy
+/// of the command line's words out of reach.
+extern "C" int wmain(int /*count*/, wchar_t** words) {
     quilla::RestrictLibrarySearch();
     quilla::Application application;
-    return application.Run(commandLine);
+    return application.Run(quilla::CommandLineArguments(), words);
 }

@@ -3,11 +3,13 @@
 
 #include "tests/driver/device_fixture.h"
 #include "tests/nbd/nbd_client.h"
+#include "tests/support/memory_scan.h"
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/process_size.h"
 #include "tests/support/program.h"
 #include "volume/sha1.h"
 #include "volume/volume_files.h"
+#include "volume/volume_password.h"
 
 namespace quilla {
 namespace {
@@ -207,6 +209,49 @@ TEST_F(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
             continue;
         ASSERT_TRUE(WaitUntil([&] { return second.MainWindow() != nullptr; }));
         EXPECT_TRUE(EndsOnClose(second));
+    }
+}
+
+/// Looks for what must be gone in the memory of the instance that mounted by its own command line.
+TEST_F(ProgramTest, LeavesNoSecretInMemory) {
+    for (const CipherId cipher : {CipherId::Cast128, CipherId::Twofish}) {
+        VolumeRecord record{};
+        CopyText(record.Path, MakeVolume(L"secret" + std::to_wstring(static_cast<unsigned>(cipher)), cipher));
+        CopyText(record.KeyPath,
+                 std::wstring(record.Path).replace(std::wstring(record.Path).size() - 3, 3, L"key"));
+        record.Cipher = cipher;
+        PasswordDigest passwordKey;
+        PasswordKey(passwordKey, TextView(L"Straße 9"));
+        const PasswordDigest keyOfPassword = passwordKey;
+        ASSERT_TRUE(UnlockVolume(record, passwordKey));
+        const std::span<const std::byte> wide = std::as_bytes(std::span(L"Straße 9", 8));
+        const std::span<const std::byte> narrow = std::as_bytes(std::span("Stra\xDF"
+                                                                          "e 9",
+                                                                          8));
+        const std::span<const std::byte> utf8 = std::as_bytes(std::span("Stra\xC3\x9F"
+                                                                        "e 9",
+                                                                        9));
+
+        const Program program = Serve(MountLine(record.Path));
+        ASSERT_TRUE(WaitUntil([] { return IsExported(0); }));
+        ASSERT_TRUE(WaitUntil([&] { return SendMessageW(program.MainWindow(), WM_NULL, 0, 0) == 0; }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        for (const bool isMounted : {true, false}) {
+            const test::MemorySnapshot memory(program.Process());
+            EXPECT_GT(memory.Count(std::as_bytes(std::span(L"QuillaDriver", 12))), 0)
+                << "the search finds what is there";
+            EXPECT_EQ(memory.Count(wide), 0) << isMounted;
+            EXPECT_EQ(memory.Count(narrow), 0) << isMounted;
+            EXPECT_EQ(memory.Count(utf8), 0) << isMounted;
+            EXPECT_EQ(memory.Count(keyOfPassword), 0) << isMounted;
+            EXPECT_EQ(memory.Count(record.Key), 0) << isMounted;
+            EXPECT_EQ(memory.Count(std::span(record.Key).first(16)), 0) << isMounted;
+            EXPECT_EQ(memory.Count(std::span(record.Key).last(16)), 0) << isMounted;
+            if (isMounted) {
+                EXPECT_EQ(Run(DismountLine(record.Path)), 0U);
+            }
+        }
+        EXPECT_TRUE(EndsOnClose(program));
     }
 }
 
