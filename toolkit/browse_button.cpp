@@ -1,5 +1,7 @@
 #include "toolkit/browse_button.h"
 
+#include "toolkit/visual_style.h"
+
 namespace quilla {
 
 namespace {
@@ -57,18 +59,27 @@ void BrowseButton::OnPaint() {
     if (!IsWindowEnabled(hwnd) && grey != GetBkColor(context))
         SetTextColor(context, grey);
     FillRect(context, &rectangle, brush);
+    const bool styled = DrawStyledButton(hwnd, context, Look(), rectangle);
 
     const auto font = reinterpret_cast<HGDIOBJ>(SendMessageW(dialog, WM_GETFONT, 0, 0));
     const HGDIOBJ formerFont = font ? SelectObject(context, font) : nullptr;
     RECT text = rectangle;
     if (pressed)
         OffsetRect(&text, 1, 1);
+    SetBkMode(context, TRANSPARENT);
     DrawTextW(context, kCaption, kCaptionLength, &text, DT_CENTER | DT_VCENTER);
     if (formerFont)
         SelectObject(context, formerFont);
 
-    DrawEdge(context, &rectangle, pressed ? EDGE_SUNKEN : EDGE_RAISED, BF_RECT | BF_SOFT);
+    if (!styled)
+        DrawEdge(context, &rectangle, pressed ? EDGE_SUNKEN : EDGE_RAISED, BF_RECT | BF_SOFT);
     EndPaint(hwnd, &paint);
+}
+
+ControlLook BrowseButton::Look() const {
+    if (!IsWindowEnabled(hwnd))
+        return ControlLook::kDisabled;
+    return pressed ? ControlLook::kPressed : ControlLook::kNormal;
 }
 
 void BrowseButton::OnButtonDown() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "toolkit/visual_style.h"
 #include "toolkit/window.h"
 
 namespace quilla {
@@ -16,6 +17,7 @@ class BrowseButton : public BWindow {
 
   private:
     void OnPaint();
+    [[nodiscard]] ControlLook Look() const;
     void OnButtonDown();
     void OnMouseMove(POINT point);
     void OnButtonUp();

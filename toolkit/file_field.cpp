@@ -54,6 +54,8 @@ LRESULT FileField::OnMessage(BMessage& message) {
     case WM_ERASEBKGND:
         EraseBackground(reinterpret_cast<HDC>(message.wParam));
         return TRUE;
+    case WM_NCPAINT:
+        return PaintStyledEdge() ? 0 : CallDefault(*this);
     case WM_SETFOCUS:
         SendMessageW(GetParent(hwnd), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit.hwnd), TRUE);
         return 0;
@@ -83,7 +85,10 @@ LRESULT FileField::OnMessage(BMessage& message) {
 LRESULT FileField::OnCommand(int id, int code, HWND control) {
     if (id == kBrowseCommand)
         return readOnly ? 0 : NotifyParent(kBrowseNotification);
-    if (code == EN_KILLFOCUS && control == edit.hwnd)
+    const bool focusMoved = control == edit.hwnd && (code == EN_SETFOCUS || code == EN_KILLFOCUS);
+    if (focusMoved)
+        RedrawWindow(hwnd, nullptr, nullptr, RDW_FRAME | RDW_INVALIDATE); // the edge shows the focus
+    if (focusMoved && code == EN_KILLFOCUS)
         return NotifyParent(NM_KILLFOCUS);
     return BWindow::OnCommand(id, code, control);
 }
@@ -103,14 +108,46 @@ void FileField::Layout(int width, int height) {
     SetWindowPos(button.hwnd, nullptr, width - buttonWidth, 0, buttonWidth, height, flags);
 }
 
-void FileField::EraseBackground(HDC context) {
+HBRUSH FileField::BackgroundBrush(HDC context) {
     const bool editable = IsWindowEnabled(hwnd) && !readOnly;
-    const auto brush = reinterpret_cast<HBRUSH>(
+    return reinterpret_cast<HBRUSH>(
         SendMessageW(GetParent(hwnd), editable ? WM_CTLCOLOREDIT : WM_CTLCOLORSTATIC,
                      reinterpret_cast<WPARAM>(context), reinterpret_cast<LPARAM>(hwnd)));
+}
+
+void FileField::EraseBackground(HDC context) {
     RECT client = {};
     GetClientRect(hwnd, &client);
-    FillRect(context, &client, brush);
+    FillRect(context, &client, BackgroundBrush(context));
+}
+
+ControlLook FileField::Look() const {
+    if (!IsWindowEnabled(hwnd))
+        return ControlLook::kDisabled;
+    return GetFocus() == edit.hwnd ? ControlLook::kFocused : ControlLook::kNormal;
+}
+
+bool FileField::PaintStyledEdge() {
+    if ((GetWindowLongW(hwnd, GWL_EXSTYLE) & WS_EX_CLIENTEDGE) == 0)
+        return false;
+    RECT frame = {};
+    GetWindowRect(hwnd, &frame);
+    RECT client = {};
+    GetClientRect(hwnd, &client);
+    MapWindowPoints(hwnd, nullptr, reinterpret_cast<POINT*>(&client), 2);
+    OffsetRect(&client, -frame.left, -frame.top);
+    OffsetRect(&frame, -frame.left, -frame.top);
+
+    const HDC context = GetWindowDC(hwnd);
+    ExcludeClipRect(context, client.left, client.top, client.right, client.bottom);
+    const bool styled = DrawStyledEditEdge(hwnd, context, Look(), frame);
+    if (styled) {
+        // The style's line is thinner than the edge: the rest belongs to the inside.
+        InflateRect(&frame, -WindowMetric(hwnd, SM_CXBORDER), -WindowMetric(hwnd, SM_CYBORDER));
+        FillRect(context, &frame, BackgroundBrush(context));
+    }
+    ReleaseDC(hwnd, context);
+    return styled;
 }
 
 LRESULT FileField::NotifyParent(UINT code) {

@@ -35,7 +35,11 @@ class FileField : public BWindow {
 
   private:
     void Layout(int width, int height);
+    HBRUSH BackgroundBrush(HDC context);
     void EraseBackground(HDC context);
+    [[nodiscard]] ControlLook Look() const;
+    /// False where the platform's own edge is the right one.
+    bool PaintStyledEdge();
     LRESULT NotifyParent(UINT code);
     void Redraw();
 };

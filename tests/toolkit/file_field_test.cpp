@@ -7,6 +7,7 @@
 #include "toolkit/dpi.h"
 
 #include <commctrl.h>
+#include <uxtheme.h>
 
 namespace quilla {
 namespace {
@@ -300,33 +301,88 @@ TEST_P(FileFieldTest, ButtonThatLosesThePointerComesUp) {
     EXPECT_EQ(Browses(), 0U);
 }
 
-TEST_P(FileFieldTest, ButtonIsDrawnRaisedPressedAndDisabled) {
-    dialog.colours = true;
-    const auto cornerAndInk = [&](COLORREF ink) {
-        RedrawWindow(field.button.hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_UPDATENOW);
+/// What is on the screen, in the classic look of the controls and in the system's visual style.
+class FileFieldLook : public FileFieldTest {
+  protected:
+    void SetUp() override {
+        FileFieldTest::SetUp();
+        dialog.colours = true;
+    }
+
+    void UseClassicLook() {
+        for (const HWND window : {field.hwnd, field.button.hwnd})
+            SetWindowTheme(window, L" ", L" ");
+    }
+
+    static void Redraw(HWND window) {
+        RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_FRAME | RDW_UPDATENOW);
+    }
+
+    struct Drawn {
+        COLORREF corner;
+        int ink; ///< pixels of the colour asked for, inside the edge
+        bool operator==(const Drawn&) const = default;
+    };
+
+    Drawn DrawButton(COLORREF ink) {
+        const HWND window = field.button.hwnd;
+        Redraw(window);
         RECT client = {};
-        GetClientRect(field.button.hwnd, &client);
-        const HDC context = GetDC(field.button.hwnd);
-        int inked = 0;
+        GetClientRect(window, &client);
+        const HDC context = GetDC(window);
+        Drawn drawn = {GetPixel(context, 0, 0), 0};
         for (int y = 3; y < client.bottom - 3; ++y) {
             for (int x = 3; x < client.right - 3; ++x)
-                inked += GetPixel(context, x, y) == ink;
+                drawn.ink += GetPixel(context, x, y) == ink;
         }
-        const COLORREF corner = GetPixel(context, 0, 0);
-        ReleaseDC(field.button.hwnd, context);
-        return std::pair(corner, inked);
-    };
-    const auto raised = cornerAndInk(RGB(0, 0, 0));
-    EXPECT_GT(raised.second, 0) << "the three dots";
-    EXPECT_LT(raised.second, 60);
+        ReleaseDC(window, context);
+        return drawn;
+    }
+
+    COLORREF EdgePixel(int distance) {
+        Redraw(field.hwnd);
+        const HDC context = GetWindowDC(field.hwnd);
+        const COLORREF colour = GetPixel(context, distance, 8);
+        ReleaseDC(field.hwnd, context);
+        return colour;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Fields, FileFieldLook, ::testing::Values(DWORD{WS_EX_CLIENTEDGE}));
+
+TEST_P(FileFieldLook, ClassicButtonIsRaisedPressedAndDisabled) {
+    constexpr COLORREF black = RGB(0, 0, 0);
+    UseClassicLook();
+    const Drawn raised = DrawButton(black);
+    EXPECT_GT(raised.ink, 0) << "the three dots";
+    EXPECT_LT(raised.ink, 60);
     Mouse(WM_LBUTTONDOWN, 3, 3);
-    EXPECT_NE(cornerAndInk(RGB(0, 0, 0)).first, raised.first) << "the edge is sunken";
+    EXPECT_NE(DrawButton(black).corner, raised.corner) << "the edge is sunken";
     Mouse(WM_MOUSEMOVE, -5, -5);
-    EXPECT_EQ(cornerAndInk(RGB(0, 0, 0)), raised);
+    EXPECT_EQ(DrawButton(black), raised);
     Mouse(WM_LBUTTONUP, -5, -5);
     EnableWindow(field.hwnd, FALSE);
-    EXPECT_GT(cornerAndInk(GetSysColor(COLOR_GRAYTEXT)).second, 0);
-    EXPECT_EQ(cornerAndInk(RGB(0, 0, 0)).second, 0);
+    EXPECT_GT(DrawButton(GetSysColor(COLOR_GRAYTEXT)).ink, 0);
+    EXPECT_EQ(DrawButton(black).ink, 0);
+}
+
+TEST_P(FileFieldLook, StyledFieldLooksLikeAnEdit) {
+    const HWND edit = CreateWindowExW(WS_EX_CLIENTEDGE, L"EDIT", L"", WS_CHILD | WS_VISIBLE, 200, 10, 80, 24,
+                                      dialog.hwnd, nullptr, nullptr, nullptr);
+    if (!IsThemeActive())
+        GTEST_SKIP() << "no visual style on this system";
+    Redraw(edit);
+    const HDC context = GetWindowDC(edit);
+    const COLORREF line = GetPixel(context, 0, 8);
+    ReleaseDC(edit, context);
+
+    EXPECT_EQ(EdgePixel(0), line);
+    EXPECT_EQ(EdgePixel(1), FieldDialog::kEditColour);
+    field.SetReadOnly(true);
+    EXPECT_EQ(EdgePixel(1), FieldDialog::kStaticColour);
+    EXPECT_GT(DrawButton(RGB(0, 0, 0)).ink, 0) << "the three dots";
+    UseClassicLook();
+    EXPECT_EQ(EdgePixel(0), GetSysColor(COLOR_3DSHADOW));
 }
 
 TEST(Dpi, LengthsScaleWithTheWindowsResolution) {
