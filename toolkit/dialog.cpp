@@ -13,6 +13,9 @@ INT_PTR InitDialog(HWND handle, BDialog& object) {
     if (focusIsElsewhere)
         SetFocus(handle);
     object.UpdateCommandStates();
+    // A dialog that opens in the background is activated for the first time later: its focus must last until
+    // then.
+    object.savedFocus = focusIsElsewhere ? GetNextDlgTabItem(handle, nullptr, FALSE) : GetFocus();
     return focusIsElsewhere;
 }
 

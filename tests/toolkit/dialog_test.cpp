@@ -172,6 +172,19 @@ TEST_F(Dialog, FocusSurvivesLosingTheActivation) {
     EXPECT_TRUE(application.PlayedToTheEnd());
 }
 
+TEST_F(Dialog, FocusSurvivesTheFirstActivation) {
+    // It comes late when the dialog has been opened in the background.
+    for (BEdit* expected : {&dialog.first, &dialog.second}) {
+        if (expected == &dialog.second)
+            dialog.onAttach = [&] { SetFocus(dialog.second.hwnd); };
+        RunAnd([&] {
+            SendMessageW(dialog.hwnd, WM_ACTIVATE, MAKEWPARAM(WA_ACTIVE, 0), 0);
+            EXPECT_EQ(GetFocus(), expected->hwnd);
+            dialog.EndDialog(0);
+        });
+    }
+}
+
 TEST_F(Dialog, CommandStatesAreSetBeforeItShows) {
     dialog.disabledId = kSecondEdit;
     RunAnd([&] {
