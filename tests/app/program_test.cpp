@@ -151,6 +151,29 @@ TEST_F(ProgramTest, RefusesAWrongPassword) {
     EXPECT_TRUE(EndsOnClose(program));
 }
 
+/// Without a password the second process shows the dialog, which has no window of the first one around it.
+TEST_F(ProgramTest, ASecondInstanceAsksForThePassword) {
+    const std::wstring path = MakeVolume(L"a");
+    Program program = Serve(L"");
+    for (const bool isConfirmed : {false, true}) {
+        Program asking = Start(L"mount \"" + path + L"\"");
+        HWND dialog = nullptr;
+        ASSERT_TRUE(WaitUntil([&] {
+            dialog = FindWindowW(L"#32770", L"Mount");
+            DWORD owner = 0;
+            GetWindowThreadProcessId(dialog, &owner);
+            return owner == asking.Id() && IsWindowVisible(dialog);
+        }));
+        ASSERT_NE(GetDlgItem(dialog, 112), nullptr);
+        SendMessageW(GetDlgItem(dialog, 112), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"Straße 9"));
+        PostMessageW(dialog, WM_COMMAND, isConfirmed ? IDOK : IDCANCEL, 0);
+        EXPECT_EQ(asking.Wait(), 0U);
+        EXPECT_EQ(IsExported(0), isConfirmed);
+    }
+    EXPECT_EQ(Run(DismountLine(path)), 0U);
+    EXPECT_TRUE(EndsOnClose(program));
+}
+
 /// A lost key file makes a file error first; the wrong data then cannot match.
 TEST_F(ProgramTest, ReportsALostKeyFileAndThenThePassword) {
     const std::wstring path = MakeVolume(L"a");
