@@ -138,13 +138,15 @@ class Desk:
 class Desktop:
     """A Wine prefix and a screen for the length of a run. One run at a time uses the prefix."""
 
-    def __init__(self, managed=False, screen="1280x1024x24"):
+    def __init__(self, managed=False, screen="1280x1024x24", dpi=96):
         self.folder = BUILD / "endtoend"
+        self.dpi = dpi
         self.prefix = self.folder / "prefix"
         self.work = self.folder / "work"
         self.managed, self.screen = managed, screen
         self.processes = []
         self.desk = None
+        self.manager = None
 
     # The run's surroundings
 
@@ -186,7 +188,18 @@ class Desktop:
         # Without a window manager Wine would wait two seconds for its answer at each closing window.
         self.tool("wine", "reg", "add", r"HKCU\Software\Wine\X11 Driver", "/v", "Managed", "/d",
                   "Y" if self.managed else "N", "/f")
+        self.tool("wine", "reg", "add", r"HKCU\Control Panel\Desktop", "/v", "LogPixels", "/t", "REG_DWORD", "/d",
+                  str(self.dpi), "/f")
         self.tool("wine", "reg", "delete", r"HKCU\Software\Orvane", "/f", check=False)
+        if self.managed:
+            # Wine has to see the window manager, and the pixels, from its first process on.
+            self.tool("wineserver", "-k", check=False)
+            self.tool("wineserver", "-w")
+            self.manager = subprocess.Popen(["openbox", "--sm-disable"], env=self.environment, stdin=subprocess.DEVNULL,
+                                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.processes.append(self.manager)
+            wait_until(lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in
+                       self.tool("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"), "the window manager")
         shutil.rmtree(self.local_data(), ignore_errors=True)
 
     def tool(self, *command, limit=120, check=True):
@@ -272,7 +285,7 @@ class Desktop:
     def end_instances(self):
         """Ends every instance that a failed test has left behind, and the traces of what it had mounted."""
         for process in self.processes:
-            if process is not self.desk.process and process.poll() is None:
+            if process not in (self.desk.process, self.manager) and process.poll() is None:
                 process.kill()
                 process.wait(LIMIT)
         wait_until(lambda: not self.window(), "the last window to go")

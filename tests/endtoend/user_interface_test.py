@@ -1,0 +1,280 @@
+"""A volume's whole life by keystrokes and clicks alone, with a picture of every step.
+
+The pictures are kept in build/windows/screenshots. With QUILLA_DPI=144 or 192 the same runs at 150 or 200 %.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import time
+import unittest
+
+import oracle
+import quilla
+
+MIB = 1 << 20
+OLD_PASSWORD, NEW_PASSWORD = "97531", "Correct horse 24680"
+# Places in the pop-up menu of a row, counted in presses of the Down key.
+DISMOUNT, CHANGE_PASSWORD = 2, 3
+
+
+class Hands:
+    """Keyboard, mouse and eyes of a user."""
+
+    def __init__(self, desktop, pictures):
+        self.desktop, self.pictures = desktop, pictures
+        self.number = 0
+
+    def tool(self, *words):
+        return self.desktop.tool("xdotool", *map(str, words), check=False).strip()
+
+    def active_title(self):
+        return self.tool("getactivewindow", "getwindowname")
+
+    def expect(self, title):
+        """Waits until the window of this title has the keyboard."""
+        try:
+            quilla.wait_until(lambda: self.active_title() == title, f'the window "{title}"', 30)
+        except quilla.Failure as failure:
+            self.picture("failure")
+            raise quilla.Failure(f'{failure}; "{self.active_title()}" is in front') from None
+        # The keyboard is there; the picture is complete once it stands still.
+        self.settle()
+
+    def keys(self, *names):
+        for name in names:
+            self.tool("key", "--clearmodifiers", name)
+
+    def type(self, text):
+        self.tool("type", "--clearmodifiers", "--delay", 15, text)
+
+    def replace(self, text):
+        self.keys("ctrl+a")
+        self.type(text)
+
+    def place(self):
+        """Where the inside of the window that has the keyboard begins on the screen."""
+        told = self.desktop.tool("xwininfo", "-id", self.tool("getactivewindow"))
+        return tuple(int(re.search(rf"Absolute upper-left {axis}:\s+(\d+)", told).group(1)) for axis in "XY")
+
+    def click(self, x, y, button=1, repeat=1):
+        left, top = self.place()
+        self.tool("mousemove", left + x, top + y)
+        self.tool("click", "--repeat", repeat, "--delay", 60, button)
+
+    def capture(self):
+        command = ["import", "-silent", "-window", "root", "rgb:-"]
+        return subprocess.run(command, env=self.desktop.environment, stdout=subprocess.PIPE, check=True).stdout
+
+    def settle(self, other_than=None, limit=10):
+        """Waits until two looks at the screen are the same (and differ from an earlier one); returns the last."""
+        end = time.monotonic() + limit
+        before = self.capture()
+        while time.monotonic() < end:
+            time.sleep(0.1)
+            now = self.capture()
+            if now == before and now != other_than:
+                return now
+            before = now
+        if other_than is not None and before == other_than:
+            raise quilla.Failure("nothing happens on the screen")
+        return before  # a caret blinks or a clock runs
+
+    def picture(self, name):
+        self.number += 1
+        path = self.pictures / f"{self.number:02}-{name}.png"
+        self.desktop.tool("import", "-silent", "-window", "root", str(path))
+        return path
+
+    def pop_up(self, x, y, presses, name):
+        """Right click, then the entry that so many presses of the Down key lead to."""
+        before = self.capture()
+        self.click(x, y, button=3)
+        self.settle(other_than=before)
+        self.keys(*["Down"] * presses)
+        self.settle()
+        self.picture(name)
+        self.keys("Return")
+
+
+class UserInterfaceTest(unittest.TestCase):
+
+    @classmethod
+    def setUpClass(cls):
+        cls.dpi = int(os.environ.get("QUILLA_DPI", "96"))
+        cls.desktop = cls.enterClassContext(quilla.Desktop(managed=True, screen="1280x960x24", dpi=cls.dpi))
+
+    def setUp(self):
+        suffix = "" if self.dpi == 96 else f"-{self.dpi}"
+        pictures = quilla.BUILD / f"screenshots{suffix}" / self._testMethodName.removeprefix("test_")
+        shutil.rmtree(pictures, ignore_errors=True)
+        pictures.mkdir(parents=True)
+        # A place on drive C: reads better in pictures than the long way through Z:.
+        self.folder = self.desktop.prefix / "drive_c" / "Volumes"
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir()
+        self.hands = Hands(self.desktop, pictures)
+
+    def tearDown(self):
+        self.desktop.end_instances()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def scaled(self, pixels):
+        return pixels * self.dpi // 96
+
+    def row(self):
+        """Where the first row of the list is; its header and the bars lie above."""
+        return self.scaled(60), self.scaled(72)
+
+    def settings(self, password):
+        return oracle.parse_key_file((self.folder / "Private.key").read_bytes(), quilla.CIPHER_TWOFISH, password)
+
+    def create(self):
+        hands = self.hands
+        hands.keys("Insert")
+        hands.expect("New")
+        hands.picture("new-empty")
+        hands.type(r"C:\Volumes\Private")
+        hands.keys("Tab")
+        hands.replace("16")
+        hands.keys("Tab", "Tab", "Home", "Down")  # over the unit to the cipher: None, then Twofish
+        hands.keys("Tab", "Tab")  # over the key file, whose name has followed the volume's
+        hands.type(OLD_PASSWORD)
+        hands.keys("Tab")
+        hands.settle()
+        hands.picture("new-filled")
+        hands.keys("Return")
+        hands.expect("Quilla Tarn")
+        hands.picture("created")
+        self.assertEqual((self.folder / "Private.raw").stat().st_size, 16 * MIB)
+        self.assertEqual(self.settings(OLD_PASSWORD)[2], 30 * quilla.MINUTE)
+
+    def mount(self, password, wrong=None):
+        hands = self.hands
+        hands.expect("Quilla Tarn")
+        hands.click(*self.row(), repeat=2)
+        hands.expect("Mount")
+        if wrong:
+            hands.type(wrong)
+            hands.keys("Return")
+            hands.expect("Quilla Tarn Error")
+            hands.picture("wrong-password")
+            hands.keys("Return")
+            hands.expect("Mount")
+            self.assertFalse(self.desktop.uri_file("SEC0").exists())
+        hands.type(password)
+        hands.picture("mount")
+        hands.keys("Return")
+        uri = self.desktop.uri("SEC0")
+        hands.expect("Quilla Tarn")
+        hands.picture("mounted")
+        return uri
+
+    def change_time_out(self):
+        hands = self.hands
+        hands.keys("alt+Return")
+        hands.expect("Properties")
+        hands.picture("properties")
+        hands.keys("shift+Tab", "shift+Tab", "shift+Tab")  # from the first field backwards: Cancel, OK, the time-out
+        hands.replace("45")
+        hands.settle()
+        hands.picture("properties-45-minutes")
+        hands.keys("Return")
+        hands.expect("Quilla Tarn")
+        self.assertEqual(self.settings(OLD_PASSWORD)[2], 45 * quilla.MINUTE)
+
+    def dismount(self):
+        self.hands.pop_up(*self.row(), DISMOUNT, "pop-up")
+        self.desktop.wait_gone("SEC0")
+        self.hands.expect("Quilla Tarn")
+        self.hands.picture("dismounted")
+
+    def change_password(self):
+        hands = self.hands
+        master = self.settings(OLD_PASSWORD)[0]
+        hands.pop_up(*self.row(), CHANGE_PASSWORD, "pop-up-change-password")
+        hands.expect("Change Password")
+        hands.type(OLD_PASSWORD)
+        hands.keys("Tab")
+        hands.type(NEW_PASSWORD)
+        hands.keys("Tab")
+        hands.type(NEW_PASSWORD + "!")
+        hands.picture("change-password")
+        hands.keys("Return")
+        hands.expect("Quilla Tarn Error")
+        hands.picture("passwords-differ")
+        hands.keys("Return")
+        hands.expect("Change Password")
+        hands.type(NEW_PASSWORD)  # the field to be typed again has the keyboard, its old text selected
+        hands.keys("Tab")
+        hands.type(NEW_PASSWORD)
+        hands.keys("Return")
+        hands.expect("Quilla Tarn")
+        self.assertEqual(self.settings(NEW_PASSWORD)[0], master, "the data key must not change with the password")
+
+    def delete(self):
+        hands = self.hands
+        hands.keys("Delete")
+        hands.expect("Confirm Delete")
+        hands.picture("confirm-delete")
+        hands.keys("Escape")
+        hands.expect("Quilla Tarn")
+        self.assertEqual(sorted(path.name for path in self.folder.iterdir()), ["Private.key", "Private.raw"])
+        hands.keys("Delete")
+        hands.expect("Confirm Delete")
+        hands.keys("Return")
+        hands.expect("Quilla Tarn")
+        quilla.wait_until(lambda: not list(self.folder.iterdir()), "the files to go")
+        hands.picture("deleted")
+        listed = self.desktop.tool("wine", "reg", "query", r"HKCU\Software\Orvane\Quilla\Volumes", check=False)
+        self.assertNotIn("Private", listed)
+
+    def test_a_volumes_life_by_keyboard_and_mouse(self):
+        hands = self.hands
+        program = self.desktop.start()
+        hands.expect("Quilla Tarn")
+        hands.picture("started")
+        self.create()
+        uri = self.mount(OLD_PASSWORD)
+        content = self.desktop.work / "content"
+        content.write_bytes(os.urandom(16 * MIB))
+        self.desktop.tool("nbdcopy", "--flush", str(content), uri)
+        self.change_time_out()
+        self.dismount()
+        self.change_password()
+        uri = self.mount(NEW_PASSWORD, wrong=OLD_PASSWORD)
+        back = self.desktop.work / "back"
+        self.desktop.tool("nbdcopy", uri, str(back))
+        self.assertTrue(back.read_bytes() == content.read_bytes(), "the volume came back different")
+        self.dismount()
+        self.delete()
+        hands.keys("alt+F4")
+        self.assertEqual(program.wait(quilla.LIMIT), 0)
+
+    def test_a_mount_without_password_asks_for_it(self):
+        """In a second process, which has no window of its own, and in the one that serves."""
+        hands = self.hands
+        volume = quilla.Volume(self.desktop.work, "Asked", MIB, quilla.CIPHER_CAST128)
+        oracle.make_files(volume)
+        serving = self.desktop.start_serving()
+        hands.expect("Quilla Tarn")
+        second = self.desktop.start(volume.path)  # a lone file means: mount
+        hands.expect("Mount")
+        hands.picture("asked-by-second-process")
+        hands.type(volume.password)
+        hands.keys("Return")
+        self.assertEqual(second.wait(quilla.LIMIT), 0)
+        self.desktop.uri("SEC0")
+        self.desktop.dismount(volume)
+        self.assertEqual(self.desktop.close(serving), 0)
+
+        serving = self.desktop.start("mount", volume.path)
+        hands.expect("Mount")
+        hands.keys("Escape")
+        self.assertEqual(serving.wait(quilla.LIMIT), 0)
+        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
