@@ -177,9 +177,12 @@ QUILLA_INLINE void GiveBlocks(const Batch& batch, Vector (&blocks)[kBlockVectors
 
 /// The IVs of 64 consecutive sectors.
 void MakeIvs(const Schedule& schedule, std::uint64_t sector, Vector (&ivs)[kBlockVectors]) {
-    for (std::size_t i = 0; i < kBlockVectors; ++i)
-        ivs[i] = _mm512_add_epi64(_mm512_set1_epi64(static_cast<long long>(sector + 8 * i)),
-                                  _mm512_set_epi64(7, 6, 5, 4, 3, 2, 1, 0));
+    Vector numbers = _mm512_add_epi64(_mm512_set1_epi64(static_cast<long long>(sector)),
+                                      _mm512_set_epi64(7, 6, 5, 4, 3, 2, 1, 0));
+    for (Vector& iv : ivs) {
+        iv = numbers;
+        numbers = _mm512_add_epi64(numbers, _mm512_set1_epi64(8));
+    }
     Batch batch;
     TakeBlocks(ivs, batch);
     CryptBatch<true>(schedule, schedule.keys.iv, batch);

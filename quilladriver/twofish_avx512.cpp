@@ -247,12 +247,12 @@ void CryptSectors(const Key& key, const std::uint64_t (*tweaks)[2], std::byte* s
 void MakeTweaks(const Key& key, std::uint64_t firstSector, std::uint64_t (&tweaks)[kBlocks][2]) {
     Batch batches[1];
     Batch& batch = batches[0];
+    Vector number = _mm512_set1_epi64(static_cast<long long>(firstSector));
     for (std::size_t i = 0; i < kVectors; ++i) {
-        const auto n = static_cast<long long>(firstSector + 8 * i);
-        const Vector number = _mm512_set1_epi64(n);
         const Vector low = _mm512_add_epi64(number, _mm512_set_epi64(0, 3, 0, 2, 0, 1, 0, 0));
         const Vector high = _mm512_add_epi64(number, _mm512_set_epi64(0, 7, 0, 6, 0, 5, 0, 4));
         TakeBlocks(batch, i, _mm512_maskz_mov_epi64(0x55, low), _mm512_maskz_mov_epi64(0x55, high));
+        number = _mm512_add_epi64(number, _mm512_set1_epi64(8));
     }
     CryptBatches<true>(key, batches);
     for (std::size_t i = 0; i < kVectors; ++i) {
