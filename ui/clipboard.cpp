@@ -11,8 +11,10 @@ HGLOBAL CopyToGlobalMemory(const wchar_t* text) {
     const std::size_t size = (std::wcslen(text) + 1) * sizeof(wchar_t);
     const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, size);
     void* const copy = memory ? GlobalLock(memory) : nullptr;
-    if (!copy)
-        return memory ? GlobalFree(memory) : nullptr;
+    if (!copy) {
+        GlobalFree(memory);
+        return nullptr;
+    }
     CopyMemory(copy, text, size);
     GlobalUnlock(memory);
     return memory;
