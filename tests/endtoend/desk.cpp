@@ -11,7 +11,8 @@
 //   window                  the serving window: process, handle, visible, title; or "none"
 //   send MESSAGE W L        sends a message to the serving window and answers its result
 //   handles PID             open handles of a process
-//   dialog MS               waits for a dialog (no message box) of any process: process, caption; or "none"
+//   header                  where the list's header is on the screen: left, bottom, height
+//   focus                   the title of the foreground window, if a window of its thread has the keyboard
 
 #include <algorithm>
 #include <chrono>
@@ -173,33 +174,22 @@ Words RunExchange(const Words& words) {
     return {ToHex(block), std::to_string(*result)};
 }
 
-enum class Kind { MessageBox, Dialog };
-
-struct Search {
-    Kind kind;
-    HWND found = nullptr;
-};
-
 BOOL CALLBACK Look(HWND window, LPARAM parameter) {
-    auto& search = *reinterpret_cast<Search*>(parameter);
     wchar_t name[16];
     if (!IsWindowVisible(window) || GetClassNameW(window, name, 16) == 0 ||
-        std::wstring_view(name) != L"#32770")
+        std::wstring_view(name) != L"#32770" || !GetDlgItem(window, kMessageTextId))
         return TRUE;
-    const bool isBox = GetDlgItem(window, kMessageTextId) != nullptr;
-    if (isBox != (search.kind == Kind::MessageBox))
-        return TRUE;
-    search.found = window;
+    *reinterpret_cast<HWND*>(parameter) = window;
     return FALSE;
 }
 
-HWND WaitFor(Kind kind, const std::string& milliseconds) {
+HWND WaitForBox(const std::string& milliseconds) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::stoul(milliseconds));
     for (;;) {
-        Search search{kind};
-        EnumWindows(Look, reinterpret_cast<LPARAM>(&search));
-        if (search.found || std::chrono::steady_clock::now() >= end)
-            return search.found;
+        HWND found = nullptr;
+        EnumWindows(Look, reinterpret_cast<LPARAM>(&found));
+        if (found || std::chrono::steady_clock::now() >= end)
+            return found;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
@@ -207,7 +197,7 @@ HWND WaitFor(Kind kind, const std::string& milliseconds) {
 Words Box(const Words& words) {
     if (words.size() != 3)
         return {"none"};
-    const HWND box = WaitFor(Kind::MessageBox, words[1]);
+    const HWND box = WaitForBox(words[1]);
     if (!box)
         return {"none"};
     const Words seen = {std::to_string(ProcessOf(box)), Utf8(TextOf(box)),
@@ -224,11 +214,23 @@ Words Box(const Words& words) {
     return seen;
 }
 
-Words Dialog(const Words& words) {
-    const HWND dialog = words.size() == 2 ? WaitFor(Kind::Dialog, words[1]) : nullptr;
-    if (!dialog)
+Words Focus(const Words&) {
+    const HWND window = GetForegroundWindow();
+    GUITHREADINFO thread{};
+    thread.cbSize = sizeof(thread);
+    if (!window || !GetGUIThreadInfo(GetWindowThreadProcessId(window, nullptr), &thread) || !thread.hwndFocus)
         return {"none"};
-    return {std::to_string(ProcessOf(dialog)), Utf8(TextOf(dialog))};
+    return {Utf8(TextOf(window)), "has the keyboard"};
+}
+
+Words Header(const Words&) {
+    const HWND window = ServingWindow();
+    const HWND list = FindWindowExW(window, nullptr, L"SysListView32", nullptr);
+    RECT place{};
+    if (!window || !GetWindowRect(FindWindowExW(list, nullptr, L"SysHeader32", nullptr), &place))
+        return {"none"};
+    return {std::to_string(place.left), std::to_string(place.bottom),
+            std::to_string(place.bottom - place.top)};
 }
 
 /// Counted in the system's list of all handles: Wine answers GetProcessHandleCount with nothing.
@@ -269,8 +271,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"exchange", RunExchange}, {"box", Box},       {"window", Window}, {"send", Send},
-    {"handles", Handles},      {"dialog", Dialog},
+    {"exchange", RunExchange}, {"box", Box},     {"window", Window}, {"send", Send},
+    {"handles", Handles},      {"focus", Focus}, {"header", Header},
 };
 
 Words Run(const Words& words) {
@@ -284,6 +286,7 @@ Words Run(const Words& words) {
 
 int main() {
     std::ios::sync_with_stdio(false);
+    SetProcessDPIAware(); // places are wanted in the screen's own pixels
     for (std::string line; std::getline(std::cin, line);) {
         while (!line.empty() && line.back() == '\r')
             line.pop_back();

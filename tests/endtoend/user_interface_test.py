@@ -4,7 +4,6 @@ The pictures are kept in build/windows/screenshots. With QUILLA_DPI=144 or 192 t
 """
 
 import os
-import re
 import shutil
 import subprocess
 import time
@@ -32,15 +31,25 @@ class Hands:
     def active_title(self):
         return self.tool("getactivewindow", "getwindowname")
 
+    def has_keyboard(self, title):
+        """Whether the window manager and the program agree that the window of this title is being typed to."""
+        return self.active_title() == title and self.desktop.desk.ask("focus")[0] == title
+
     def expect(self, title):
         """Waits until the window of this title has the keyboard."""
         try:
-            quilla.wait_until(lambda: self.active_title() == title, f'the window "{title}"', 30)
+            quilla.wait_until(lambda: self.has_keyboard(title), f'the window "{title}"', 30)
         except quilla.Failure as failure:
             self.picture("failure")
             raise quilla.Failure(f'{failure}; "{self.active_title()}" is in front') from None
-        # The keyboard is there; the picture is complete once it stands still.
-        self.settle()
+
+    def take_up(self):
+        """Turns to the main window as a user does, with a click: its notification icon, whose window Wine shows at
+        the same time, may have taken the keyboard."""
+        quilla.wait_until(self.desktop.is_visible, "the main window")
+        quilla.wait_until(lambda: self.active_title() == "Quilla Tarn", "the main window to be in front")
+        self.click(*self.row())
+        self.expect("Quilla Tarn")
 
     def keys(self, *names):
         for name in names:
@@ -53,14 +62,13 @@ class Hands:
         self.keys("ctrl+a")
         self.type(text)
 
-    def place(self):
-        """Where the inside of the window that has the keyboard begins on the screen."""
-        told = self.desktop.tool("xwininfo", "-id", self.tool("getactivewindow"))
-        return tuple(int(re.search(rf"Absolute upper-left {axis}:\s+(\d+)", told).group(1)) for axis in "XY")
+    def row(self):
+        """A place on the screen in the first row of the list, right below the header."""
+        left, bottom, height = map(int, self.desktop.desk.ask("header"))
+        return left + 3 * height, bottom + height // 2
 
     def click(self, x, y, button=1, repeat=1):
-        left, top = self.place()
-        self.tool("mousemove", left + x, top + y)
+        self.tool("mousemove", x, y)
         self.tool("click", "--repeat", repeat, "--delay", 60, button)
 
     def capture(self):
@@ -82,6 +90,7 @@ class Hands:
         return before  # a caret blinks or a clock runs
 
     def picture(self, name):
+        self.settle()
         self.number += 1
         path = self.pictures / f"{self.number:02}-{name}.png"
         self.desktop.tool("import", "-silent", "-window", "root", str(path))
@@ -93,7 +102,6 @@ class Hands:
         self.click(x, y, button=3)
         self.settle(other_than=before)
         self.keys(*["Down"] * presses)
-        self.settle()
         self.picture(name)
         self.keys("Return")
 
@@ -120,13 +128,6 @@ class UserInterfaceTest(unittest.TestCase):
         self.desktop.end_instances()
         shutil.rmtree(self.folder, ignore_errors=True)
 
-    def scaled(self, pixels):
-        return pixels * self.dpi // 96
-
-    def row(self):
-        """Where the first row of the list is; its header and the bars lie above."""
-        return self.scaled(60), self.scaled(72)
-
     def settings(self, password):
         return oracle.parse_key_file((self.folder / "Private.key").read_bytes(), quilla.CIPHER_TWOFISH, password)
 
@@ -142,7 +143,6 @@ class UserInterfaceTest(unittest.TestCase):
         hands.keys("Tab", "Tab")  # over the key file, whose name has followed the volume's
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
-        hands.settle()
         hands.picture("new-filled")
         hands.keys("Return")
         hands.expect("Quilla Tarn")
@@ -153,7 +153,7 @@ class UserInterfaceTest(unittest.TestCase):
     def mount(self, password, wrong=None):
         hands = self.hands
         hands.expect("Quilla Tarn")
-        hands.click(*self.row(), repeat=2)
+        hands.click(*hands.row(), repeat=2)
         hands.expect("Mount")
         if wrong:
             hands.type(wrong)
@@ -178,14 +178,13 @@ class UserInterfaceTest(unittest.TestCase):
         hands.picture("properties")
         hands.keys("shift+Tab", "shift+Tab", "shift+Tab")  # from the first field backwards: Cancel, OK, the time-out
         hands.replace("45")
-        hands.settle()
         hands.picture("properties-45-minutes")
         hands.keys("Return")
         hands.expect("Quilla Tarn")
         self.assertEqual(self.settings(OLD_PASSWORD)[2], 45 * quilla.MINUTE)
 
     def dismount(self):
-        self.hands.pop_up(*self.row(), DISMOUNT, "pop-up")
+        self.hands.pop_up(*self.hands.row(), DISMOUNT, "pop-up")
         self.desktop.wait_gone("SEC0")
         self.hands.expect("Quilla Tarn")
         self.hands.picture("dismounted")
@@ -193,7 +192,7 @@ class UserInterfaceTest(unittest.TestCase):
     def change_password(self):
         hands = self.hands
         master = self.settings(OLD_PASSWORD)[0]
-        hands.pop_up(*self.row(), CHANGE_PASSWORD, "pop-up-change-password")
+        hands.pop_up(*hands.row(), CHANGE_PASSWORD, "pop-up-change-password")
         hands.expect("Change Password")
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
@@ -233,7 +232,7 @@ class UserInterfaceTest(unittest.TestCase):
     def test_a_volumes_life_by_keyboard_and_mouse(self):
         hands = self.hands
         program = self.desktop.start()
-        hands.expect("Quilla Tarn")
+        hands.take_up()
         hands.picture("started")
         self.create()
         uri = self.mount(OLD_PASSWORD)
@@ -258,7 +257,7 @@ class UserInterfaceTest(unittest.TestCase):
         volume = quilla.Volume(self.desktop.work, "Asked", MIB, quilla.CIPHER_CAST128)
         oracle.make_files(volume)
         serving = self.desktop.start_serving()
-        hands.expect("Quilla Tarn")
+        hands.take_up()
         second = self.desktop.start(volume.path)  # a lone file means: mount
         hands.expect("Mount")
         hands.picture("asked-by-second-process")
