@@ -102,6 +102,8 @@ LRESULT VolumeDialog::OnMessage(BMessage& message) {
 LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
     switch (id) {
     case IDOK:
+        // By key the focus may still be in a field whose name is completed when it leaves.
+        SendMessageW(hwnd, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(hwnd, IDOK)), TRUE);
         OnOk();
         return 0;
     case IDCANCEL:

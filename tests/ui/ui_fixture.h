@@ -1,0 +1,244 @@
+#pragma once
+
+#include "app/request_channel.h"
+#include "driver/driver_control.h"
+#include "driver/window_messages.h"
+#include "tests/support/message_box_watcher.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/toolkit/toolkit_fixture.h"
+#include "ui/main_window.h"
+#include "ui/resource.h"
+#include "volume/sha1.h"
+#include "volume/volume_files.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <windows.h>
+
+#include <commctrl.h>
+
+/// The real main window and its dialogs, driven by messages and keys like a user's.
+namespace quilla::test {
+
+inline constexpr wchar_t kProgramKey[] = L"Software\\Orvane\\Quilla";
+
+/// A dialog of this thread that is open and visible, or null.
+inline HWND OpenDialog() {
+    HWND found = nullptr;
+    EnumThreadWindows(
+        GetCurrentThreadId(),
+        [](HWND window, LPARAM context) -> BOOL {
+            wchar_t name[16];
+            if (!IsWindowVisible(window) || !IsWindowEnabled(window) || !GetClassNameW(window, name, 16) ||
+                std::wstring_view(name) != L"#32770")
+                return TRUE;
+            *reinterpret_cast<HWND*>(context) = window;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&found));
+    return found;
+}
+
+inline bool IsDialogOpen() {
+    return OpenDialog() != nullptr;
+}
+
+/// A control of the open dialog; of a file field, its edit.
+inline HWND Control(int id) {
+    const HWND control = GetDlgItem(OpenDialog(), id);
+    const HWND inner = FindWindowExW(control, nullptr, L"EDIT", nullptr);
+    return inner && id != IDC_SIZE_UNIT && id != IDC_CIPHER ? inner : control;
+}
+
+inline std::wstring FieldTextOf(int id) {
+    return TextOf(Control(id));
+}
+
+/// Replaces the text of a field as typing does.
+inline void Type(int id, const std::wstring& text) {
+    SendMessageW(Control(id), EM_SETSEL, 0, -1);
+    for (const wchar_t unit : text)
+        SendMessageW(Control(id), WM_CHAR, unit, 1);
+    if (text.empty())
+        SendMessageW(Control(id), WM_CLEAR, 0, 0);
+}
+
+inline void MoveFocusTo(int id) {
+    SendMessageW(OpenDialog(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(OpenDialog(), id)), TRUE);
+}
+
+/// Chooses an entry of a list as the user does: the list drops down, the entry is picked, the list closes.
+inline void Choose(int id, int index) {
+    const HWND combo = GetDlgItem(OpenDialog(), id);
+    SendMessageW(combo, CB_SHOWDROPDOWN, TRUE, 0);
+    for (int i = 0; i < 3; ++i)
+        SendMessageW(combo, WM_KEYDOWN, VK_UP, 0);
+    for (int i = 0; i < index; ++i)
+        SendMessageW(combo, WM_KEYDOWN, VK_DOWN, 0);
+    SendMessageW(combo, WM_KEYDOWN, VK_RETURN, 0);
+}
+
+inline int Chosen(int id) {
+    return static_cast<int>(SendMessageW(GetDlgItem(OpenDialog(), id), CB_GETCURSEL, 0, 0));
+}
+
+inline bool IsEnabled(int id) {
+    return IsWindowEnabled(GetDlgItem(OpenDialog(), id)) != FALSE;
+}
+
+inline bool IsReadOnly(int id) {
+    return (GetWindowLongW(Control(id), GWL_STYLE) & ES_READONLY) != 0;
+}
+
+inline void Press(int id) {
+    SendMessageW(OpenDialog(), WM_COMMAND, static_cast<WPARAM>(id),
+                 reinterpret_cast<LPARAM>(GetDlgItem(OpenDialog(), id)));
+}
+
+/// Presses a key in the control that has the focus.
+inline void PressKey(WORD key) {
+    PostMessageW(GetFocus(), WM_KEYDOWN, key, 1);
+    PostMessageW(GetFocus(), WM_KEYUP, key, static_cast<LPARAM>(0xC0000001));
+}
+
+inline bool FileExists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+class UiTest : public ToolkitTest {
+  protected:
+    UiTest() {
+        const INITCOMMONCONTROLSEX classes{sizeof(classes),
+                                           ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES | ICC_UPDOWN_CLASS};
+        InitCommonControlsEx(&classes);
+        RegDeleteTreeW(HKEY_CURRENT_USER, kProgramKey);
+        watchdog_ = SetTimer(nullptr, 0, kLimitMilliseconds, EndStuckLoop);
+    }
+    ~UiTest() override {
+        KillTimer(nullptr, watchdog_);
+        CloseMainWindow();
+        RegDeleteTreeW(HKEY_CURRENT_USER, kProgramKey);
+    }
+
+    /// The main window, created as at the start of the program and not shown yet.
+    void OpenMainWindow() {
+        window.emplace(services);
+        window->Create();
+        target = window->hwnd;
+    }
+
+    void CloseMainWindow() {
+        if (!window)
+            return;
+        if (window->hwnd) {
+            Command(IDM_DISMOUNT_ALL);
+            DestroyWindow(window->hwnd);
+        }
+        application.PumpPending(); // uses the WM_QUIT up
+        window.reset();
+    }
+
+    /// Creates the files of a volume with a password and opens it in the main window.
+    std::wstring AddVolume(const std::wstring& name, CipherId cipher = CipherId::Twofish,
+                           const std::wstring& password = L"secret", std::uint64_t size = 64 * 1024) {
+        VolumeRecord record{};
+        CopyText(record.Path, folder.File(name + L".raw"));
+        CopyText(record.KeyPath, cipher == CipherId::None ? L"" : folder.File(name + L".key"));
+        record.Size = size;
+        record.Cipher = cipher;
+        record.Timeout = kDefaultTimeout;
+        PasswordDigest key;
+        PasswordKey(key, TextView(password));
+        EXPECT_TRUE(BuildVolumeFiles(record, key));
+        channel.SendQueryVolume(record);
+        return record.Path;
+    }
+
+    [[nodiscard]] HWND List() const {
+        return FindWindowExW(window->hwnd, nullptr, L"SysListView32", nullptr);
+    }
+    [[nodiscard]] HWND Toolbar() const {
+        return FindWindowExW(window->hwnd, nullptr, L"ToolbarWindow32", nullptr);
+    }
+    [[nodiscard]] int CountRows() const { return ListView_GetItemCount(List()); }
+
+    [[nodiscard]] std::wstring Cell(int row, int column) const {
+        wchar_t text[512] = {};
+        ListView_GetItemText(List(), row, column, text, 512);
+        return text;
+    }
+
+    [[nodiscard]] const VolumeRecord& RecordOf(int row) const {
+        LVITEMW item{};
+        item.mask = LVIF_PARAM;
+        item.iItem = row;
+        ListView_GetItem(List(), &item);
+        return *reinterpret_cast<const VolumeRecord*>(item.lParam);
+    }
+
+    void Select(int row) const {
+        ListView_SetItemState(List(), -1, 0, LVIS_SELECTED);
+        if (row >= 0)
+            ListView_SetItemState(List(), row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
+    }
+
+    /// Sends a command as a menu does.
+    void Command(int id) const { SendMessageW(window->hwnd, WM_COMMAND, static_cast<WPARAM>(id), 0); }
+
+    /// Runs a command that opens a dialog, and the steps of a user in it.
+    void Command(int id, std::vector<Step> steps) {
+        application.Play(std::move(steps));
+        Command(id);
+        EXPECT_TRUE(application.PlayedToTheEnd());
+    }
+
+    /// A step in the dialog that is open, with its command states up to date as the idle program has them.
+    static Step InDialog(std::function<void()> action) {
+        return {IsDialogOpen, [action = std::move(action)] {
+                    if (BWindow* const dialog = ObjectFromHandle(OpenDialog()))
+                        dialog->UpdateCommandStates();
+                    action();
+                }};
+    }
+
+    /// Mounts the volume of a row through the Mount dialog.
+    void MountRow(int row, const std::wstring& password = L"secret") {
+        Select(row);
+        Command(IDM_MOUNT, {InDialog([&] {
+                    if (IsEnabled(IDC_PASSWORD))
+                        Type(IDC_PASSWORD, password);
+                    Press(IDOK);
+                })});
+    }
+
+    [[nodiscard]] bool IsCommandEnabled(int id) {
+        BProbeState probe(id);
+        window->RouteUpdateCommand(probe);
+        return probe.enabled;
+    }
+
+    TemporaryFolder folder;
+    HWND target = nullptr;
+    DriverControl driver;
+    RequestChannel channel{target};
+    FilePicker picker{kVolumeFilter};
+    UniqueEvent instanceEvent{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    UiServices services{
+        .driver = driver, .channel = channel, .picker = picker, .instanceEvent = instanceEvent};
+    std::optional<MainWindow> window;
+
+  private:
+    static constexpr UINT kLimitMilliseconds = 30'000;
+
+    /// A dialog that nobody ends would stop the whole test program.
+    static void CALLBACK EndStuckLoop(HWND, UINT, UINT_PTR, DWORD) {
+        ADD_FAILURE() << "a loop did not end";
+        EndMenu();
+        PostQuitMessage(IDCANCEL);
+    }
+
+    UINT_PTR watchdog_ = 0;
+};
+
+} // namespace quilla::test
