@@ -31,7 +31,7 @@ void AboutDialog::Attach(HWND handle) {
     _snwprintf(text, std::size(text), L"Quilla Tarn %d.%d.%d", QUILLA_VERSION_MAJOR, QUILLA_VERSION_MINOR,
                QUILLA_VERSION_PATCH);
     SetDlgItemTextW(hwnd, IDC_ABOUT_NAME, text);
-    SetDlgItemTextW(hwnd, IDC_ABOUT_COPYRIGHT, L"Copyright \u00A9 2026 The Quilla Tarn developers");
+    SetDlgItemTextW(hwnd, IDC_ABOUT_COPYRIGHT, L"Copyright \u00A9 2026 The Quilla Tarn authors");
     _snwprintf(text, std::size(text), L"Ciphers: %ls (XTS), %ls (CBC)", CipherName(CipherId::Twofish),
                CipherName(CipherId::Cast128));
     SetDlgItemTextW(hwnd, IDC_ABOUT_CIPHERS, text);
