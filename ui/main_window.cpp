@@ -95,7 +95,11 @@ void MainWindow::RestoreSettings() {
         WINDOWPLACEMENT placement{};
         placement.length = sizeof(placement);
         placement.showCmd = SW_HIDE;
-        placement.rcNormalPosition = settings.place;
+        RECT& place = placement.rcNormalPosition;
+        place = settings.place;
+        const int dpi = static_cast<int>(WindowDpi(hwnd));
+        place.right = place.left + MulDiv(place.right - place.left, dpi, settings.dpi);
+        place.bottom = place.top + MulDiv(place.bottom - place.top, dpi, settings.dpi);
         SetWindowPlacement(hwnd, &placement);
     } else {
         SetWindowPos(hwnd, nullptr, 0, 0, ScaleToWindow(hwnd, kFirstWidth), ScaleToWindow(hwnd, kFirstHeight),
@@ -111,6 +115,7 @@ void MainWindow::SaveSettings() const {
     placement.length = sizeof(placement);
     settings.hasPlace = GetWindowPlacement(hwnd, &placement) != FALSE;
     settings.place = placement.rcNormalPosition;
+    settings.dpi = static_cast<int>(WindowDpi(hwnd));
     settings.isMaximized = IsZoomed(hwnd) || maximizeWhenShown_;
     list_.Describe(settings);
     SaveWindowSettings(settings);

@@ -12,6 +12,7 @@ constexpr const wchar_t* kPlaceNames[] = {L"Left", L"Top", L"Right", L"Bottom"};
 constexpr LONG RECT::*kPlaceEdges[] = {&RECT::left, &RECT::top, &RECT::right, &RECT::bottom};
 constexpr const wchar_t* kColumnNames[kListColumns] = {L"VolumeWidth", L"SizeWidth", L"EncryptionWidth",
                                                        L"KeyWidth"};
+constexpr wchar_t kDpiName[] = L"Dpi";
 constexpr wchar_t kMaximizedName[] = L"Maximized";
 constexpr wchar_t kSortColumnName[] = L"SortColumn";
 constexpr wchar_t kDescendingName[] = L"SortDescending";
@@ -70,6 +71,9 @@ WindowSettings LoadWindowSettings() {
         return settings;
     const SettingsKey key{UniqueRegistryKey(opened)};
     settings.hasPlace = ReadPlace(key, settings.place);
+    int dpi = 0;
+    if (key.Read(kDpiName, dpi) && dpi >= USER_DEFAULT_SCREEN_DPI / 2 && dpi <= USER_DEFAULT_SCREEN_DPI * 10)
+        settings.dpi = dpi;
     settings.isMaximized = ReadFlag(key, kMaximizedName);
     for (int column = 0; column < kListColumns; ++column) {
         int width = 0;
@@ -92,6 +96,7 @@ void SaveWindowSettings(const WindowSettings& settings) {
     if (settings.hasPlace)
         for (int edge = 0; edge < 4; ++edge)
             key.Write(kPlaceNames[edge], static_cast<int>(settings.place.*kPlaceEdges[edge]));
+    key.Write(kDpiName, settings.dpi);
     key.Write(kMaximizedName, settings.isMaximized);
     for (int column = 0; column < kListColumns; ++column)
         key.Write(kColumnNames[column], settings.columnWidths[column]);

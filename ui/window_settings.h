@@ -11,6 +11,7 @@ inline constexpr int kListColumns = 4;
 struct WindowSettings {
     bool hasPlace = false;
     RECT place{}; ///< of the window when neither maximised nor minimised, in pixels of the workspace
+    int dpi = USER_DEFAULT_SCREEN_DPI; ///< resolution in which the place was measured
     bool isMaximized = false;
     int columnWidths[kListColumns] = {160, 60, 100, 160}; ///< pixels at 96 per inch
     int sortColumn = -1;                                  ///< none: rows stay in the order they came

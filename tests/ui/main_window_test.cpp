@@ -217,6 +217,20 @@ TEST_F(MainWindowTest, APlaceOffTheScreenIsNotTakenUp) {
     EXPECT_LT(place.left, GetSystemMetrics(SM_CXSCREEN));
 }
 
+TEST_F(MainWindowTest, GrowsWithTheResolution) {
+    WindowSettings settings;
+    settings.hasPlace = true;
+    settings.place = {10, 20, 310, 220};
+    settings.dpi = 48;
+    SaveWindowSettings(settings);
+    OpenMainWindow();
+    RECT place;
+    GetWindowRect(window->hwnd, &place);
+    const int dpi = static_cast<int>(GetDpiForWindow(window->hwnd));
+    EXPECT_EQ(place.right - place.left, MulDiv(300, dpi, 48));
+    EXPECT_EQ(place.bottom - place.top, MulDiv(200, dpi, 48));
+}
+
 TEST_F(MainWindowTest, TakesDroppedVolumes) {
     OpenMainWindow();
     const std::wstring volume = folder.MakeFile(L"Том.RAW", 512);

@@ -25,6 +25,7 @@ class WindowSettingsTest : public testing::Test {
 TEST_F(WindowSettingsTest, ComeBack) {
     const WindowSettings saved{.hasPlace = true,
                                .place = {-20, 30, 500, 600},
+                               .dpi = 144,
                                .isMaximized = true,
                                .columnWidths = {1, 0, 300, 4096},
                                .sortColumn = 3,
@@ -33,6 +34,7 @@ TEST_F(WindowSettingsTest, ComeBack) {
     const WindowSettings read = LoadWindowSettings();
     EXPECT_TRUE(read.hasPlace);
     EXPECT_TRUE(EqualRect(&read.place, &saved.place));
+    EXPECT_EQ(read.dpi, 144);
     EXPECT_TRUE(read.isMaximized && read.sortsDescending);
     EXPECT_TRUE(std::ranges::equal(read.columnWidths, saved.columnWidths));
     EXPECT_EQ(read.sortColumn, 3);
@@ -47,6 +49,7 @@ TEST_F(WindowSettingsTest, KeepTheirDefaultsForWhatMakesNoSense) {
     Set(L"SizeWidth", 5000);
     Set(L"KeyWidth", 77);
     Set(L"SortColumn", 4);
+    Set(L"Dpi", 0);
     const wchar_t text[] = L"wide";
     RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"EncryptionWidth", REG_SZ, text, sizeof(text));
     const WindowSettings read = LoadWindowSettings();
@@ -54,6 +57,7 @@ TEST_F(WindowSettingsTest, KeepTheirDefaultsForWhatMakesNoSense) {
     constexpr int kExpected[] = {160, 60, 100, 77};
     EXPECT_TRUE(std::ranges::equal(read.columnWidths, kExpected));
     EXPECT_EQ(read.sortColumn, -1);
+    EXPECT_EQ(read.dpi, 96);
 }
 
 } // namespace
