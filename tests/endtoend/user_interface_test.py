@@ -140,6 +140,7 @@ class UserInterfaceTest(unittest.TestCase):
         hands.keys("Tab")
         hands.replace("16")
         hands.keys("Tab", "Tab", "Home", "Down")  # over the unit to the cipher: None, then Twofish
+        hands.settle()  # on the way it was None, which has neither key nor password: both are back once it is idle
         hands.keys("Tab", "Tab")  # over the key file, whose name has followed the volume's
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
