@@ -28,7 +28,7 @@ void DescribeDriverKernels(std::span<wchar_t> text) {
     const auto kernelName = reinterpret_cast<KernelNameFunction>(
         reinterpret_cast<void*>(driver ? GetProcAddress(driver.Get(), "QuillaKernelName") : nullptr));
     if (kernelName)
-        _snwprintf(text.data(), text.size(), L"Kernels: %hs, %hs",
+        _snwprintf(text.data(), text.size(), L"Twofish kernel: %hs\nCAST kernel: %hs",
                    kernelName(static_cast<DWORD>(CipherId::Twofish)),
                    kernelName(static_cast<DWORD>(CipherId::Cast128)));
     else

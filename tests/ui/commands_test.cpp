@@ -252,7 +252,7 @@ TEST_F(CommandsTest, AboutNamesVersionCiphersAndKernels) {
                 EXPECT_EQ(FieldTextOf(IDC_ABOUT_NAME), L"Quilla Tarn 1.0.0");
                 EXPECT_NE(FieldTextOf(IDC_ABOUT_COPYRIGHT).find(L"Copyright"), std::wstring::npos);
                 EXPECT_NE(FieldTextOf(IDC_ABOUT_CIPHERS).find(L"Twofish - 256"), std::wstring::npos);
-                EXPECT_TRUE(FieldTextOf(IDC_ABOUT_KERNELS).starts_with(L"Kernels: "));
+                EXPECT_TRUE(FieldTextOf(IDC_ABOUT_KERNELS).starts_with(L"Twofish kernel: "));
                 PressKey(VK_ESCAPE);
             })});
 }
