@@ -2,6 +2,8 @@
 
 #include "tests/ui/ui_fixture.h"
 
+#include <shellapi.h>
+
 #include <map>
 
 namespace quilla {
@@ -108,6 +110,26 @@ TEST_F(CommandsTest, AreEnabledBySelectionAndMountState) {
     Command(IDM_DELETE);
     Command(IDM_CLOSE);
     EXPECT_EQ(CountRows(), 2);
+}
+
+TEST_F(CommandsTest, TheNotificationIconHasAMenuAndComesBackWithTheShell) {
+    AddVolume(L"a", CipherId::None);
+    const auto openMenu = [this] { SendMessageW(window->hwnd, WM_TRAYICON, 101, WM_RBUTTONUP); };
+    const Items unmounted = ItemsOfMenu(openMenu);
+    EXPECT_EQ(IdsOf(unmounted), (std::vector<int>{IDM_EXIT, IDM_SHOW_WINDOW, IDM_DISMOUNT_ALL}));
+    EXPECT_FALSE(unmounted.at(IDM_DISMOUNT_ALL).enabled);
+    MountRow(0);
+    EXPECT_TRUE(ItemsOfMenu(openMenu).at(IDM_DISMOUNT_ALL).enabled);
+
+    NOTIFYICONDATAW icon{};
+    icon.cbSize = sizeof(icon);
+    icon.hWnd = window->hwnd;
+    icon.uID = 101;
+    ASSERT_TRUE(Shell_NotifyIconW(NIM_MODIFY, &icon)) << "there is an icon";
+    Shell_NotifyIconW(NIM_DELETE, &icon); // as a shell that ends forgets it
+    ASSERT_FALSE(Shell_NotifyIconW(NIM_MODIFY, &icon));
+    SendMessageW(window->hwnd, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+    EXPECT_TRUE(Shell_NotifyIconW(NIM_MODIFY, &icon));
 }
 
 TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
