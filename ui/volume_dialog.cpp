@@ -110,6 +110,7 @@ LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
         EndDialog(IDCANCEL);
         return 0;
     default:
+        // Past the dialog's own handling, which would end it. NOLINTNEXTLINE(bugprone-parent-virtual-call)
         return BWindow::OnCommand(id, code, control);
     }
 }

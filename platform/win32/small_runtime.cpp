@@ -24,6 +24,9 @@ void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return Allocate(size);
 }
 
+// The product allocates with std::nothrow only, and what throws is left out on purpose.
+// NOLINTBEGIN(cert-dcl54-cpp,misc-new-delete-overloads)
+
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
@@ -39,6 +42,8 @@ void operator delete[](void* memory) noexcept {
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
+
+// NOLINTEND(cert-dcl54-cpp,misc-new-delete-overloads)
 
 /// A call of an operation that no class has given a body.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the compiler's name for it
