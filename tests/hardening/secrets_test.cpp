@@ -28,9 +28,9 @@ constexpr char kNarrowPassword[] = "password, 8 bits";
 constexpr std::wstring_view kOtherPassword = L"c0rrectHorse?Staple";
 
 template <typename T>
-Needle MakeNeedle(std::string what, const T& object) {
+Needle MakeNeedle(const std::string& what, const T& object) {
     const auto bytes = std::as_bytes(std::span(&object, 1));
-    return {.what = std::move(what), .bytes = {bytes.begin(), bytes.end()}};
+    return {.what = what, .bytes = {bytes.begin(), bytes.end()}};
 }
 
 /// Adds pieces of a table that look like nothing else: 32 bytes, most of them different.
