@@ -14,6 +14,7 @@ extern const SectorKernel kCast128Avx512;
 extern const SectorKernel kCast128Interleaved;
 extern const SectorKernel kTwofishAvx2;
 extern const SectorKernel kTwofishAvx512;
+extern const SectorKernel kTwofishInterleaved;
 #endif
 
 } // namespace quilla

@@ -9,6 +9,7 @@ std::span<const SectorKernel* const> AllSectorKernels() {
 #if defined(__x86_64__)
         &kTwofishAvx512,
         &kTwofishAvx2,
+        &kTwofishInterleaved,
 #endif
         &kTwofishPortable,
 #if defined(__x86_64__)

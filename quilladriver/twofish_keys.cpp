@@ -20,4 +20,12 @@ void ExpandTwofishKeys(TwofishKeyPair& keys, const DataKey& key) {
     static_cast<void>(ExpandTwofishKey(keys.tweak, *tweakKey));
 }
 
+void BuildTwofishSchedules(void* schedules, const DataKey& key) {
+    auto& pair = *static_cast<TwofishSchedulePair*>(schedules);
+    Secret<TwofishKeyPair> keys;
+    ExpandTwofishKeys(*keys, key);
+    BuildTwofishSchedule(pair.data, keys->data);
+    BuildTwofishSchedule(pair.tweak, keys->tweak);
+}
+
 } // namespace quilla

@@ -14,4 +14,13 @@ struct TwofishKeyPair {
 /// Expands the data key and derives and expands the tweak key. The caller wipes the result.
 void ExpandTwofishKeys(TwofishKeyPair& keys, const DataKey& key);
 
+/// The same two keys ready for kernels that look up in tables.
+struct TwofishSchedulePair {
+    TwofishSchedule data;
+    TwofishSchedule tweak;
+};
+
+/// Builds a TwofishSchedulePair in the memory of a kernel's schedule.
+void BuildTwofishSchedules(void* schedules, const DataKey& key);
+
 } // namespace quilla

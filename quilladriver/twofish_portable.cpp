@@ -8,11 +8,6 @@ namespace quilla {
 
 namespace {
 
-struct Schedule {
-    TwofishSchedule data;
-    TwofishSchedule tweak;
-};
-
 /// A tweak as four 32-bit words, the lowest first, for processors without wider ones.
 struct Tweak {
     std::uint32_t words[4];
@@ -46,27 +41,19 @@ void Mask(std::byte* block, const Tweak& tweak) {
 
 template <auto Cipher>
 void Run(const void* opaque, std::uint64_t sector, std::byte* data, std::size_t count) {
-    const auto& schedule = *static_cast<const Schedule*>(opaque);
+    const auto& keys = *static_cast<const TwofishSchedulePair*>(opaque);
     Tweak tweak{};
     for (const std::byte* const end = data + count * kSectorSize; data != end; ++sector) {
-        tweak = MakeTweak(schedule.tweak, sector);
+        tweak = MakeTweak(keys.tweak, sector);
         for (const std::byte* const sectorEnd = data + kSectorSize; data != sectorEnd;
              data += kTwofishBlockSize) {
             Mask(data, tweak);
-            Cipher(schedule.data, data, data);
+            Cipher(keys.data, data, data);
             Mask(data, tweak);
             Double(tweak);
         }
     }
     Wipe(tweak);
-}
-
-void SetUp(void* opaque, const DataKey& key) {
-    auto& schedule = *static_cast<Schedule*>(opaque);
-    Secret<TwofishKeyPair> keys;
-    ExpandTwofishKeys(*keys, key);
-    BuildTwofishSchedule(schedule.data, keys->data);
-    BuildTwofishSchedule(schedule.tweak, keys->tweak);
 }
 
 } // namespace
@@ -76,8 +63,8 @@ const SectorKernel kTwofishPortable = {
     .name = "portable",
     .isConstantTime = false,
     .isSupported = [] { return true; },
-    .scheduleSize = sizeof(Schedule),
-    .setUp = SetUp,
+    .scheduleSize = sizeof(TwofishSchedulePair),
+    .setUp = BuildTwofishSchedules,
     .encrypt = Run<TwofishEncryptBlock>,
     .decrypt = Run<TwofishDecryptBlock>,
 };
