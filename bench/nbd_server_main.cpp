@@ -5,6 +5,8 @@
 #include "platform/nbd/export_name.h"
 #include "platform/nbd/nbd_server.h"
 #include "platform/wipe.h"
+#include "quilladriver/sector_cipher.h"
+#include "quilladriver/sector_kernel.h"
 #include "quilladriver/volume_device.h"
 
 #include <array>
@@ -13,13 +15,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 namespace quilla {
 namespace {
 
 constexpr char kUsage[] = "usage: quilla-nbd-server FILE CIPHER KEY [PORT]\n"
                           "  FILE    data file of a volume\n"
-                          "  CIPHER  0 = none, 6 = CAST-128, 10 = Twofish\n"
+                          "  CIPHER  0 = none, 6 = CAST-128, 10 = Twofish; 10:AVX2 = by the kernel so named\n"
                           "  KEY     data key, 64 hexadecimal digits, or @PATH of a file that holds them\n"
                           "  PORT    port on 127.0.0.1; chosen by the system if absent\n"
                           "Prints the URI for clients, serves until SIGINT or SIGTERM.\n";
@@ -57,6 +61,20 @@ bool ParseKey(const char* argument, DataKey& key) {
         key[i] = static_cast<std::byte>(high << 4 | low);
     }
     return true;
+}
+
+/// Sets the cipher up that a number names, with the best kernel or with the one whose name begins as told.
+bool SetUpCipher(SectorCipher& cipher, const char* argument, const DataKey& key) {
+    char* end = nullptr;
+    const auto id = static_cast<CipherId>(std::strtoul(argument, &end, 10));
+    if (*end == '\0')
+        return cipher.SetUp(id, key);
+    const std::string_view wanted(end + 1);
+    for (const SectorKernel* kernel : AllSectorKernels())
+        if (kernel->cipher == id && std::string_view(kernel->name).starts_with(wanted) &&
+            kernel->isSupported())
+            return cipher.SetUp(*kernel, key);
+    return false;
 }
 
 int Fail(const char* what) {
@@ -97,9 +115,11 @@ int Run(int count, char** arguments) {
         return Fail("the key is not 64 hexadecimal digits");
     File file =
         File::Open(arguments[1], FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+    SectorCipher cipher;
+    if (!SetUpCipher(cipher, arguments[2], *key))
+        return Fail("no such cipher");
     VolumeDevice device(LocalFileTime);
-    const auto cipher = static_cast<CipherId>(std::strtoul(arguments[2], nullptr, 10));
-    if (!device.Open(std::move(file), cipher, *key))
+    if (!device.Open(std::move(file), std::move(cipher)))
         return Fail("cannot open the volume");
     key.WipeNow();
     const unsigned long port = count == 5 ? std::strtoul(arguments[4], nullptr, 10) : 0;

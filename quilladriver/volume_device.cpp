@@ -13,19 +13,23 @@ namespace quilla {
 
 namespace {
 
-/// A request is served in pieces that stay in a processor's second-level cache between cipher and file.
-constexpr std::size_t kPieceSize = std::size_t{256} << 10;
-
-/// Zeros are enciphered in a buffer of this size, whatever the length of the request.
-constexpr std::size_t kZeroPieceSize = std::size_t{64} << 10;
+/// A big request is served in pieces that stay in a processor's second-level cache between cipher and file
+/// and are worth another processor's wake-up.
+constexpr std::uint32_t kPieceSize = 64U << 10;
 
 } // namespace
 
 bool VolumeDevice::Open(File file, CipherId cipher, const DataKey& key) {
+    SectorCipher sectorCipher;
+    return sectorCipher.SetUp(cipher, key) && Open(std::move(file), std::move(sectorCipher));
+}
+
+bool VolumeDevice::Open(File file, SectorCipher cipher) {
     std::uint64_t size = 0;
-    if (!file.IsOpen() || !file.GetSize(size) || size < kSectorSize || !cipher_.SetUp(cipher, key))
+    if (!file.IsOpen() || !file.GetSize(size) || size < kSectorSize)
         return false;
     file_ = std::move(file);
+    cipher_ = std::move(cipher);
     tellsLoss_ = file_.IsIntact(size);
     sectorCount_ = size / kSectorSize;
     NoteActivity();
@@ -33,6 +37,7 @@ bool VolumeDevice::Open(File file, CipherId cipher, const DataKey& key) {
 }
 
 void VolumeDevice::Close() {
+    pool_.Stop();
     if (file_.IsOpen()) {
         static_cast<void>(file_.Flush());
         file_.Close();
@@ -54,31 +59,18 @@ bool VolumeDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
     if (!Contains(offset, buffer.size()))
         return false;
     NoteActivity();
-    while (!buffer.empty()) {
-        const std::span<std::byte> piece = buffer.first(std::min(buffer.size(), kPieceSize));
-        const Transfer transfer = file_.ReadAt(offset, piece);
-        if (!transfer.succeeded || transfer.bytes != piece.size())
-            return false;
-        cipher_.Decrypt(offset / kSectorSize, piece);
-        offset += piece.size();
-        buffer = buffer.subspan(piece.size());
-    }
-    return true;
+    return ForEachPiece(buffer.size(), [&](std::uint64_t at, std::size_t size) {
+        return ReadPiece(offset + at, buffer.subspan(static_cast<std::size_t>(at), size));
+    });
 }
 
 bool VolumeDevice::Write(std::uint64_t offset, std::span<std::byte> payload) {
     if (!Contains(offset, payload.size()))
         return false;
     NoteActivity();
-    while (!payload.empty()) {
-        const std::span<std::byte> piece = payload.first(std::min(payload.size(), kPieceSize));
-        cipher_.Encrypt(offset / kSectorSize, piece);
-        if (!WriteToFile(offset, piece))
-            return false;
-        offset += piece.size();
-        payload = payload.subspan(piece.size());
-    }
-    return true;
+    return ForEachPiece(payload.size(), [&](std::uint64_t at, std::size_t size) {
+        return WritePiece(offset + at, payload.subspan(static_cast<std::size_t>(at), size));
+    });
 }
 
 bool VolumeDevice::WriteZeroes(std::uint64_t offset, std::uint64_t length) {
@@ -87,28 +79,41 @@ bool VolumeDevice::WriteZeroes(std::uint64_t offset, std::uint64_t length) {
     if (length == 0)
         return true;
     NoteActivity();
-    const auto pieceSize = static_cast<std::size_t>(std::min<std::uint64_t>(length, kZeroPieceSize));
-    const std::unique_ptr<std::byte[]> buffer(new (std::nothrow) std::byte[pieceSize]);
-    if (!buffer)
+    return ForEachPiece(
+        length, [&](std::uint64_t at, std::size_t size) { return WriteZeroPiece(offset + at, size); });
+}
+
+/// Calls work with the place and size of each piece of a request; false once a call fails.
+template <typename Work>
+bool VolumeDevice::ForEachPiece(std::uint64_t length, Work work) {
+    if (length <= kPieceSize)
+        return work(0, static_cast<std::size_t>(length));
+    const auto count = static_cast<std::size_t>((length + kPieceSize - 1) / kPieceSize);
+    return pool_.ForEach(count, [&](std::size_t index) {
+        const std::uint64_t at = std::uint64_t{index} * kPieceSize;
+        return work(at, static_cast<std::size_t>(std::min<std::uint64_t>(length - at, kPieceSize)));
+    });
+}
+
+bool VolumeDevice::ReadPiece(std::uint64_t offset, std::span<std::byte> piece) const {
+    const Transfer transfer = file_.ReadAt(offset, piece);
+    if (!transfer.succeeded || transfer.bytes != piece.size())
         return false;
-    while (length > 0) {
-        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(length, pieceSize));
-        const std::span piece(buffer.get(), size);
-        std::memset(piece.data(), 0, size);
-        cipher_.Encrypt(offset / kSectorSize, piece);
-        if (!WriteToFile(offset, piece))
-            return false;
-        offset += size;
-        length -= size;
-    }
+    cipher_.Decrypt(offset / kSectorSize, piece);
     return true;
 }
 
-bool VolumeDevice::WriteToFile(std::uint64_t offset, std::span<const std::byte> piece) const {
+bool VolumeDevice::WritePiece(std::uint64_t offset, std::span<std::byte> piece) const {
+    cipher_.Encrypt(offset / kSectorSize, piece);
     if (!IsIntact(offset + piece.size()))
         return false;
     const Transfer transfer = file_.WriteAt(offset, piece);
     return transfer.succeeded && transfer.bytes == piece.size();
+}
+
+bool VolumeDevice::WriteZeroPiece(std::uint64_t offset, std::size_t size) const {
+    const std::unique_ptr<std::byte[]> zeros(new (std::nothrow) std::byte[size]{});
+    return zeros && WritePiece(offset, {zeros.get(), size});
 }
 
 bool VolumeDevice::Flush() {

@@ -3,6 +3,7 @@
 #include "platform/block_device.h"
 #include "platform/file.h"
 #include "quilladriver/sector_cipher.h"
+#include "quilladriver/worker_pool.h"
 
 #include <atomic>
 #include <cstddef>
@@ -19,8 +20,10 @@ using ActivityClock = std::uint64_t (*)();
 /// ordered among themselves.
 ///
 /// Every request is checked against the device first, and one that is not wholly inside moves nothing. A
-/// transfer that the file cuts short fails. Of a file that was cut or removed behind the device's back, what
-/// is left can be read; writes behind its end fail instead of extending it, and no flush succeeds any more.
+/// transfer that the file cuts short fails, and a failed request may have been carried out in parts. Big
+/// requests are split over the processors, whereby one part is deciphered while another is read. Of a file
+/// that was cut or removed behind the device's back, what is left can be read; writes behind its end fail
+/// instead of extending it, and no flush succeeds any more.
 class VolumeDevice final : public BlockDevice {
   public:
     /// The clock supplies the times of LastActivity.
@@ -30,6 +33,9 @@ class VolumeDevice final : public BlockDevice {
     /// file closed, when the file holds less than one sector, its size cannot be told or the cipher is not
     /// one of the three.
     [[nodiscard]] bool Open(File file, CipherId cipher, const DataKey& key);
+
+    /// The same with a cipher that is set up already.
+    [[nodiscard]] bool Open(File file, SectorCipher cipher);
 
     /// Flushes and closes the file and wipes the schedules. No request may be running.
     void Close();
@@ -65,12 +71,17 @@ class VolumeDevice final : public BlockDevice {
 
   private:
     [[nodiscard]] bool IsIntact(std::uint64_t size) const { return !tellsLoss_ || file_.IsIntact(size); }
-    [[nodiscard]] bool WriteToFile(std::uint64_t offset, std::span<const std::byte> piece) const;
+    template <typename Work>
+    [[nodiscard]] bool ForEachPiece(std::uint64_t length, Work work);
+    [[nodiscard]] bool ReadPiece(std::uint64_t offset, std::span<std::byte> piece) const;
+    [[nodiscard]] bool WritePiece(std::uint64_t offset, std::span<std::byte> piece) const;
+    [[nodiscard]] bool WriteZeroPiece(std::uint64_t offset, std::size_t size) const;
     void NoteActivity() { lastActivity_.store(clock_(), std::memory_order_relaxed); }
 
     ActivityClock clock_;
     File file_;
     SectorCipher cipher_;
+    WorkerPool pool_;
     std::uint64_t sectorCount_ = 0;
     bool tellsLoss_ = false; ///< whether the file's system can tell that the file is intact
     std::atomic<std::uint64_t> lastActivity_{0};

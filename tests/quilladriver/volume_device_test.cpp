@@ -147,7 +147,7 @@ TEST_F(VolumeDeviceTest, NotesReadsAndWritesAsActivity) {
 
 /// One thread's part of a volume, and what it knows to be in it.
 struct Worker {
-    static constexpr std::size_t kSectors = 300;
+    static constexpr std::size_t kSectors = 500;
 
     VolumeDevice* device = nullptr;
     std::uint64_t first = 0;
@@ -161,8 +161,8 @@ struct Worker {
         RandomBytes random(seed);
         SectorBytes model(kSectors * kSectorSize);
         faults += !device->WriteZeroes(first * kSectorSize, model.size());
-        for (int i = 0; i < 200; ++i) {
-            const std::size_t count = 1 + random.Below(80);
+        for (int i = 0; i < 100; ++i) {
+            const std::size_t count = 1 + random.Below(400);
             const std::size_t start = random.Below(static_cast<std::uint32_t>(kSectors - count));
             const std::span mine = std::span(model).subspan(start * kSectorSize, count * kSectorSize);
             if (i % 2 == 0) {
