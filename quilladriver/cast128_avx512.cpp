@@ -7,6 +7,7 @@
 // permutations over 128 entries each and a selection by the top bit.
 
 #include "platform/wipe.h"
+#include "quilladriver/avx512_bytes.h"
 #include "quilladriver/cast128_interleaved.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/processor.h"
@@ -19,9 +20,7 @@ namespace quilla {
 
 namespace {
 
-using Vector = __m512i;
-
-#define QUILLA_INLINE [[gnu::always_inline]] inline
+using avx512::Vector;
 
 constexpr std::size_t kSectorBytes = 512;
 constexpr std::size_t kBlockBytes = 8;
@@ -33,55 +32,28 @@ constexpr std::size_t kBlockVectors = 8; ///< that hold whole blocks of all lane
 constexpr std::size_t kFewestSectors = 26;
 
 struct Schedule {
-    Vector boxes[4][4][4]; ///< S1 to S4, each by bytes of its words, low byte first, each in quarters
+    avx512::Table boxes[4][4]; ///< S1 to S4, each by bytes of its words, low byte first, each in quarters
     CastKeyPair keys;
 };
 
-using Half = Vector[kVectors];
+using Half = avx512::Words;
 
 struct Batch {
     Half left;
     Half right;
 };
 
-/// Splits words into their bytes, one register for each.
-QUILLA_INLINE void SplitBytes(const Half& words, Vector (&bytes)[4]) {
-    const Vector groups =
-        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
-    const Vector a = _mm512_shuffle_epi8(words[0], groups);
-    const Vector b = _mm512_shuffle_epi8(words[1], groups);
-    const Vector c = _mm512_shuffle_epi8(words[2], groups);
-    const Vector d = _mm512_shuffle_epi8(words[3], groups);
-    const Vector lowAb = _mm512_unpacklo_epi32(a, b);
-    const Vector highAb = _mm512_unpackhi_epi32(a, b);
-    const Vector lowCd = _mm512_unpacklo_epi32(c, d);
-    const Vector highCd = _mm512_unpackhi_epi32(c, d);
-    bytes[0] = _mm512_unpacklo_epi64(lowAb, lowCd);
-    bytes[1] = _mm512_unpackhi_epi64(lowAb, lowCd);
-    bytes[2] = _mm512_unpacklo_epi64(highAb, highCd);
-    bytes[3] = _mm512_unpackhi_epi64(highAb, highCd);
-}
-
-/// The reverse.
-QUILLA_INLINE void JoinBytes(const Vector (&bytes)[4], Half& words) {
-    const Vector low01 = _mm512_unpacklo_epi8(bytes[0], bytes[1]);
-    const Vector high01 = _mm512_unpackhi_epi8(bytes[0], bytes[1]);
-    const Vector low23 = _mm512_unpacklo_epi8(bytes[2], bytes[3]);
-    const Vector high23 = _mm512_unpackhi_epi8(bytes[2], bytes[3]);
-    words[0] = _mm512_unpacklo_epi16(low01, low23);
-    words[1] = _mm512_unpackhi_epi16(low01, low23);
-    words[2] = _mm512_unpacklo_epi16(high01, high23);
-    words[3] = _mm512_unpackhi_epi16(high01, high23);
+/// Splits words into their bytes.
+QUILLA_INLINE void SplitWords(const Half& words, avx512::Bytes& bytes) {
+    avx512::SplitBytes(
+        words, _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15)),
+        bytes);
 }
 
 /// Looks up 64 bytes in one S-box; the words come out by their bytes.
-QUILLA_INLINE void LookUp(const Vector (&box)[4][4], Vector x, Vector (&bytes)[4]) {
-    const __mmask64 isUpper = _mm512_movepi8_mask(x);
-    for (std::size_t i = 0; i < 4; ++i) {
-        const Vector low = _mm512_permutex2var_epi8(box[i][0], x, box[i][1]);
-        const Vector high = _mm512_permutex2var_epi8(box[i][2], x, box[i][3]);
-        bytes[i] = _mm512_mask_blend_epi8(isUpper, low, high);
-    }
+QUILLA_INLINE void Substitute(const avx512::Table (&box)[4], Vector x, avx512::Bytes& bytes) {
+    for (std::size_t i = 0; i < 4; ++i)
+        bytes[i] = avx512::LookUp(box[i], x);
 }
 
 enum class Operation { Add, Subtract, Xor };
@@ -100,8 +72,8 @@ template <Operation kOperation>
 QUILLA_INLINE void Combine(Half& sum, const Vector (&box)[4][4], Vector x) {
     Vector bytes[4];
     Half words;
-    LookUp(box, x, bytes);
-    JoinBytes(bytes, words);
+    Substitute(box, x, bytes);
+    avx512::JoinBytes(bytes, words);
     for (std::size_t i = 0; i < kVectors; ++i)
         sum[i] = Apply<kOperation>(sum[i], words[i]);
 }
@@ -117,12 +89,12 @@ template <Operation kMix, Operation kSecond, Operation kThird, Operation kFourth
     for (std::size_t i = 0; i < kVectors; ++i)
         words[i] = _mm512_rolv_epi32(Apply<kMix>(masking, data[i]), rotation);
     Vector bytes[4];
-    SplitBytes(words, bytes);
+    SplitWords(words, bytes);
 
     Half sum;
     Vector first[4];
-    LookUp(schedule.boxes[0], bytes[3], first);
-    JoinBytes(first, sum);
+    Substitute(schedule.boxes[0], bytes[3], first);
+    avx512::JoinBytes(first, sum);
     Combine<kSecond>(sum, schedule.boxes[1], bytes[2]);
     Combine<kThird>(sum, schedule.boxes[2], bytes[1]);
     Combine<kFourth>(sum, schedule.boxes[3], bytes[0]);

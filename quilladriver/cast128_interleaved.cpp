@@ -2,6 +2,7 @@
 
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
+#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 
 #include <algorithm>
@@ -10,8 +11,6 @@
 namespace quilla {
 
 namespace {
-
-#define QUILLA_INLINE [[gnu::always_inline]] inline
 
 constexpr std::size_t kBlocksPerSector = kSectorSize / kCastBlockSize;
 

@@ -7,6 +7,7 @@
 // rows of the lower and the upper half of the table; blends select by the other three bits.
 
 #include "platform/wipe.h"
+#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/processor.h"
 #include "quilladriver/twofish_vector_keys.h"
@@ -42,8 +43,6 @@ using Word = Vector[kVectors];
 struct Batch {
     Word words[4];
 };
-
-#define QUILLA_INLINE [[gnu::always_inline]] inline
 
 QUILLA_INLINE Vector Xor(Vector a, Vector b) {
     return _mm256_xor_si256(a, b);

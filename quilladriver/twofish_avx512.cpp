@@ -6,6 +6,7 @@
 // sixteen registers; a lookup is two byte permutations over 128 entries each and a selection by the top bit.
 
 #include "platform/wipe.h"
+#include "quilladriver/avx512_bytes.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/processor.h"
 #include "quilladriver/twofish_vector_keys.h"
@@ -18,7 +19,8 @@ namespace quilla {
 
 namespace {
 
-using Vector = __m512i;
+using avx512::Vector;
+using avx512::Words;
 
 constexpr std::size_t kSectorBytes = 512;
 constexpr std::size_t kBlocks = 32; ///< in a batch
@@ -27,7 +29,7 @@ constexpr std::size_t kAbreast = 2; ///< sectors worked on at once
 
 /// One key, laid out for the registers.
 struct Key {
-    Vector sboxes[4][4]; ///< a quarter of the field's value, so that the matrix needs no division
+    avx512::Table sboxes[4]; ///< a quarter of the field's value, so that the matrix needs no division
     Vector subkeys[kTwofishSubkeys / 2]; ///< an even one in the lower half, the next in the upper half
 };
 
@@ -38,11 +40,11 @@ struct Schedule {
 
 /// The words of a batch: the first two and the last two of each block.
 struct Batch {
-    Vector first[kVectors];
-    Vector last[kVectors];
+    Words first;
+    Words last;
 };
 
-[[gnu::always_inline]] inline Vector Xor3(Vector a, Vector b, Vector c) {
+QUILLA_INLINE Vector Xor3(Vector a, Vector b, Vector c) {
     return _mm512_ternarylogic_epi32(a, b, c, 0x96);
 }
 
@@ -62,47 +64,19 @@ constexpr std::uint64_t MultiplicationMatrix(unsigned factor) {
     return matrix;
 }
 
-/// Splits words into their bytes: one register for each byte of all words, 16 words from each lane. The upper
-/// half is rotated left by one byte on the way, as the second word of a block is.
-[[gnu::always_inline]] inline void SplitBytes(const Vector (&words)[kVectors], Vector (&bytes)[4]) {
-    const Vector groups =
-        _mm512_set_epi64(0x0E0A06020D090501, 0x0C0804000F0B0703, 0x0E0A06020D090501, 0x0C0804000F0B0703,
-                         0x0F0B07030E0A0602, 0x0D0905010C080400, 0x0F0B07030E0A0602, 0x0D0905010C080400);
-    const Vector a = _mm512_shuffle_epi8(words[0], groups);
-    const Vector b = _mm512_shuffle_epi8(words[1], groups);
-    const Vector c = _mm512_shuffle_epi8(words[2], groups);
-    const Vector d = _mm512_shuffle_epi8(words[3], groups);
-    const Vector lowAb = _mm512_unpacklo_epi32(a, b);
-    const Vector highAb = _mm512_unpackhi_epi32(a, b);
-    const Vector lowCd = _mm512_unpacklo_epi32(c, d);
-    const Vector highCd = _mm512_unpackhi_epi32(c, d);
-    bytes[0] = _mm512_unpacklo_epi64(lowAb, lowCd);
-    bytes[1] = _mm512_unpackhi_epi64(lowAb, lowCd);
-    bytes[2] = _mm512_unpacklo_epi64(highAb, highCd);
-    bytes[3] = _mm512_unpackhi_epi64(highAb, highCd);
-}
-
-/// The reverse, without a rotation.
-[[gnu::always_inline]] inline void JoinBytes(const Vector (&bytes)[4], Vector (&words)[kVectors]) {
-    const Vector low01 = _mm512_unpacklo_epi8(bytes[0], bytes[1]);
-    const Vector high01 = _mm512_unpackhi_epi8(bytes[0], bytes[1]);
-    const Vector low23 = _mm512_unpacklo_epi8(bytes[2], bytes[3]);
-    const Vector high23 = _mm512_unpackhi_epi8(bytes[2], bytes[3]);
-    words[0] = _mm512_unpacklo_epi16(low01, low23);
-    words[1] = _mm512_unpackhi_epi16(low01, low23);
-    words[2] = _mm512_unpacklo_epi16(high01, high23);
-    words[3] = _mm512_unpackhi_epi16(high01, high23);
-}
-
-[[gnu::always_inline]] inline Vector Substitute(const Vector (&box)[4], Vector x) {
-    const Vector low = _mm512_permutex2var_epi8(box[0], x, box[1]);
-    const Vector high = _mm512_permutex2var_epi8(box[2], x, box[3]);
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
+/// Splits words into their bytes, 16 words from each lane. The upper half is rotated left by one byte on the
+/// way, as the second word of a block is.
+QUILLA_INLINE void SplitWords(const Words& words, avx512::Bytes& bytes) {
+    avx512::SplitBytes(words,
+                       _mm512_set_epi64(0x0E0A06020D090501, 0x0C0804000F0B0703, 0x0E0A06020D090501,
+                                        0x0C0804000F0B0703, 0x0F0B07030E0A0602, 0x0D0905010C080400,
+                                        0x0F0B07030E0A0602, 0x0D0905010C080400),
+                       bytes);
 }
 
 /// The MDS matrix over quarters q of the S-boxes' values: with the sum u = 5 (q0 + q1 + q2 + q3), its rows
 /// are u + q0 + 2 q1, u + q3 + 2 (q1 + q2), u + q2 + 2 (q0 + q3) and u + q1 + 2 (q0 + q2).
-[[gnu::always_inline]] inline void MixBytes(const Vector (&q)[4], Vector (&mixed)[4]) {
+QUILLA_INLINE void MixBytes(const Vector (&q)[4], Vector (&mixed)[4]) {
     const Vector times2 = _mm512_set1_epi64(static_cast<long long>(MultiplicationMatrix(2)));
     const Vector times5 = _mm512_set1_epi64(static_cast<long long>(MultiplicationMatrix(5)));
     const Vector sum = _mm512_xor_si512(Xor3(q[0], q[1], q[2]), q[3]);
@@ -118,15 +92,14 @@ constexpr std::uint64_t MultiplicationMatrix(unsigned factor) {
 }
 
 /// The function F over two words of each block: both results in one register.
-[[gnu::always_inline]] inline void MixWords(const Key& key, std::size_t round,
-                                            const Vector (&words)[kVectors], Vector (&result)[kVectors]) {
+QUILLA_INLINE void MixWords(const Key& key, std::size_t round, const Words& words, Words& result) {
     Vector bytes[4];
-    SplitBytes(words, bytes);
+    SplitWords(words, bytes);
     for (std::size_t i = 0; i < 4; ++i)
-        bytes[i] = Substitute(key.sboxes[i], bytes[i]);
+        bytes[i] = avx512::LookUp(key.sboxes[i], bytes[i]);
     Vector mixed[4];
     MixBytes(bytes, mixed);
-    JoinBytes(mixed, result);
+    avx512::JoinBytes(mixed, result);
     for (Vector& t : result) { // t0 and t1 become t0 + t1 + k and t0 + 2 t1 + k'
         const Vector swapped = _mm512_shuffle_i64x2(t, t, 0x4E);
         const Vector twice = _mm512_mask_add_epi32(t, 0xFF00, t, t);
@@ -138,9 +111,8 @@ constexpr __mmask16 kLowerHalf = 0x00FF;
 constexpr __mmask16 kUpperHalf = 0xFF00;
 
 template <bool kEncrypt>
-[[gnu::always_inline]] inline void Round(const Key& key, std::size_t round, const Vector (&words)[kVectors],
-                                         Vector (&target)[kVectors]) {
-    Vector mixed[kVectors];
+QUILLA_INLINE void Round(const Key& key, std::size_t round, const Words& words, Words& target) {
+    Words mixed;
     MixWords(key, round, words, mixed);
     for (std::size_t i = 0; i < kVectors; ++i) {
         Vector& t = target[i];
@@ -152,7 +124,7 @@ template <bool kEncrypt>
     }
 }
 
-[[gnu::always_inline]] inline void Whiten(Vector (&words)[kVectors], Vector subkeys) {
+QUILLA_INLINE void Whiten(Words& words, Vector subkeys) {
     for (Vector& v : words)
         v = _mm512_xor_si512(v, subkeys);
 }
@@ -160,7 +132,7 @@ template <bool kEncrypt>
 /// Enciphers or deciphers batches side by side, so that the steps of one fill the waiting times of another;
 /// what comes out has its halves exchanged.
 template <bool kEncrypt, std::size_t kCount>
-[[gnu::always_inline]] inline void CryptBatches(const Key& key, Batch (&batches)[kCount]) {
+QUILLA_INLINE void CryptBatches(const Key& key, Batch (&batches)[kCount]) {
     for (Batch& batch : batches) {
         Whiten(batch.first, key.subkeys[kEncrypt ? 0 : 2]);
         Whiten(batch.last, key.subkeys[kEncrypt ? 1 : 3]);
@@ -178,7 +150,7 @@ template <bool kEncrypt, std::size_t kCount>
 }
 
 /// Takes 8 blocks from two registers apart into words.
-[[gnu::always_inline]] inline void TakeBlocks(Batch& batch, std::size_t i, Vector blocks0, Vector blocks1) {
+QUILLA_INLINE void TakeBlocks(Batch& batch, std::size_t i, Vector blocks0, Vector blocks1) {
     const Vector first = _mm512_set_epi32(29, 25, 21, 17, 13, 9, 5, 1, 28, 24, 20, 16, 12, 8, 4, 0);
     const Vector last = _mm512_set_epi32(31, 27, 23, 19, 15, 11, 7, 3, 30, 26, 22, 18, 14, 10, 6, 2);
     batch.first[i] = _mm512_permutex2var_epi32(blocks0, first, blocks1);
@@ -186,8 +158,7 @@ template <bool kEncrypt, std::size_t kCount>
 }
 
 /// Puts 8 blocks together again, the halves exchanged.
-[[gnu::always_inline]] inline void GiveBlocks(const Batch& batch, std::size_t i, Vector& blocks0,
-                                              Vector& blocks1) {
+QUILLA_INLINE void GiveBlocks(const Batch& batch, std::size_t i, Vector& blocks0, Vector& blocks1) {
     const Vector lower = _mm512_set_epi32(27, 19, 11, 3, 26, 18, 10, 2, 25, 17, 9, 1, 24, 16, 8, 0);
     const Vector upper = _mm512_set_epi32(31, 23, 15, 7, 30, 22, 14, 6, 29, 21, 13, 5, 28, 20, 12, 4);
     blocks0 = _mm512_permutex2var_epi32(batch.last[i], lower, batch.first[i]);
@@ -195,7 +166,7 @@ template <bool kEncrypt, std::size_t kCount>
 }
 
 /// Multiplies four tweaks by x^4 in the field of IEEE 1619.
-[[gnu::always_inline]] inline Vector Advance(Vector tweaks) {
+QUILLA_INLINE Vector Advance(Vector tweaks) {
     // The four bits shifted out of a lower half enter the upper half, those out of the upper half enter the
     // lower one times x^7 + x^2 + x + 1; a shift by 64 clears.
     const Vector out = _mm512_shuffle_epi32(_mm512_srli_epi64(tweaks, 60), _MM_PERM_BADC);
@@ -206,7 +177,7 @@ template <bool kEncrypt, std::size_t kCount>
 }
 
 /// The tweaks of the first four blocks of a sector.
-[[gnu::always_inline]] inline Vector FirstTweaks(const std::uint64_t (&tweak)[2]) {
+QUILLA_INLINE Vector FirstTweaks(const std::uint64_t (&tweak)[2]) {
     std::uint64_t words[8] = {tweak[0], tweak[1]};
     for (std::size_t i = 2; i < 8; i += 2) {
         const std::uint64_t carry = (0U - (words[i - 1] >> 63)) & 0x87;

@@ -4,6 +4,7 @@
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
 #include "platform/wipe.h"
+#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/twofish_keys.h"
 
@@ -12,8 +13,6 @@
 namespace quilla {
 
 namespace {
-
-#define QUILLA_INLINE [[gnu::always_inline]] inline
 
 constexpr std::size_t kBlocksPerSector = kSectorSize / kTwofishBlockSize;
 
