@@ -117,6 +117,16 @@ class Client:
         if error:
             raise quilla.Failure(f"write at {offset}: error {error}")
 
+    def send_write(self, offset, data):
+        """Sends a write without waiting for its reply."""
+        self._send(CMD_WRITE, offset, len(data), data)
+
+    def receive_acknowledgement(self):
+        """Takes the reply to a write that was sent before; the server keeps their order."""
+        magic, error, _ = struct.unpack(">IIQ", receive(self.connection, 16))
+        if magic != SIMPLE_REPLY_MAGIC or error:
+            raise quilla.Failure(f"write: error {error}")
+
     def flush(self):
         self._send(CMD_FLUSH, 0, 0)
         error = self._reply()

@@ -3,7 +3,7 @@
 import time
 import unittest
 
-import nbd
+import load
 import oracle
 import quilla
 
@@ -29,17 +29,22 @@ class TimeOutTest(quilla.DesktopTest):
 
     def test_use_keeps_a_volume_mounted_and_idleness_ends_it(self):
         # Due after six idle seconds; the instance's own timer looks every fifteen.
-        volume = self.volume(timeout=21 * quilla.SECOND)
+        volume = self.volume(size=load.SIZE, timeout=21 * quilla.SECOND)
         oracle.make_files(volume)
         first = self.desktop.start("mount", volume.path, "/password", volume.password)
-        with nbd.Client(self.desktop.uri("SEC0")) as client:
-            end = time.monotonic() + 18
-            while time.monotonic() < end:
-                client.read(0, 512)
-                time.sleep(0.5)
-            self.assertTrue(self.desktop.uri_file("SEC0").exists(), "dismounted in the middle of use")
+        clients = load.Load()
+        clients.fill(self.desktop.uri())
+        clients.start(self.desktop.uri())
+        time.sleep(18)
+        self.assertTrue(self.desktop.uri_file("SEC0").exists(), "dismounted in the middle of use")
+        clients.stop()  # idle connections keep nothing mounted
         self.desktop.wait_gone("SEC0", limit=40)
+        clients.end()
         self.assertEqual(self.desktop.query(volume).handle, 0)
+        self.desktop.mount(volume)
+        clients.check(self, self.desktop.uri(), "after the time-out")
+        print(f"\n  timed out after {clients.writes} acknowledged writes")
+        self.desktop.dismount(volume)
         self.assertEqual(self.desktop.close(first), 0)
 
 
