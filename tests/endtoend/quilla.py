@@ -9,6 +9,7 @@
 Nothing sleeps blindly: whatever is waited for is watched, with a limit. Whatever is started is ended.
 """
 
+import collections
 import fcntl
 import os
 import pathlib
@@ -17,6 +18,7 @@ import signal
 import struct
 import subprocess
 import sys
+import threading
 import time
 import unittest
 
@@ -111,10 +113,15 @@ class Desk:
     UNESCAPED = {"\\\\": "\\", "\\t": "\t", "\\n": "\n", "\\r": "\r"}
 
     def __init__(self, desktop):
+        self.lock = threading.Lock()
         self.process = desktop.spawn([str(DESK)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                                      encoding="utf-8")
 
     def ask(self, *words):
+        with self.lock:
+            return self.exchange(words)
+
+    def exchange(self, words):
         self.process.stdin.write("\t".join(map(str, words)) + "\n")
         self.process.stdin.flush()
         line = self.process.stdout.readline()
@@ -133,6 +140,9 @@ class Desk:
     def close(self):
         self.process.stdin.close()
         self.process.wait(LIMIT)
+
+
+Counts = collections.namedtuple("Counts", "handles threads windows drawing_objects KiB")
 
 
 class Desktop:
@@ -297,11 +307,11 @@ class Desktop:
         return tuple(seen[1:]) if len(seen) == 3 else None
 
     def counts(self, process):
-        """(handles, threads, resident KiB) of a running instance; process is what start returned."""
-        handles = int(self.desk.ask("handles", self.window()[0])[0])
+        """What a running instance holds of the system; process is what start returned."""
+        handles, windows, drawing = map(int, self.desk.ask("objects", self.window()[0]))
         lines = pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines()
         status = dict(line.split(":", 1) for line in lines if ":" in line)
-        return handles, int(status["Threads"]), int(status["VmRSS"].split()[0])
+        return Counts(handles, int(status["Threads"]), windows, drawing, int(status["RssAnon"].split()[0]))
 
     # Requests over the channel
 
