@@ -2,12 +2,11 @@
 // disk. The client is told with each request that fails, no other sector changes, and good requests go on.
 
 #include "tests/faults/exported_volume.h"
+#include "tests/support/file_size_limit.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <sys/mount.h>
-#include <sys/resource.h>
 
 namespace quilla::test {
 namespace {
@@ -15,29 +14,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t kVolumeSize = 4U << 20;
-
-/// While it lives, no file of this process grows or is written beyond a size: the system's own refusal, as on
-/// a full disk, after a first part of the write has succeeded.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t limit) {
-        handler_ = std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        rlimit now = before_;
-        now.rlim_cur = limit;
-        setrlimit(RLIMIT_FSIZE, &now);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-  private:
-    rlimit before_{};
-    void (*handler_)(int) = nullptr;
-};
 
 class FileFaultsTest : public testing::Test {
   protected:

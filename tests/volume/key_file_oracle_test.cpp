@@ -1,5 +1,5 @@
-// Key files in both directions, with other libraries on the far side: a file built by the test opens here,
-// and a file written here opens for the test.
+// Key files in both directions, with other libraries on the far side: the files of the format's description
+// open here, and a file written here opens for the test, after changes of the password too.
 
 #include "tests/support/key_file_builder.h"
 #include "tests/support/oracle.h"
@@ -7,145 +7,45 @@
 #include "volume/key_file.h"
 #include "volume/sha1.h"
 
-#include <algorithm>
-#include <cstring>
 #include <gtest/gtest.h>
-#include <random>
+#include <numeric>
 
 namespace quilla {
 namespace {
 
-using test::BuildKeyFile;
 using test::Bytes;
-using test::KeyFileBuilder;
 using test::ScratchFile;
 using test::ToHex;
 
-constexpr std::u16string_view kPasswords[] = {u"", u"97531", u"correct horse battery staple",
-                                              u"Gr\u00FC\u00DFe \u4E16\u754C", u"\xD83D\xDE00"};
 constexpr CipherId kCiphers[] = {CipherId::Cast128, CipherId::Twofish};
+
+PasswordDigest KeyOf(std::u16string_view password) {
+    PasswordDigest key;
+    PasswordKey(key, password);
+    return key;
+}
 
 Bytes Slice(const Bytes& bytes, std::size_t offset, std::size_t size) {
     const auto from = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
     return Bytes(from, from + static_cast<std::ptrdiff_t>(size));
 }
 
-class KeyFileOracle : public testing::Test {
-  protected:
-    Bytes Random(std::size_t size) {
-        Bytes bytes(size);
-        for (std::byte& byte : bytes)
-            byte = static_cast<std::byte>(generator_());
-        return bytes;
-    }
-
-  private:
-    std::mt19937 generator_{4711};
-};
-
-TEST_F(KeyFileOracle, FilesBuiltElsewhereOpenHere) {
-    for (const CipherId cipher : kCiphers) {
-        for (const std::u16string_view password : kPasswords) {
-            const Bytes masterKey = Random(128);
-            const Bytes iv = Random(20);
-            const auto number = static_cast<std::uint16_t>(cipher);
-            const Bytes block =
-                KeyFileBuilder()
-                    .Raw(test::OracleEncipher(number, test::OraclePasswordKey(password), iv, masterKey))
-                    .Number32(test::OracleCrc32(masterKey))
-                    .Raw(iv)
-                    .Get();
-            const ScratchFile file(".key");
-            file.Write(BuildKeyFile(number, 42, 0, block));
-
-            VolumeRecord record{};
-            record.Flags = 1;
-            ASSERT_EQ(ReadSummary(file.Path(), record), KeyFileStatus::Done);
-            EXPECT_EQ(record.Cipher, cipher);
-            EXPECT_EQ(record.Timeout, 42U);
-            EXPECT_EQ(record.Flags, 0);
-
-            KeyBlock keyBlock;
-            ASSERT_EQ(ReadKeyFileChunk(file.Path(), KeyBlockHeader(cipher),
-                                       std::as_writable_bytes(std::span(&keyBlock, 1))),
-                      KeyFileStatus::Done);
-            PasswordDigest key;
-            PasswordKey(key, TextView(u"wrong"));
-            KeyBlock unopened = keyBlock;
-            EXPECT_FALSE(OpenKeyBlock(unopened, cipher, key));
-            PasswordKey(key, password);
-            ASSERT_TRUE(OpenKeyBlock(keyBlock, cipher, key));
-            EXPECT_EQ(key, PasswordDigest{}); // wiped
-            DataKey dataKey;
-            TakeDataKey(dataKey, keyBlock);
-            EXPECT_EQ(ToHex(dataKey), ToHex(Slice(masterKey, 0, 32)));
-        }
-    }
-}
-
-/// Checks a written file piece by piece; the plain master key of its block.
+/// Checks a whole file against one built here; the plain master key of its block.
 Bytes OpenElsewhere(const Bytes& content, CipherId cipher, std::u16string_view password,
                     std::uint64_t timeout, std::uint32_t options) {
-    EXPECT_EQ(content.size(), 760U);
+    EXPECT_EQ(content.size(), kKeyFileSize);
     const auto number = static_cast<std::uint16_t>(cipher);
     const Bytes block = Slice(content, 72, 152);
-    EXPECT_EQ(ToHex(content), ToHex(BuildKeyFile(number, timeout, options, block)));
+    EXPECT_EQ(ToHex(content), ToHex(test::BuildKeyFile(number, timeout, options, block)));
     const Bytes masterKey = test::OracleDecipher(number, test::OraclePasswordKey(password),
                                                  Slice(block, 132, 20), Slice(block, 0, 128));
     EXPECT_EQ(test::OracleCrc32(masterKey), LoadLittle<std::uint32_t>(&block[128]));
     return masterKey;
 }
 
-TEST_F(KeyFileOracle, FilesWrittenHereOpenElsewhere) {
-    for (const CipherId cipher : kCiphers) {
-        for (const std::u16string_view password : kPasswords) {
-            VolumeRecord record{};
-            record.Cipher = cipher;
-            record.Timeout = 0x0123456789ABCDEF;
-            record.Flags = 1;
-            PasswordDigest key;
-            PasswordKey(key, password);
-            const ScratchFile file(".key");
-            const ScratchFile other(".key");
-            ASSERT_EQ(CreateKeyFile(file.Path(), record, key), KeyFileStatus::Done);
-            ASSERT_EQ(CreateKeyFile(other.Path(), record, key), KeyFileStatus::Done);
-            const Bytes one = OpenElsewhere(file.Read(), cipher, password, record.Timeout, 1);
-            const Bytes two = OpenElsewhere(other.Read(), cipher, password, record.Timeout, 1);
-            EXPECT_NE(one, two) << "master keys must not repeat";
-        }
-    }
-}
-
-TEST_F(KeyFileOracle, ANewPasswordKeepsTheMasterKeyAndChecksum) {
-    for (const CipherId cipher : kCiphers) {
-        VolumeRecord record{};
-        record.Cipher = cipher;
-        PasswordDigest key;
-        PasswordKey(key, TextView(u"old"));
-        const ScratchFile file(".key");
-        ASSERT_EQ(CreateKeyFile(file.Path(), record, key), KeyFileStatus::Done);
-        const Bytes before = file.Read();
-        const Bytes masterKey = OpenElsewhere(before, cipher, u"old", 0, 0);
-
-        KeyBlock block;
-        const auto bytes = std::as_writable_bytes(std::span(&block, 1));
-        ASSERT_EQ(ReadKeyFileChunk(file.Path(), KeyBlockHeader(cipher), bytes), KeyFileStatus::Done);
-        ASSERT_TRUE(OpenKeyBlock(block, cipher, key));
-        for (const std::u16string_view password : {u"new", u"new"}) { // the same again changes the IV, too
-            const Bytes last = file.Read();
-            KeyBlock sealed = block;
-            PasswordKey(key, TextView(password));
-            ASSERT_TRUE(SealKeyBlock(sealed, cipher, key));
-            ASSERT_EQ(RewriteKeyFileChunk(file.Path(), KeyBlockHeader(cipher),
-                                          std::as_bytes(std::span(&sealed, 1))),
-                      KeyFileStatus::Done);
-            const Bytes now = file.Read();
-            EXPECT_EQ(OpenElsewhere(now, cipher, password, 0, 0), masterKey);
-            EXPECT_EQ(Slice(now, 200, 4), Slice(before, 200, 4));
-            EXPECT_NE(Slice(now, 204, 20), Slice(last, 204, 20));
-            EXPECT_NE(Slice(now, 72, 128), Slice(last, 72, 128));
-        }
-    }
+KeyFileStatus ReadBlock(const ScratchFile& file, CipherId cipher, KeyBlock& block) {
+    return ReadKeyFileChunk(file.Path(), KeyBlockHeader(cipher),
+                            std::as_writable_bytes(std::span(&block, 1)));
 }
 
 /// The hex dumps of the format's description, each completed by the zeros that it leaves out.
@@ -168,25 +68,72 @@ std::vector<Bytes> DocumentedFiles() {
     return files;
 }
 
-TEST_F(KeyFileOracle, TheDocumentedExamplesOpen) {
+TEST(KeyFileOracle, TheDocumentedExamplesOpen) {
     const std::vector<Bytes> files = DocumentedFiles();
     ASSERT_EQ(files.size(), 2U);
-    Bytes masterKey(128);
-    for (std::size_t i = 0; i < masterKey.size(); ++i)
-        masterKey[i] = static_cast<std::byte>(i);
+    std::array<std::uint8_t, 128> numbers;
+    std::iota(numbers.begin(), numbers.end(), std::uint8_t{0});
+    const std::string masterKey = ToHex(std::as_bytes(std::span(numbers)));
     for (std::size_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(ToHex(OpenElsewhere(files[i], kCiphers[i], u"97531", kDefaultTimeout, 0)),
-                  ToHex(masterKey));
+        EXPECT_EQ(ToHex(OpenElsewhere(files[i], kCiphers[i], u"97531", kDefaultTimeout, 0)), masterKey);
         const ScratchFile file(".key");
         file.Write(files[i]);
+        VolumeRecord record{};
+        record.Flags = 1;
+        ASSERT_EQ(ReadSummary(file.Path(), record), KeyFileStatus::Done);
+        EXPECT_EQ(record.Cipher, kCiphers[i]);
+        EXPECT_EQ(record.Timeout, kDefaultTimeout);
+        EXPECT_EQ(record.Flags, 0);
+
         KeyBlock block;
-        ASSERT_EQ(ReadKeyFileChunk(file.Path(), KeyBlockHeader(kCiphers[i]),
-                                   std::as_writable_bytes(std::span(&block, 1))),
-                  KeyFileStatus::Done);
-        PasswordDigest key;
-        PasswordKey(key, TextView(u"97531"));
-        EXPECT_TRUE(OpenKeyBlock(block, kCiphers[i], key));
-        EXPECT_EQ(ToHex(block.masterKey), ToHex(masterKey));
+        PasswordDigest key = KeyOf(u"97532");
+        ASSERT_EQ(ReadBlock(file, kCiphers[i], block), KeyFileStatus::Done);
+        EXPECT_FALSE(OpenKeyBlock(block, kCiphers[i], key));
+        ASSERT_EQ(ReadBlock(file, kCiphers[i], block), KeyFileStatus::Done);
+        key = KeyOf(u"97531");
+        ASSERT_TRUE(OpenKeyBlock(block, kCiphers[i], key));
+        EXPECT_EQ(key, PasswordDigest{}) << "not wiped";
+        EXPECT_EQ(ToHex(block.masterKey), masterKey);
+        DataKey dataKey;
+        TakeDataKey(dataKey, block);
+        EXPECT_EQ(ToHex(dataKey), masterKey.substr(0, 64));
+    }
+}
+
+TEST(KeyFileOracle, WrittenFilesOpenElsewhereWithEveryPasswordTheyGet) {
+    for (const CipherId cipher : kCiphers) {
+        VolumeRecord record{};
+        record.Cipher = cipher;
+        record.Timeout = 0x0123456789ABCDEF;
+        record.Flags = 0xFF; // only bit 0 is stored
+        const ScratchFile file(".key");
+        const ScratchFile other(".key");
+        ASSERT_EQ(CreateKeyFile(file.Path(), record, KeyOf(u"old")), KeyFileStatus::Done);
+        ASSERT_EQ(CreateKeyFile(other.Path(), record, KeyOf(u"old")), KeyFileStatus::Done);
+        const Bytes masterKey = OpenElsewhere(file.Read(), cipher, u"old", record.Timeout, 1);
+        EXPECT_NE(masterKey, OpenElsewhere(other.Read(), cipher, u"old", record.Timeout, 1))
+            << "master keys must not repeat";
+
+        KeyBlock block;
+        PasswordDigest key = KeyOf(u"old");
+        ASSERT_EQ(ReadBlock(file, cipher, block), KeyFileStatus::Done);
+        ASSERT_TRUE(OpenKeyBlock(block, cipher, key));
+        // The same password again changes the IV, too.
+        for (const std::u16string_view password :
+             {u"new", u"new", u"", u"Gr\u00FC\u00DFe \u4E16\u754C", u"\xD83D\xDE00"}) {
+            const Bytes before = file.Read();
+            KeyBlock sealed = block;
+            key = KeyOf(password);
+            ASSERT_TRUE(SealKeyBlock(sealed, cipher, key));
+            EXPECT_EQ(key, PasswordDigest{}) << "not wiped";
+            ASSERT_EQ(RewriteKeyFileChunk(file.Path(), KeyBlockHeader(cipher),
+                                          std::as_bytes(std::span(&sealed, 1))),
+                      KeyFileStatus::Done);
+            const Bytes after = file.Read();
+            EXPECT_EQ(OpenElsewhere(after, cipher, password, record.Timeout, 1), masterKey);
+            EXPECT_NE(Slice(after, 204, 20), Slice(before, 204, 20));
+            EXPECT_NE(Slice(after, 72, 128), Slice(before, 72, 128));
+        }
     }
 }
 

@@ -2,14 +2,12 @@
 // compression, and the order in which a snapshot goes in.
 
 #include "platform/byte_order.h"
-#include "tests/support/hex.h"
+#include "tests/support/random_bytes.h"
 #include "volume/random_pool.h"
 
-#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <nettle/sha1.h>
-#include <random>
 
 namespace quilla {
 namespace {
@@ -17,121 +15,93 @@ namespace {
 using test::Bytes;
 using test::ToHex;
 
-/// 260 bytes: the pool and its spill.
-void StirModel(Bytes& pool) {
-    for (std::size_t offset = 0; offset <= 240; offset += 20) {
-        std::uint32_t chain[5];
-        std::memcpy(chain, &pool[offset], sizeof(chain));
-        std::uint8_t block[64];
-        for (std::size_t j = 0; j < 64; ++j) // little-endian words; the library reads big-endian ones
-            block[j ^ 3] = std::to_integer<std::uint8_t>(pool[(offset + j) % 256]);
-        nettle_sha1_compress(chain, block);
-        std::memcpy(&pool[offset], chain, sizeof(chain));
-    }
-}
+/// The pool, its spill and its position as defined, byte by byte.
+class PoolModel {
+  public:
+    explicit PoolModel(const EntropyPool& start) : pool_(260) { std::memcpy(pool_.data(), &start, 260); }
 
-struct Model {
-    Bytes pool;
-    std::size_t position = 0;
-
-    void Add(std::byte value) {
-        if (position > 255) {
-            StirModel(pool);
-            position = 0;
+    void Add(std::span<const std::byte> bytes) {
+        for (const std::byte byte : bytes) {
+            if (position_ > 255)
+                Stir();
+            std::byte& place = pool_[position_++];
+            place = static_cast<std::byte>(std::to_integer<int>(place) + std::to_integer<int>(byte));
         }
-        pool[position] =
-            static_cast<std::byte>(std::to_integer<int>(pool[position]) + std::to_integer<int>(value));
-        ++position;
     }
-    void AddBigEndian(std::uint32_t value) {
-        for (int shift = 24; shift >= 0; shift -= 8)
-            Add(static_cast<std::byte>(value >> shift));
+    void AddNumber(std::uint32_t value) {
+        std::byte bytes[4];
+        StoreBig(bytes, value);
+        Add(bytes);
     }
-    template <typename Range>
-    void AddAll(const Range& bytes) {
-        for (const std::byte byte : bytes)
-            Add(byte);
+    void Stir() {
+        for (std::size_t offset = 0; offset <= 240; offset += 20) {
+            std::uint32_t chain[5];
+            std::memcpy(chain, &pool_[offset], sizeof(chain));
+            std::uint8_t block[64];
+            for (std::size_t j = 0; j < 64; ++j) // little-endian words; the library reads big-endian ones
+                block[j ^ 3] = std::to_integer<std::uint8_t>(pool_[(offset + j) % 256]);
+            nettle_sha1_compress(chain, block);
+            std::memcpy(&pool_[offset], chain, sizeof(chain));
+        }
+        position_ = 0;
     }
+    void ExpectEqual(const EntropyPool& pool) const {
+        EXPECT_EQ(ToHex(std::as_bytes(std::span(&pool, 1)).first(260)), ToHex(pool_));
+        EXPECT_EQ(pool.position, position_);
+    }
+
+  private:
+    Bytes pool_;
+    std::size_t position_ = 0;
 };
 
-class RandomPoolModel : public testing::Test {
-  protected:
-    void Randomize(std::span<std::byte> bytes) {
-        for (std::byte& byte : bytes)
-            byte = static_cast<std::byte>(generator_());
-    }
-
-    /// The same random start for pool and model.
-    void Start(EntropyPool& pool, Model& model) {
-        Randomize(std::as_writable_bytes(std::span(&pool, 1)));
-        pool.position = 0;
-        model.pool.assign(260, std::byte{});
-        std::memcpy(model.pool.data(), &pool, 260);
-        model.position = 0;
-    }
-
-    static void ExpectEqual(const EntropyPool& pool, const Model& model) {
-        EXPECT_EQ(ToHex(std::as_bytes(std::span(&pool, 1)).first(260)), ToHex(model.pool));
-        EXPECT_EQ(pool.position, model.position);
-    }
-
-    std::mt19937 generator_{7};
-};
-
-TEST_F(RandomPoolModel, StirringAndAdding) {
+EntropyPool RandomPool(test::RandomBytes& random) {
     EntropyPool pool;
-    Model model;
-    for (const std::size_t count : {0U, 1U, 255U, 256U, 257U, 512U, 513U, 1000U}) {
-        Start(pool, model);
-        Bytes added(count);
-        Randomize(added);
+    random.Fill(std::as_writable_bytes(std::span(&pool, 1)));
+    pool.position = 0;
+    return pool;
+}
+
+TEST(RandomPoolModel, StirringAndAdding) {
+    test::RandomBytes random(7);
+    for (const std::size_t count : {0U, 1U, 255U, 256U, 257U, 513U}) {
+        EntropyPool pool = RandomPool(random);
+        PoolModel model(pool);
+        const Bytes added = random.Make(count);
         AddBytes(pool, added);
-        model.AddAll(added);
-        ExpectEqual(pool, model);
+        model.Add(added);
+        model.ExpectEqual(pool);
         StirPool(pool);
-        StirModel(model.pool);
-        model.position = 0;
-        ExpectEqual(pool, model);
+        model.Stir();
+        model.ExpectEqual(pool);
     }
 }
 
-TEST_F(RandomPoolModel, SnapshotsGoInByTheirOrder) {
-    for (const bool frequency : {false, true}) {
-        for (const bool counter : {false, true}) {
-            EntropySnapshot snapshot{};
-            for (std::uint32_t& handle : snapshot.handles)
-                handle = static_cast<std::uint32_t>(generator_());
-            snapshot.processId = 0x01020304;
-            snapshot.threadId = 0x11121314;
-            snapshot.messagePosition = 0x21222324;
-            snapshot.tickCount = 0x31323334;
-            Randomize(snapshot.memoryStatus);
-            Randomize(snapshot.systemInfo);
-            Randomize(snapshot.counterFrequency);
-            Randomize(snapshot.counter);
-            Randomize(snapshot.systemTime);
-            Randomize(snapshot.pointerHistory);
-            snapshot.hasFrequency = frequency;
-            snapshot.hasCounter = counter;
+TEST(RandomPoolModel, SnapshotsGoInByTheirOrder) {
+    test::RandomBytes random(8);
+    for (const unsigned available : {0U, 1U, 2U, 3U}) {
+        EntropySnapshot snapshot;
+        random.Fill(std::as_writable_bytes(std::span(&snapshot, 1)));
+        snapshot.hasFrequency = (available & 1) != 0;
+        snapshot.hasCounter = (available & 2) != 0;
 
-            EntropyPool pool;
-            Model model;
-            Start(pool, model);
-            AddSnapshot(pool, snapshot);
-            for (const std::uint32_t handle : snapshot.handles)
-                model.AddBigEndian(handle);
-            for (const std::uint32_t number : {0x01020304U, 0x11121314U, 0x21222324U, 0x31323334U})
-                model.AddBigEndian(number);
-            model.AddAll(snapshot.memoryStatus);
-            model.AddAll(snapshot.systemInfo);
-            if (frequency)
-                model.AddAll(snapshot.counterFrequency);
-            if (counter)
-                model.AddAll(snapshot.counter);
-            model.AddAll(snapshot.systemTime);
-            model.AddAll(snapshot.pointerHistory);
-            ExpectEqual(pool, model);
-        }
+        EntropyPool pool = RandomPool(random);
+        PoolModel model(pool);
+        AddSnapshot(pool, snapshot);
+        for (const std::uint32_t handle : snapshot.handles)
+            model.AddNumber(handle);
+        for (const std::uint32_t number :
+             {snapshot.processId, snapshot.threadId, snapshot.messagePosition, snapshot.tickCount})
+            model.AddNumber(number);
+        model.Add(snapshot.memoryStatus);
+        model.Add(snapshot.systemInfo);
+        if (snapshot.hasFrequency)
+            model.Add(snapshot.counterFrequency);
+        if (snapshot.hasCounter)
+            model.Add(snapshot.counter);
+        model.Add(snapshot.systemTime);
+        model.Add(snapshot.pointerHistory);
+        model.ExpectEqual(pool);
     }
 }
 
