@@ -1,7 +1,8 @@
-// The four kinds of command states applied to real controls, menus and toolbars.
+// Command states on their way from the object that knows a command to real controls, menus and toolbars.
 
 #include "tests/toolkit/toolkit_fixture.h"
-#include "toolkit/command_state.h"
+#include "toolkit/edit.h"
+#include "toolkit/toolbar.h"
 
 #include <commctrl.h>
 
@@ -9,94 +10,101 @@ namespace quilla {
 namespace {
 
 using test::Frame;
+using test::Log;
 using test::Owned;
+using test::Recorder;
+
+constexpr int kEdit = 8;
+constexpr int kCheckBox = 33;
+constexpr int kNew = 1001;
+constexpr int kOpen = 1002;
+
+/// Says all there is to say about one command.
+class Answering : public Recorder<Frame> {
+  public:
+    using Recorder::Recorder;
+    void OnUpdateCommand(BCommandState& state) override {
+        Recorder::OnUpdateCommand(state);
+        if (state.id != answered)
+            return;
+        state.Enable(isEnabled);
+        state.SetCheck(!isEnabled);
+        state.SetReadOnly(!isEnabled);
+        state.SetText(L"answered");
+    }
+    int answered = -1;
+    bool isEnabled = false;
+};
 
 class CommandState : public test::ToolkitTest {
   protected:
-    void SetUp() override { ASSERT_NE(frame.Create(), nullptr); }
-
-    HWND Child(const wchar_t* className, DWORD style) {
-        return CreateWindowExW(0, className, L"", WS_CHILD | WS_VISIBLE | style, 0, 0, 100, 20, frame.hwnd,
-                               nullptr, nullptr, nullptr);
+    void SetUp() override {
+        ASSERT_NE(frame.Create(), nullptr);
+        frame.logUpdates = true;
     }
-
-    Owned<Frame> frame;
+    Owned<Answering> frame{log, "frame"};
 };
 
-TEST_F(CommandState, Control) {
-    const HWND box = Child(L"BUTTON", BS_CHECKBOX);
-    BControlState onBox(7, box);
-    onBox.Enable(false);
-    EXPECT_FALSE(IsWindowEnabled(box));
-    onBox.Enable(true);
-    EXPECT_TRUE(IsWindowEnabled(box));
-    onBox.SetCheck(1);
-    EXPECT_EQ(SendMessageW(box, BM_GETCHECK, 0, 0), 1);
-    onBox.SetText(L"Encrypted");
-    EXPECT_EQ(test::TextOf(box), L"Encrypted");
+TEST_F(CommandState, OfControlsIsAskedForAtTheOutermostObject) {
+    BWindow panel;
+    ASSERT_NE(panel.Create(frame.hwnd, nullptr, 5), nullptr);
+    BEdit edit;
+    ASSERT_NE(edit.Create(panel.hwnd, nullptr, kEdit), nullptr);
+    const HWND checkBox = CreateWindowExW(0, L"BUTTON", L"", WS_CHILD | BS_CHECKBOX, 0, 0, 9, 9, panel.hwnd,
+                                          reinterpret_cast<HMENU>(INT_PTR{kCheckBox}), nullptr, nullptr);
+    frame.answered = kCheckBox;
+    Take();
+    panel.UpdateCommandStates();
+    EXPECT_EQ(Take().size(), 3U) << "the panel and what is in it, bound or not";
+    EXPECT_FALSE(IsWindowEnabled(checkBox));
+    EXPECT_EQ(SendMessageW(checkBox, BM_GETCHECK, 0, 0), BST_CHECKED);
+    EXPECT_EQ(test::TextOf(checkBox), L"answered");
 
-    const HWND edit = Child(L"EDIT", 0);
-    BControlState onEdit(8, edit);
-    onEdit.SetReadOnly(true);
-    EXPECT_NE(GetWindowLongW(edit, GWL_STYLE) & ES_READONLY, 0);
-    onEdit.SetReadOnly(false);
-    EXPECT_EQ(GetWindowLongW(edit, GWL_STYLE) & ES_READONLY, 0);
+    frame.answered = kEdit;
+    for (const bool isEnabled : {false, true}) {
+        frame.isEnabled = isEnabled;
+        frame.UpdateCommandStates();
+        EXPECT_EQ(Take().size(), 4U);
+        EXPECT_EQ(IsWindowEnabled(edit.hwnd) != FALSE, isEnabled);
+        EXPECT_EQ((GetWindowLongW(edit.hwnd, GWL_STYLE) & ES_READONLY) == 0, isEnabled);
+    }
 }
 
-TEST_F(CommandState, MenuItemIsMeantByPosition) {
+TEST_F(CommandState, OfMenuItemsIsAskedForWhenTheMenuOpens) {
     const HMENU menu = CreatePopupMenu();
-    AppendMenuW(menu, MF_STRING, 1, L"id 1 at 0");
-    AppendMenuW(menu, MF_STRING, 0, L"id 0 at 1");
-    BMenuItemState state(1, menu, 1);
-    state.Enable(false);
-    state.SetCheck(0x100); // the whole word counts
-    EXPECT_EQ(GetMenuState(menu, 0, MF_BYPOSITION), static_cast<UINT>(MF_ENABLED));
-    EXPECT_EQ(GetMenuState(menu, 1, MF_BYPOSITION), static_cast<UINT>(MF_GRAYED | MF_CHECKED));
-    state.Enable(true);
-    state.SetCheck(0);
-    state.SetText(L"other");
-    state.SetReadOnly(true);
-    EXPECT_EQ(GetMenuState(menu, 1, MF_BYPOSITION), static_cast<UINT>(MF_ENABLED | MF_UNCHECKED));
-    wchar_t text[16] = {};
-    GetMenuStringW(menu, 1, text, 16, MF_BYPOSITION);
-    EXPECT_STREQ(text, L"id 0 at 1");
+    AppendMenuW(menu, MF_STRING, kNew, L"New");
+    AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
+    AppendMenuW(menu, MF_POPUP, reinterpret_cast<UINT_PTR>(CreatePopupMenu()), L"More");
+    AppendMenuW(menu, MF_STRING, kOpen, L"Open");
+    frame.answered = kOpen;
+    for (const bool isEnabled : {false, true}) {
+        frame.isEnabled = isEnabled;
+        Take();
+        SendMessageW(frame.hwnd, WM_INITMENUPOPUP, reinterpret_cast<WPARAM>(menu), 0);
+        EXPECT_EQ(Take(), (Log{"frame update 1001", "frame update 1002"}));
+        EXPECT_EQ(GetMenuState(menu, 3, MF_BYPOSITION),
+                  static_cast<UINT>(isEnabled ? MF_ENABLED : MF_GRAYED | MF_CHECKED));
+        EXPECT_EQ(GetMenuState(menu, 0, MF_BYPOSITION), static_cast<UINT>(MF_ENABLED));
+    }
     DestroyMenu(menu);
 }
 
-TEST_F(CommandState, ProbeIsEnabledUntilSomebodyObjects) {
-    BProbeState probe(5);
-    EXPECT_EQ(probe.id, 5);
-    EXPECT_TRUE(probe.enabled);
-    probe.SetCheck(0);
-    probe.SetText(L"");
-    probe.SetReadOnly(true);
-    EXPECT_TRUE(probe.enabled);
-    probe.Enable(false);
-    EXPECT_FALSE(probe.enabled);
-    probe.Enable(true);
-    EXPECT_TRUE(probe.enabled);
-}
-
-TEST_F(CommandState, ToolbarButtonIsMeantByCommand) {
-    const HWND toolbar = Child(TOOLBARCLASSNAMEW, 0);
-    SendMessageW(toolbar, TB_BUTTONSTRUCTSIZE, sizeof(TBBUTTON), 0);
-    TBBUTTON buttons[2] = {};
-    buttons[0].idCommand = 1001;
-    buttons[1].idCommand = 1002;
-    for (TBBUTTON& button : buttons) {
-        button.fsState = TBSTATE_ENABLED;
-        button.fsStyle = TBSTYLE_CHECK;
-    }
-    SendMessageW(toolbar, TB_ADDBUTTONSW, 2, reinterpret_cast<LPARAM>(buttons));
-
-    BToolbarButtonState state(1002, toolbar);
-    state.Enable(false);
-    state.SetCheck(1);
-    EXPECT_EQ(SendMessageW(toolbar, TB_GETSTATE, 1001, 0), TBSTATE_ENABLED);
-    EXPECT_EQ(SendMessageW(toolbar, TB_GETSTATE, 1002, 0), TBSTATE_CHECKED);
-    state.Enable(true);
-    state.SetCheck(0);
-    EXPECT_EQ(SendMessageW(toolbar, TB_GETSTATE, 1002, 0), TBSTATE_ENABLED);
+TEST_F(CommandState, OfToolbarButtonsIsAskedForWithTheirToolbar) {
+    BToolbar toolbar;
+    ASSERT_NE(toolbar.Create(frame.hwnd, nullptr, 3), nullptr);
+    SendMessageW(toolbar.hwnd, TB_BUTTONSTRUCTSIZE, sizeof(TBBUTTON), 0);
+    TBBUTTON buttons[3] = {};
+    buttons[0].idCommand = kNew;
+    buttons[1].fsStyle = TBSTYLE_SEP;
+    buttons[2].idCommand = kOpen;
+    buttons[0].fsState = buttons[2].fsState = TBSTATE_ENABLED;
+    SendMessageW(toolbar.hwnd, TB_ADDBUTTONSW, 3, reinterpret_cast<LPARAM>(buttons));
+    frame.answered = kNew;
+    Take();
+    toolbar.UpdateCommandStates();
+    EXPECT_EQ(Take(), (Log{"frame update 3", "frame update 1002", "frame update 0", "frame update 1001"}));
+    EXPECT_EQ(SendMessageW(toolbar.hwnd, TB_GETSTATE, kNew, 0), TBSTATE_CHECKED);
+    EXPECT_EQ(SendMessageW(toolbar.hwnd, TB_GETSTATE, kOpen, 0), TBSTATE_ENABLED);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "toolkit/window.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quilla::test {
@@ -17,9 +18,7 @@ class Recorder : public Base {
 
     LRESULT OnCommand(int id, int code, HWND control) override {
         log_.push_back(name_ + " command " + std::to_string(id) + "/" + std::to_string(code));
-        if (id == handledCommand)
-            return 0;
-        return Base::OnCommand(id, code, control);
+        return id == handledCommand ? 0 : Base::OnCommand(id, code, control);
     }
 
     LRESULT OnNotify(NMHDR& header) override {
@@ -36,11 +35,10 @@ class Recorder : public Base {
     }
 
     LRESULT OnMessage(BMessage& message) override {
-        if (message.message == loggedMessage)
-            log_.push_back(name_ + " message");
-        if (message.message == loggedMessage && messageResult)
-            return messageResult;
-        return Base::OnMessage(message);
+        if (message.message != loggedMessage)
+            return Base::OnMessage(message);
+        log_.push_back(name_ + " message");
+        return messageResult ? messageResult : Base::OnMessage(message);
     }
 
     int handledCommand = -1;

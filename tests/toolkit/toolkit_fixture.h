@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/toolkit/dialog_template.h"
+#include "tests/toolkit/recorder.h"
 #include "toolkit/application.h"
 #include "toolkit/window.h"
 
@@ -124,7 +124,11 @@ class ToolkitTest : public ::testing::Test {
                       : ::testing::AssertionFailure() << "window not activated";
     }
 
+    /// What recorders have written down since the last call.
+    Log Take() { return std::exchange(log, {}); }
+
     TestApplication application;
+    Log log;
 };
 
 /// Presses keys in order and lets them go in the opposite order, by the system's input queue.
