@@ -1,83 +1,79 @@
 // The platform's file dialogs behind the browse buttons and the Open command.
 
+#include "ui/file_picker.h"
+
 #include "tests/ui/ui_fixture.h"
 #include "toolkit/browse_button.h"
-#include "ui/file_picker.h"
 
 namespace quilla {
 namespace {
 
 using namespace test;
 
-class FilePickerTest : public UiTest {
-  protected:
-    /// Types a name into the file dialog as soon as it is open and presses a button.
-    class Answer {
-      public:
-        Answer(std::wstring fileName, int button) : name_(std::move(fileName)), button_(button) {
-            current_ = this;
-            timer_ = SetTimer(nullptr, 0, 20, OnTimer);
-        }
-        ~Answer() {
-            KillTimer(nullptr, timer_);
-            current_ = nullptr;
-        }
-        Answer(const Answer&) = delete;
-        Answer& operator=(const Answer&) = delete;
+/// While it lives, types a name into the file dialog that opens and presses a button of it.
+class Answer {
+  public:
+    explicit Answer(std::wstring fileName, int button = IDOK) : name_(std::move(fileName)), button_(button) {
+        current_ = this;
+        timer_ = SetTimer(nullptr, 0, 20, OnTimer);
+    }
+    ~Answer() {
+        EXPECT_TRUE(isGiven_);
+        KillTimer(nullptr, timer_);
+    }
+    Answer(const Answer&) = delete;
+    Answer& operator=(const Answer&) = delete;
 
-        std::wstring shownName;
-        std::wstring caption;
-        bool answered = false;
+    std::wstring proposed; ///< what stood in the field
 
-      private:
-        static constexpr int kNameEdit = 0x480;  // edt1 of the common dialogs' templates
-        static constexpr int kNameCombo = 0x47C; // cmb13
+  private:
+    static HWND NameField(HWND dialog) {
+        constexpr int kNameEdit = 0x480;  // edt1 of the common dialogs' templates
+        constexpr int kNameCombo = 0x47C; // cmb13
+        const HWND edit = GetDlgItem(dialog, kNameEdit);
+        return edit ? edit : GetDlgItem(dialog, kNameCombo);
+    }
 
-        static HWND NameField(HWND dialog) {
-            const HWND edit = GetDlgItem(dialog, kNameEdit);
-            return edit ? edit : GetDlgItem(dialog, kNameCombo);
-        }
+    static void CALLBACK OnTimer(HWND, UINT, UINT_PTR, DWORD) {
+        Answer& self = *current_;
+        const HWND dialog = OpenDialog();
+        const HWND field = NameField(dialog);
+        if (!field || self.isGiven_)
+            return;
+        self.isGiven_ = true;
+        self.proposed = TextOf(field);
+        SetWindowTextW(field, self.name_.c_str());
+        PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(self.button_),
+                     reinterpret_cast<LPARAM>(GetDlgItem(dialog, self.button_)));
+    }
 
-        static void CALLBACK OnTimer(HWND, UINT, UINT_PTR, DWORD) {
-            Answer& self = *current_;
-            const HWND dialog = OpenDialog();
-            const HWND field = NameField(dialog);
-            if (!field || self.answered)
-                return;
-            self.answered = true;
-            self.shownName = TextOf(field);
-            self.caption = TextOf(dialog);
-            if (!self.name_.empty())
-                SetWindowTextW(field, self.name_.c_str());
-            PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(self.button_),
-                         reinterpret_cast<LPARAM>(GetDlgItem(dialog, self.button_)));
-        }
-
-        static inline Answer* current_ = nullptr;
-        std::wstring name_;
-        int button_;
-        UINT_PTR timer_ = 0;
-    };
+    static inline Answer* current_ = nullptr;
+    std::wstring name_;
+    int button_;
+    bool isGiven_ = false;
+    UINT_PTR timer_ = 0;
 };
+
+class FilePickerTest : public UiTest {};
 
 TEST_F(FilePickerTest, OpensAndSaves) {
     const std::wstring path = folder.MakeFile(L"a.raw", 10);
     {
-        const Answer answer(path, IDOK);
+        const Answer answer(path);
         ASSERT_TRUE(picker.Open(nullptr));
-        EXPECT_STREQ(picker.FileName(), path.c_str());
-        EXPECT_EQ(answer.shownName, L"") << "a name of an earlier call must not show";
+        EXPECT_EQ(picker.FileName(), path);
     }
     {
-        const Answer answer(folder.File(L"new"), IDOK);
-        ASSERT_TRUE(picker.Save(nullptr, L"proposal"));
-        EXPECT_EQ(answer.shownName, L"proposal");
+        const Answer answer(folder.File(L"new"));
+        ASSERT_TRUE(picker.Save(nullptr, nullptr));
+        EXPECT_EQ(answer.proposed, L"") << "the name of an earlier call must not show";
         EXPECT_EQ(picker.FileName(), folder.File(L"new.raw")) << "the filter's extension";
     }
     picker.SetFilter(kKeyFilter);
     {
-        const Answer answer(folder.File(L"new"), IDOK);
-        ASSERT_TRUE(picker.Save(nullptr, nullptr));
+        const Answer answer(folder.File(L"new"));
+        ASSERT_TRUE(picker.Save(nullptr, L"proposal"));
+        EXPECT_EQ(answer.proposed, L"proposal");
         EXPECT_EQ(picker.FileName(), folder.File(L"new.key"));
     }
     const Answer answer(L"", IDCANCEL);
@@ -86,26 +82,22 @@ TEST_F(FilePickerTest, OpensAndSaves) {
 
 TEST_F(FilePickerTest, BrowsingSetsBothFields) {
     OpenMainWindow();
-    const Answer answer(folder.File(L"chosen"), IDOK);
+    const Answer answer(folder.File(L"chosen"));
     Command(IDM_NEW, {InDialog([&] {
-                          SendMessageW(GetDlgItem(OpenDialog(), IDC_VOLUME), WM_COMMAND, kBrowseCommand, 0);
-                      }),
-                      InDialog([&] {
-                          EXPECT_EQ(FieldTextOf(IDC_VOLUME), folder.File(L"chosen.raw"));
-                          EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"chosen.key"));
-                          Press(IDCANCEL);
-                      })});
-    EXPECT_TRUE(answer.answered);
-    EXPECT_EQ(picker.Flags(), DWORD{OFN_OVERWRITEPROMPT | OFN_HIDEREADONLY | OFN_PATHMUSTEXIST});
+                SendMessageW(GetDlgItem(OpenDialog(), IDC_VOLUME), WM_COMMAND, kBrowseCommand, 0);
+                EXPECT_EQ(FieldTextOf(IDC_VOLUME), folder.File(L"chosen.raw"));
+                EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"chosen.key"));
+                Press(IDCANCEL);
+            })});
 }
 
-TEST_F(FilePickerTest, TheOpenCommandListsTheVolume) {
+TEST_F(FilePickerTest, OpenListsAVolumeThatWasClosed) {
     OpenMainWindow();
     const std::wstring path = AddVolume(L"a");
     Select(0);
     Command(IDM_CLOSE);
     ASSERT_EQ(CountRows(), 0);
-    const Answer answer(path, IDOK);
+    const Answer answer(path);
     Command(IDM_OPEN);
     ASSERT_EQ(CountRows(), 1);
     EXPECT_EQ(Cell(0, 0), path);

@@ -40,10 +40,6 @@ inline HWND OpenDialog() {
     return found;
 }
 
-inline bool IsDialogOpen() {
-    return OpenDialog() != nullptr;
-}
-
 /// A control of the open dialog; of a file field, its edit.
 inline HWND Control(int id) {
     const HWND control = GetDlgItem(OpenDialog(), id);
@@ -155,12 +151,11 @@ class UiTest : public ToolkitTest {
         return record.Path;
     }
 
-    [[nodiscard]] HWND List() const {
-        return FindWindowExW(window->hwnd, nullptr, L"SysListView32", nullptr);
+    [[nodiscard]] HWND Part(const wchar_t* className) const {
+        return FindWindowExW(window->hwnd, nullptr, className, nullptr);
     }
-    [[nodiscard]] HWND Toolbar() const {
-        return FindWindowExW(window->hwnd, nullptr, L"ToolbarWindow32", nullptr);
-    }
+    [[nodiscard]] HWND List() const { return Part(L"SysListView32"); }
+    [[nodiscard]] HWND Toolbar() const { return Part(L"ToolbarWindow32"); }
     [[nodiscard]] int CountRows() const { return ListView_GetItemCount(List()); }
 
     [[nodiscard]] std::wstring Cell(int row, int column) const {
@@ -183,6 +178,14 @@ class UiTest : public ToolkitTest {
             ListView_SetItemState(List(), row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
     }
 
+    /// A notification of the list.
+    template <typename Notification>
+    void Notify(Notification& notification, UINT code) const {
+        notification.hdr = {List(), static_cast<UINT_PTR>(GetDlgCtrlID(List())), code};
+        SendMessageW(window->hwnd, WM_NOTIFY, notification.hdr.idFrom,
+                     reinterpret_cast<LPARAM>(&notification));
+    }
+
     /// Sends a command as a menu does.
     void Command(int id) const { SendMessageW(window->hwnd, WM_COMMAND, static_cast<WPARAM>(id), 0); }
 
@@ -195,7 +198,8 @@ class UiTest : public ToolkitTest {
 
     /// A step in the dialog that is open, with its command states up to date as the idle program has them.
     static Step InDialog(std::function<void()> action) {
-        return {IsDialogOpen, [action = std::move(action)] {
+        return {[] { return OpenDialog() != nullptr; },
+                [action = std::move(action)] {
                     if (BWindow* const dialog = ObjectFromHandle(OpenDialog()))
                         dialog->UpdateCommandStates();
                     action();
