@@ -243,7 +243,7 @@ TEST(ChannelPeer, DISABLED_SendsLate) {
     const UniqueMapping mapping = OpenRequestMapping(existed);
     const UniqueEvent ready(OpenEventW(EVENT_MODIFY_STATE, FALSE, kReadyEvent));
     ASSERT_TRUE(SetEvent(ready.Get()));
-    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the other side waits for the mutex by then
+    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // the other side waits for the mutex by then
     EXPECT_EQ(SendMessageW(TargetOfPeer(), 0x8002, 0, 0), 0);
 }
 
