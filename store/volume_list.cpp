@@ -85,6 +85,10 @@ int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
         RefreshListed(record);
         return UpdateVolumeRow(list, row, record);
     }
+    return AddNewVolume(list, path, keyPath);
+}
+
+int AddNewVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
     VolumeRecord record{};
     CopyText(record.Path, path);
     CopyText(record.KeyPath, keyPath);

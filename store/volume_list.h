@@ -20,6 +20,9 @@ class BListView;
 /// stays mounted. Returns the row.
 int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath);
 
+/// The same for a path that is known not to be on the list.
+int AddNewVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath);
+
 /// Writes a record's texts and mounted mark into a row that owns the record from then on; row -1 appends one.
 /// Returns the row.
 int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record);

@@ -18,6 +18,7 @@ import signal
 import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 import unittest
@@ -214,11 +215,15 @@ class Desktop:
 
     def tool(self, *command, limit=120, check=True):
         """Runs a program of the Unix side in the run's surroundings."""
-        result = subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.STDOUT, timeout=limit, text=True, errors="replace", check=False)
-        if check and result.returncode:
-            raise Failure(f"{' '.join(command[:3])} ... ended with {result.returncode}:\n{result.stdout.strip()}")
-        return result.stdout
+        # A pipe would stay open for as long as Wine's services live if this happens to be what starts them.
+        with tempfile.TemporaryFile("w+", errors="replace") as output:
+            code = subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=output,
+                                  stderr=subprocess.STDOUT, timeout=limit, check=False).returncode
+            output.seek(0)
+            told = output.read()
+        if check and code:
+            raise Failure(f"{' '.join(command[:3])} ... ended with {code}:\n{told.strip()}")
+        return told
 
     def __exit__(self, *error):
         if self.desk:
