@@ -50,8 +50,8 @@ void LoadVolumeList(BListView& list) {
         return;
     const UniqueRegistryKey key(opened);
     DWORD count = 0;
-    RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, nullptr, nullptr,
-                     nullptr, nullptr);
+    RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, nullptr,
+                     nullptr, nullptr, nullptr);
     SeenPaths seen(count);
     for (DWORD index = 0;; ++index) {
         StoredVolume volume;

@@ -8,9 +8,9 @@
 
 namespace quilla {
 
-/// Tells of nearly every path that is new that it is, without a look at the rows, so that loading a list takes
-/// time in proportion to its length. Only hashes are kept: it may take a new path for a known one, never the
-/// other way round.
+/// Tells of nearly every path that is new that it is, without a look at the rows, so that loading a list
+/// takes time in proportion to its length. Only hashes are kept: it may take a new path for a known one,
+/// never the other way round.
 class SeenPaths {
   public:
     /// Room for so many paths.

@@ -157,5 +157,25 @@ TEST_F(VolumeStoreTest, LoadsAroundWhatNamesNoVolume) {
     EXPECT_EQ(Load().size(), 1U);
 }
 
+LRESULT CALLBACK CountQuestions(HWND list, UINT message, WPARAM wide, LPARAM data, UINT_PTR,
+                                DWORD_PTR count) {
+    *reinterpret_cast<int*>(count) += message == LVM_GETITEMW;
+    return DefSubclassProc(list, message, wide, data);
+}
+
+/// Or a list twice as long would take four times as long.
+TEST_F(VolumeStoreTest, LoadsALongListWithoutComparingItsRows) {
+    constexpr int kVolumes = 500;
+    for (int i = 0; i < kVolumes; ++i)
+        SetValue(L"C:\\gone\\Volume " + std::to_wstring(i) + L".raw", REG_SZ, L"", 2);
+    test::ListWindow window;
+    int questions = 0;
+    SetWindowSubclass(window.list.hwnd, CountQuestions, 0, reinterpret_cast<DWORD_PTR>(&questions));
+    LoadVolumeList(window.list);
+    EXPECT_EQ(window.CountRows(), kVolumes);
+    EXPECT_LE(questions, kVolumes);
+    RemoveWindowSubclass(window.list.hwnd, CountQuestions, 0);
+}
+
 } // namespace
 } // namespace quilla
