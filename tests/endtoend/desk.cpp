@@ -10,6 +10,7 @@
 //                           answers process, caption, text, or "none"
 //   window                  the serving window: process, handle, visible, title; or "none"
 //   send MESSAGE W L        sends a message to the serving window and answers its result
+//   key CODE                has the list of the serving window take a key
 //   objects PID             open handles, windows and drawing objects of a process
 //   header                  where the list's header is on the screen: left, bottom, height
 //   focus                   the title of the foreground window, if a window of its thread has the keyboard
@@ -123,6 +124,14 @@ Words Send(const Words& words) {
     return {
         std::to_string(SendMessageW(window, static_cast<UINT>(std::stoul(words[1], nullptr, 0)),
                                     std::stoull(words[2], nullptr, 0), std::stoll(words[3], nullptr, 0)))};
+}
+
+Words Key(const Words& words) {
+    const HWND list = FindWindowExW(ServingWindow(), nullptr, L"SysListView32", nullptr);
+    if (!list || words.size() != 2)
+        return {"none"};
+    SendMessageW(list, WM_KEYDOWN, std::stoul(words[1]), 0);
+    return {"pressed"};
 }
 
 std::string FromHex(std::string_view hex) {
@@ -328,7 +337,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"exchange", RunExchange}, {"box", Box},     {"window", Window}, {"send", Send},
-    {"objects", Objects},      {"focus", Focus}, {"header", Header},
+    {"objects", Objects},      {"focus", Focus}, {"header", Header}, {"key", Key},
 };
 
 Words Run(const Words& words) {

@@ -32,6 +32,7 @@ LIMIT = 60  # seconds until something that should happen soon counts as not happ
 SKIPPED = 77  # what CTest takes for "skipped"
 
 WM_CLOSE = 0x0010
+WM_COMMAND = 0x0111
 
 CIPHER_NONE, CIPHER_CAST128, CIPHER_TWOFISH = 0, 6, 10
 CIPHER_NAMES = {CIPHER_NONE: "none", CIPHER_CAST128: "CAST-128", CIPHER_TWOFISH: "Twofish"}
