@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace quilla::test {
@@ -24,6 +25,7 @@ class MemoryDevice final : public BlockDevice {
         if (!IsFit(offset, buffer.size()) || Meets(offset, buffer.size()))
             return false;
         std::memcpy(buffer.data(), bytes.data() + offset, buffer.size());
+        std::this_thread::yield(); // lets others in between the halves of a read-modify-write
         return true;
     }
 

@@ -7,12 +7,6 @@
 #include <functional>
 #include <thread>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <filesystem>
-#endif
-
 namespace quilla::test {
 namespace {
 
@@ -24,17 +18,6 @@ bool Await(const std::function<bool()>& condition) {
         if (condition())
             return true;
     return false;
-}
-
-std::size_t CountHandles() {
-#ifdef _WIN32
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return count;
-#else
-    const std::filesystem::directory_iterator files("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
-#endif
 }
 
 class NbdServerTest : public ServerTest {
@@ -100,7 +83,6 @@ TEST_F(NbdServerTest, StopCompletesWhatIsInFlight) {
     ASSERT_TRUE(reader.Send(reads.Get()));
     ASSERT_TRUE(writer.SendRequest(kCmdWrite, 1 << 20, 4096, Bytes(4096, 0x42)));
     device.AwaitRequestAtGate();
-    ASSERT_TRUE(Await([&] { return true; }));
     std::this_thread::sleep_for(100ms);
     NbdStopReport report;
     std::thread stopper([&] { report = server.Stop(); });
@@ -130,41 +112,6 @@ TEST_F(NbdServerTest, StopDoesNotWaitForPeersThatStall) {
     const auto start = Clock::now();
     EXPECT_EQ(server.Stop().clientsCutOff, 2U);
     EXPECT_LT(Clock::now() - start, 4s);
-}
-
-TEST_F(NbdServerTest, StopsUnderLoad) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 6; ++i)
-        threads.emplace_back([this, i] {
-            NbdClient client = Connect();
-            if (!client.Enter(kName))
-                return;
-            const Bytes payload(65536, static_cast<std::uint8_t>(i));
-            while (client.Write(static_cast<std::uint64_t>(i) << 20, payload) == kOk)
-                if (!client.Read(static_cast<std::uint64_t>(i) << 20, 65536))
-                    break;
-        });
-    ASSERT_TRUE(Await([this] { return server.ConnectedClients() == 6; }));
-    std::this_thread::sleep_for(50ms);
-    const auto start = Clock::now();
-    EXPECT_EQ(server.Stop().clientsCutOff, 6U);
-    EXPECT_LT(Clock::now() - start, 4s);
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
-TEST_F(NbdServerTest, StartsAgainAndAgainWithoutGrowth) {
-    std::size_t handles = 0;
-    for (int i = 0; i < 60; ++i) {
-        server.Stop();
-        ASSERT_TRUE(server.Start());
-        NbdClient client = Connect();
-        ASSERT_TRUE(client.Enter(kName));
-        ASSERT_EQ(client.Read(0, 512), Stored(0, 512));
-        if (i == 9)
-            handles = CountHandles();
-    }
-    EXPECT_LE(CountHandles(), handles + 4);
 }
 
 TEST_F(NbdServerTest, SectorsAreAtomicUnderEightClients) {

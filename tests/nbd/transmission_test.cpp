@@ -65,18 +65,28 @@ TEST_F(TransmissionTest, ServesABatchInOrder) {
     }
 }
 
-TEST_F(TransmissionTest, ServesRequestsThatArriveByteByByte) {
+TEST_F(TransmissionTest, ServesHandshakeAndRequestsThatArriveByteByByte) {
+    const Bytes info = InfoData(kName);
     const Bytes payload = Pattern(700, 3);
     const Bytes script = Message()
+                             .Put32(3)
+                             .Put("IHAVEOPT")
+                             .Put32(kOptGo)
+                             .Put32(info.size())
+                             .Put(info)
                              .Put(RequestBytes(kCmdWrite, 300, 700, kFua, 5))
                              .Put(payload)
                              .Put(RequestBytes(kCmdRead, 300, 700, 0, 6))
                              .Get();
+    NbdClient slow = Connect();
+    ASSERT_TRUE(slow.Receive(18));
     for (const std::uint8_t byte : script)
-        ASSERT_TRUE(client.Send({byte}));
-    EXPECT_EQ(client.ReceiveReply(5), kOk);
-    EXPECT_EQ(client.ReceiveReply(6), kOk);
-    EXPECT_EQ(client.Receive(700), payload);
+        ASSERT_TRUE(slow.Send({byte}));
+    EXPECT_EQ(slow.ReceiveAnswer()->result, kRepInfo);
+    EXPECT_EQ(slow.ReceiveAnswer()->result, kRepAck);
+    EXPECT_EQ(slow.ReceiveReply(5), kOk);
+    EXPECT_EQ(slow.ReceiveReply(6), kOk);
+    EXPECT_EQ(slow.Receive(700), payload);
 }
 
 TEST_F(TransmissionTest, ChecksBoundsFlagsAndLengths) {
@@ -92,25 +102,20 @@ TEST_F(TransmissionTest, ChecksBoundsFlagsAndLengths) {
         {kCmdRead, 0, kSize, 0, kOk},
         {kCmdRead, 0, kSize, 1, kEinval},
         {kCmdRead, 0, kSize - 1, 2, kEinval},
-        {kCmdRead, 0, kFar, 1, kEinval},
         {kCmdRead, 0, kFar - 511, 512, kEinval},
-        {kCmdRead, 0, kFar, 0xFFFFFFFF, kEinval},
         {kCmdRead, 0, 0, 0xFFFFFFFF, kEinval},
         {kCmdRead, 0, 0, (32U << 20) + 1, kEinval},
         {kCmdRead, kDontFragment, 0, 512, kEinval},
         {kCmdWrite, 0, kSize, 512, kEnospc},
         {kCmdWrite, 0, kSize - 511, 512, kEnospc},
-        {kCmdWrite, 0, kFar, 4096, kEnospc},
         {kCmdWrite, 0, 0, (32U << 20) + 512, kEinval},
         {kCmdWrite, 0x8000, 0, 4096, kEinval},
-        {kCmdWriteZeroes, 0, kSize, 1, kEnospc},
         {kCmdWriteZeroes, 0, 1, kSize, kEnospc},
         {kCmdWriteZeroes, 0, 0, 0xFFFFFFFF, kEnospc},
         {kCmdWriteZeroes, 0, kFar, 0xFFFFFFFF, kEnospc},
         {kCmdWriteZeroes, 16, 0, 512, kEinval},
         {kCmdTrim, 0, 0, 512, kEinval},
         {5, 0, 0, 512, kEinval},
-        {7, 0, 0, 512, kEinval},
         {0xFFFF, 0xFFFF, kFar, 0xFFFFFFFF, kEinval},
         {kCmdFlush, 0, 0, 0, kOk},
     };
@@ -164,17 +169,14 @@ TEST_F(TransmissionTest, FlushesWhenToldAndSaysWhenItFails) {
     EXPECT_EQ(client.Read(0, 512), Bytes(512));
 }
 
-TEST_F(TransmissionTest, GoodbyeAnswersWhatCameBefore) {
-    ASSERT_TRUE(client.Send(
-        Message().Put(RequestBytes(kCmdFlush, 0, 0)).Put(RequestBytes(kCmdDisconnect, 0, 0)).Get()));
-    EXPECT_EQ(client.ReceiveReply(), kOk);
-    EXPECT_TRUE(client.IsClosed());
-}
-
-TEST_F(TransmissionTest, ABadMagicEndsTheConnection) {
-    ASSERT_TRUE(client.Send(Message().Put(RequestBytes(kCmdFlush, 0, 0)).Put(Bytes(28, 0x25)).Get()));
-    EXPECT_EQ(client.ReceiveReply(), kOk);
-    EXPECT_TRUE(client.IsClosed());
+TEST_F(TransmissionTest, GoodbyesAndNonsenseEndTheConnectionBehindTheLastReply) {
+    for (const Bytes& last : {RequestBytes(kCmdDisconnect, 0, 0), Bytes(28, 0x25)}) {
+        NbdClient other = Connect();
+        ASSERT_TRUE(other.Enter(kName));
+        ASSERT_TRUE(other.Send(Message().Put(RequestBytes(kCmdFlush, 0, 0)).Put(last).Get()));
+        EXPECT_EQ(other.ReceiveReply(), kOk);
+        EXPECT_TRUE(other.IsClosed());
+    }
 }
 
 TEST_F(TransmissionTest, APeerThatGoesAwayAmidAWriteChangesNothingElse) {
