@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host demo test bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -22,6 +22,11 @@ demo: windows
 
 test: windows host
 	@tools/run-tests
+
+tsan: packages
+	@cmake --preset tsan >/dev/null
+	@cmake --build --preset tsan -j $(JOBS)
+	@ctest --preset tsan -j $(JOBS)
 
 bench: packages
 	@tools/run-benchmarks
