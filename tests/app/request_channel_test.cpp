@@ -5,6 +5,7 @@
 #include "app/request_channel.h"
 #include "driver/window_messages.h"
 #include "platform/win32/handle.h"
+#include "tests/support/program.h"
 
 #include <algorithm>
 #include <chrono>
@@ -13,10 +14,12 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace quilla {
 namespace {
+
+using test::Program;
+using test::WaitUntil;
 
 constexpr wchar_t kTargetVariable[] = L"QUILLA_TEST_TARGET";
 constexpr wchar_t kReadyEvent[] = L"Quilla test: mutex taken";
@@ -44,18 +47,13 @@ class Target {
     Target& operator=(const Target&) = delete;
 
     /// Serves until a process has ended; returns its exit code.
-    static DWORD ServeUntilEnd(HANDLE process) {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (MsgWaitForMultipleObjects(1, &process, FALSE, 1000, QS_ALLINPUT) != WAIT_OBJECT_0) {
-            MSG message;
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageW(&message);
-            if (std::chrono::steady_clock::now() > limit)
-                TerminateProcess(process, 99);
-        }
-        DWORD code = 98;
-        GetExitCodeProcess(process, &code);
-        return code;
+    static DWORD ServeUntilEnd(const Program& peer) {
+        EXPECT_TRUE(WaitUntil([&] {
+            MSG ignored; // requests are sent, not posted: looking for messages serves them
+            PeekMessageW(&ignored, nullptr, 0, 0, PM_REMOVE);
+            return peer.HasEnded();
+        }));
+        return peer.Wait();
     }
 
     HWND hwnd = nullptr;
@@ -99,20 +97,12 @@ VolumeRecord SampleRecord() {
 }
 
 /// Starts one of the disabled tests below as a process of its own.
-UniqueProcess StartPeer(const Target& target, const wchar_t* test) {
+Program StartPeer(const Target& target, const std::wstring& test) {
     SetEnvironmentVariableW(kTargetVariable,
                             std::to_wstring(reinterpret_cast<std::uintptr_t>(target.hwnd)).c_str());
     wchar_t program[MAX_PATH];
     GetModuleFileNameW(nullptr, program, MAX_PATH);
-    std::wstring line = L"\"" + std::wstring(program) +
-                        L"\" --gtest_also_run_disabled_tests --gtest_filter=ChannelPeer.DISABLED_" + test;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    EXPECT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                               &started));
-    CloseHandle(started.hThread);
-    return UniqueProcess(started.hProcess);
+    return Program(program, L"--gtest_also_run_disabled_tests --gtest_filter=ChannelPeer.DISABLED_" + test);
 }
 
 HWND TargetOfPeer() {
@@ -204,12 +194,12 @@ TEST(RequestChannelTest, ServesProcessesInARowAndAtOnce) {
     for (int i = 0; i < 3; ++i) {
         VolumeRecord record = SampleRecord();
         channel.SendQueryVolume(record);
-        EXPECT_EQ(Target::ServeUntilEnd(StartPeer(target, L"Queries").Get()), 0U);
+        EXPECT_EQ(Target::ServeUntilEnd(StartPeer(target, L"Queries")), 0U);
     }
-    const UniqueProcess one = StartPeer(target, L"Queries");
-    const UniqueProcess other = StartPeer(target, L"Queries");
-    EXPECT_EQ(Target::ServeUntilEnd(one.Get()), 0U);
-    EXPECT_EQ(Target::ServeUntilEnd(other.Get()), 0U);
+    const Program one = StartPeer(target, L"Queries");
+    const Program other = StartPeer(target, L"Queries");
+    EXPECT_EQ(Target::ServeUntilEnd(one), 0U);
+    EXPECT_EQ(Target::ServeUntilEnd(other), 0U);
     EXPECT_EQ(target.requests, 3 + 5 * 2);
 }
 
@@ -218,11 +208,11 @@ TEST(RequestChannelTest, AnswersOthersWhileItWaits) {
     Target target([](std::byte*) { return LRESULT{0}; });
     RequestChannel channel(target.hwnd);
     const UniqueEvent ready(CreateEventW(nullptr, TRUE, FALSE, kReadyEvent));
-    const UniqueProcess peer = StartPeer(target, L"SendsLate");
+    const Program peer = StartPeer(target, L"SendsLate");
     ASSERT_EQ(WaitForSingleObject(ready.Get(), 30'000), WAIT_OBJECT_0);
     channel.SendCheckTimeouts();
     EXPECT_EQ(target.requests, 2);
-    EXPECT_EQ(Target::ServeUntilEnd(peer.Get()), 0U);
+    EXPECT_EQ(Target::ServeUntilEnd(peer), 0U);
 }
 
 // The other processes of the tests above; they are started with a target window in their environment.

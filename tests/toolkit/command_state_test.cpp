@@ -9,10 +9,7 @@
 namespace quilla {
 namespace {
 
-using test::Frame;
-using test::Log;
-using test::Owned;
-using test::Recorder;
+using namespace test;
 
 constexpr int kEdit = 8;
 constexpr int kCheckBox = 33;
@@ -36,7 +33,7 @@ class Answering : public Recorder<Frame> {
     bool isEnabled = false;
 };
 
-class CommandState : public test::ToolkitTest {
+class CommandState : public ToolkitTest {
   protected:
     void SetUp() override {
         ASSERT_NE(frame.Create(), nullptr);
@@ -58,7 +55,7 @@ TEST_F(CommandState, OfControlsIsAskedForAtTheOutermostObject) {
     EXPECT_EQ(Take().size(), 3U) << "the panel and what is in it, bound or not";
     EXPECT_FALSE(IsWindowEnabled(checkBox));
     EXPECT_EQ(SendMessageW(checkBox, BM_GETCHECK, 0, 0), BST_CHECKED);
-    EXPECT_EQ(test::TextOf(checkBox), L"answered");
+    EXPECT_EQ(TextOf(checkBox), L"answered");
 
     frame.answered = kEdit;
     for (const bool isEnabled : {false, true}) {

@@ -8,11 +8,7 @@
 namespace quilla {
 namespace {
 
-using test::Frame;
-using test::Log;
-using test::Owned;
-using test::Recorder;
-using test::TextOf;
+using namespace test;
 
 constexpr int kDialog = 100;
 constexpr int kFirstEdit = 10;
@@ -53,7 +49,7 @@ bool IsQuitPosted() {
     return PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_NOREMOVE) != FALSE;
 }
 
-class Dialog : public test::ToolkitTest {
+class Dialog : public ToolkitTest {
   protected:
     void SetUp() override {
         ASSERT_NE(frame.Create(), nullptr);
@@ -61,7 +57,7 @@ class Dialog : public test::ToolkitTest {
         dialog.owner = frame.hwnd;
     }
 
-    static test::Step WhenActive(const TestDialog& dialog, std::function<void()> action) {
+    static Step WhenActive(const TestDialog& dialog, std::function<void()> action) {
         return {[&dialog] { return dialog.hwnd && GetForegroundWindow() == dialog.hwnd; }, std::move(action)};
     }
 
@@ -108,8 +104,8 @@ TEST_F(Dialog, LoopIsIdleOnceEachTimeTheQueueRunsDry) {
 TEST_F(Dialog, EndsWithTheResultOfTheUsersChoice) {
     EXPECT_EQ(RunAnd([&] { PostMessageW(dialog.hwnd, WM_SYSCOMMAND, SC_CLOSE, 0); }), 2) << "the close box";
     EXPECT_EQ(GetActiveWindow(), frame.hwnd);
-    EXPECT_EQ(RunAnd([&] { test::PressKeys({VK_ESCAPE}); }), 2);
-    EXPECT_EQ(RunAnd([&] { test::PressKeys({VK_RETURN}); }), 1);
+    EXPECT_EQ(RunAnd([&] { PressKeys({VK_ESCAPE}); }), 2);
+    EXPECT_EQ(RunAnd([&] { PressKeys({VK_RETURN}); }), 1);
     EXPECT_EQ(RunAnd([&] { SendMessageW(GetDlgItem(dialog.hwnd, IDOK), BM_CLICK, 0, 0); }), 1);
     EXPECT_EQ(RunAnd([&] { dialog.EndDialog(-5); }), -5);
     EXPECT_EQ(RunAnd([&] {
@@ -144,13 +140,15 @@ TEST_F(Dialog, MissingTemplateCountsAsCancelled) {
 }
 
 TEST_F(Dialog, CaptureIsCancelledBeforeTheLoop) {
-    frame.loggedMessage = WM_CANCELMODE;
+    Owned<Recorder<Frame>> holder(log, "holder");
+    ASSERT_NE(holder.Create(), nullptr);
+    holder.loggedMessage = WM_CANCELMODE;
     dialog.onAttach = [&] {
-        SetCapture(frame.hwnd);
+        SetCapture(holder.hwnd);
         Take();
     };
     RunAnd([&] {
-        EXPECT_EQ(Take(), (Log{"frame message"}));
+        EXPECT_EQ(Take(), (Log{"holder message"}));
         EXPECT_EQ(GetCapture(), nullptr);
         dialog.EndDialog(0);
     });
@@ -190,7 +188,7 @@ TEST_F(Dialog, ModelessOkDestroysItAndPostsNoQuit) {
     }
     ASSERT_NE(dialog.Create(), nullptr);
     ASSERT_TRUE(Activate(dialog.hwnd));
-    test::PressKeys({VK_ESCAPE});
+    PressKeys({VK_ESCAPE});
     EXPECT_TRUE(PumpUntil([&] { return dialog.hwnd == nullptr; })) << "it has the keyboard interface, too";
 }
 

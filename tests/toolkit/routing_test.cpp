@@ -8,16 +8,13 @@
 namespace quilla {
 namespace {
 
-using test::Frame;
-using test::Log;
-using test::Owned;
-using test::Recorder;
+using namespace test;
 
 constexpr int kButtonId = 7;
 constexpr int kEditId = 8;
 
 /// A frame with a panel with an edit, and a button beside the panel.
-class Routing : public test::ToolkitTest {
+class Routing : public ToolkitTest {
   protected:
     void SetUp() override {
         ASSERT_NE(frame.Create(), nullptr);

@@ -12,12 +12,9 @@
 namespace quilla {
 namespace {
 
-using test::Frame;
-using test::Log;
-using test::Owned;
-using test::Recorder;
+using namespace test;
 
-class Window : public test::ToolkitTest {
+class Window : public ToolkitTest {
   protected:
     void SetUp() override { ASSERT_NE(frame.Create(), nullptr); }
     Owned<Frame> frame;
@@ -33,7 +30,7 @@ TEST_F(Window, LifeOfABinding) {
     EXPECT_EQ(object.hwnd, child);
     EXPECT_EQ(SendMessageW(child, 0x81C8, 0, 0), reinterpret_cast<LRESULT>(&object));
     EXPECT_EQ(GetDlgCtrlID(child), 42);
-    EXPECT_EQ(test::TextOf(child), L"name");
+    EXPECT_EQ(TextOf(child), L"name");
 
     object.Detach();
     EXPECT_TRUE(IsWindow(child));

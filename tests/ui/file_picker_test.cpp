@@ -1,7 +1,5 @@
 // The platform's file dialogs behind the browse buttons and the Open command.
 
-#include "ui/file_picker.h"
-
 #include "tests/ui/ui_fixture.h"
 #include "toolkit/browse_button.h"
 
@@ -54,45 +52,39 @@ class Answer {
     UINT_PTR timer_ = 0;
 };
 
-class FilePickerTest : public UiTest {};
+class FilePickerTest : public UiTest {
+  protected:
+    FilePickerTest() { OpenMainWindow(); }
+};
 
-TEST_F(FilePickerTest, OpensAndSaves) {
-    const std::wstring path = folder.MakeFile(L"a.raw", 10);
-    {
-        const Answer answer(path);
-        ASSERT_TRUE(picker.Open(nullptr));
-        EXPECT_EQ(picker.FileName(), path);
-    }
-    {
-        const Answer answer(folder.File(L"new"));
-        ASSERT_TRUE(picker.Save(nullptr, nullptr));
-        EXPECT_EQ(answer.proposed, L"") << "the name of an earlier call must not show";
-        EXPECT_EQ(picker.FileName(), folder.File(L"new.raw")) << "the filter's extension";
-    }
-    picker.SetFilter(kKeyFilter);
-    {
-        const Answer answer(folder.File(L"new"));
-        ASSERT_TRUE(picker.Save(nullptr, L"proposal"));
-        EXPECT_EQ(answer.proposed, L"proposal");
-        EXPECT_EQ(picker.FileName(), folder.File(L"new.key"));
-    }
-    const Answer answer(L"", IDCANCEL);
-    EXPECT_FALSE(picker.Open(nullptr));
-}
-
-TEST_F(FilePickerTest, BrowsingSetsBothFields) {
-    OpenMainWindow();
-    const Answer answer(folder.File(L"chosen"));
+TEST_F(FilePickerTest, BrowsingInTheNewDialogProposesAndTakesNames) {
+    const auto browse = [](int field) {
+        SendMessageW(GetDlgItem(OpenDialog(), field), WM_COMMAND, kBrowseCommand, 0);
+    };
     Command(IDM_NEW, {InDialog([&] {
-                SendMessageW(GetDlgItem(OpenDialog(), IDC_VOLUME), WM_COMMAND, kBrowseCommand, 0);
+                {
+                    Type(IDC_VOLUME, L"typed");
+                    const Answer answer(folder.File(L"chosen"));
+                    browse(IDC_VOLUME);
+                    EXPECT_EQ(answer.proposed, L"typed");
+                }
                 EXPECT_EQ(FieldTextOf(IDC_VOLUME), folder.File(L"chosen.raw"));
                 EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"chosen.key"));
+                {
+                    const Answer answer(folder.File(L"other"));
+                    browse(IDC_KEY);
+                }
+                EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"other.key"));
+                {
+                    const Answer answer(folder.File(L"unwanted"), IDCANCEL);
+                    browse(IDC_KEY);
+                }
+                EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"other.key"));
                 Press(IDCANCEL);
             })});
 }
 
 TEST_F(FilePickerTest, OpenListsAVolumeThatWasClosed) {
-    OpenMainWindow();
     const std::wstring path = AddVolume(L"a");
     Select(0);
     Command(IDM_CLOSE);

@@ -109,10 +109,8 @@ class UiTest : public ToolkitTest {
                                            ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES | ICC_UPDOWN_CLASS};
         InitCommonControlsEx(&classes);
         RegDeleteTreeW(HKEY_CURRENT_USER, kProgramKey);
-        watchdog_ = SetTimer(nullptr, 0, kLimitMilliseconds, EndStuckLoop);
     }
     ~UiTest() override {
-        KillTimer(nullptr, watchdog_);
         CloseMainWindow();
         RegDeleteTreeW(HKEY_CURRENT_USER, kProgramKey);
     }
@@ -231,18 +229,6 @@ class UiTest : public ToolkitTest {
     UiServices services{
         .driver = driver, .channel = channel, .picker = picker, .instanceEvent = instanceEvent};
     std::optional<MainWindow> window;
-
-  private:
-    static constexpr UINT kLimitMilliseconds = 30'000;
-
-    /// A dialog that nobody ends would stop the whole test program.
-    static void CALLBACK EndStuckLoop(HWND, UINT, UINT_PTR, DWORD) {
-        ADD_FAILURE() << "a loop did not end";
-        EndMenu();
-        PostQuitMessage(IDCANCEL);
-    }
-
-    UINT_PTR watchdog_ = 0;
 };
 
 } // namespace quilla::test
