@@ -15,16 +15,18 @@ using SectorBuffer = std::array<std::byte, kSectorSize>;
 constexpr SectorBuffer kZeroSector{};
 
 /// A range of bytes cut at sector boundaries: part of one sector, whole sectors, part of another.
+template <typename Length>
 struct Cut {
-    std::uint64_t head;
-    std::uint64_t whole;
-    std::uint64_t tail;
+    Length head;
+    Length whole;
+    Length tail;
 };
 
-Cut CutAtSectors(std::uint64_t offset, std::uint64_t length) {
-    const std::uint64_t toBoundary = (kSectorSize - offset % kSectorSize) % kSectorSize;
-    const std::uint64_t head = std::min(toBoundary, length);
-    const std::uint64_t tail = (length - head) % kSectorSize;
+template <typename Length>
+Cut<Length> CutAtSectors(std::uint64_t offset, Length length) {
+    const auto toBoundary = static_cast<Length>((kSectorSize - offset % kSectorSize) % kSectorSize);
+    const Length head = std::min(toBoundary, length);
+    const Length tail = (length - head) % kSectorSize;
     return {.head = head, .whole = length - head - tail, .tail = tail};
 }
 
@@ -35,7 +37,7 @@ std::uint64_t SectorStart(std::uint64_t offset) {
 } // namespace
 
 bool ByteDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
-    const Cut cut = CutAtSectors(offset, buffer.size());
+    const auto cut = CutAtSectors(offset, buffer.size());
     if (cut.head > 0 && !ReadInSector(offset, buffer.first(cut.head)))
         return false;
     if (cut.whole > 0) {
@@ -47,7 +49,7 @@ bool ByteDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
 }
 
 bool ByteDevice::Write(std::uint64_t offset, std::span<std::byte> payload) {
-    const Cut cut = CutAtSectors(offset, payload.size());
+    const auto cut = CutAtSectors(offset, payload.size());
     if (cut.head > 0 && !WriteInSector(offset, payload.first(cut.head)))
         return false;
     if (cut.whole > 0) {
@@ -60,15 +62,16 @@ bool ByteDevice::Write(std::uint64_t offset, std::span<std::byte> payload) {
 
 bool ByteDevice::WriteZeroes(std::uint64_t offset, std::uint64_t length) {
     const std::span<const std::byte> zeroes(kZeroSector);
-    const Cut cut = CutAtSectors(offset, length);
-    if (cut.head > 0 && !WriteInSector(offset, zeroes.first(cut.head)))
+    const auto cut = CutAtSectors(offset, length);
+    if (cut.head > 0 && !WriteInSector(offset, zeroes.first(static_cast<std::size_t>(cut.head))))
         return false;
     if (cut.whole > 0) {
         const RangeGuard guard(ranges_, offset + cut.head, cut.whole, RangeLock::Mode::Exclusive);
         if (!device_.WriteZeroes(offset + cut.head, cut.whole))
             return false;
     }
-    return cut.tail == 0 || WriteInSector(offset + cut.head + cut.whole, zeroes.first(cut.tail));
+    return cut.tail == 0 ||
+           WriteInSector(offset + cut.head + cut.whole, zeroes.first(static_cast<std::size_t>(cut.tail)));
 }
 
 bool ByteDevice::ReadInSector(std::uint64_t offset, std::span<std::byte> buffer) {

@@ -13,6 +13,11 @@ namespace quilla {
 
 namespace {
 
+/// A time in fields of the same size on every system, the fast one first.
+std::array<std::uint64_t, 2> WholeTime(const timespec& time) {
+    return {static_cast<std::uint64_t>(time.tv_nsec), static_cast<std::uint64_t>(time.tv_sec)};
+}
+
 /// As many bytes of an object as the field holds.
 template <std::size_t N, typename T>
 void CopyBytes(std::array<std::byte, N>& field, const T& object) {
@@ -32,9 +37,9 @@ void TakeEntropySnapshot(EntropySnapshot& snapshot) {
     snapshot.tickCount = static_cast<std::uint32_t>(now.tv_sec * 1000 + now.tv_nsec / 1'000'000);
     snapshot.hasFrequency = false;
     snapshot.hasCounter = true;
-    CopyBytes(snapshot.counter, now.tv_nsec);
+    CopyBytes(snapshot.counter, WholeTime(now));
     clock_gettime(CLOCK_REALTIME, &now);
-    CopyBytes(snapshot.systemTime, now);
+    CopyBytes(snapshot.systemTime, WholeTime(now));
 }
 
 } // namespace quilla
