@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host arm demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -16,6 +16,13 @@ windows: packages
 host: packages
 	@cmake --preset host >/dev/null
 	@cmake --build --preset host -j $(JOBS)
+
+# The portable parts for a 32-bit ARM, tested in an emulator.
+arm: packages
+	@tools/install-packages tools/packages-arm.txt
+	@cmake --preset arm >/dev/null
+	@cmake --build --preset arm -j $(JOBS)
+	@ctest --preset arm -j $(JOBS)
 
 demo: windows
 	@tools/demo

@@ -135,6 +135,13 @@ class LoadClient {
         return (load_.isRandom ? random_ >> 24 : number_) % places * load_.size;
     }
 
+    /// When a request left. In order or not, a cookie's slot is free again long before its number comes
+    /// round.
+    Clock::time_point& SentAt(std::uint64_t cookie) {
+        sent_.resize(std::max<std::size_t>(sent_.size(), 4096));
+        return sent_[static_cast<std::size_t>(cookie % sent_.size())];
+    }
+
     void AddRequest(Bytes& batch, Clock::time_point now) {
         const std::size_t at = batch.size();
         batch.resize(at + 28 + (load_.isWrite ? load_.size : 0), std::byte{0x5A});
@@ -144,9 +151,7 @@ class LoadClient {
         StoreBig<std::uint64_t>(&batch[at + 8], number_);
         StoreBig<std::uint64_t>(&batch[at + 16], NextOffset());
         StoreBig<std::uint32_t>(&batch[at + 24], load_.size);
-        // In order or not, a cookie's slot is free again long before its number comes round.
-        sent_.resize(std::max<std::size_t>(sent_.size(), 4096));
-        sent_[number_ % sent_.size()] = now;
+        SentAt(number_) = now;
         ++number_;
     }
 
@@ -166,7 +171,7 @@ class LoadClient {
         }
         ++figures.requests;
         figures.latencies.push_back(
-            std::chrono::duration<double, std::micro>(Clock::now() - sent_[cookie % sent_.size()]).count());
+            std::chrono::duration<double, std::micro>(Clock::now() - SentAt(cookie)).count());
         return true;
     }
 

@@ -16,6 +16,10 @@ if(CCACHE_PROGRAM)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()
 
+if(NOT WIN32)
+    add_compile_definitions(_FILE_OFFSET_BITS=64) # volumes over 2 GiB on 32-bit systems, too
+endif()
+
 if(QUILLA_SANITIZE)
     # The product has no run-time type information for the vptr check to look at.
     add_compile_options(-fsanitize=${QUILLA_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all

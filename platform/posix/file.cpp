@@ -11,6 +11,8 @@ namespace quilla {
 
 namespace {
 
+static_assert(sizeof(off_t) == sizeof(std::uint64_t), "positions in a file are 64-bit");
+
 int OpenFlags(FileAccess access, FileCreation creation) {
     const int direction = access == FileAccess::Read    ? O_RDONLY
                           : access == FileAccess::Write ? O_WRONLY

@@ -42,7 +42,7 @@ class MemoryDevice final : public BlockDevice {
         WaitAtGate();
         if (!IsFit(offset, length) || Meets(offset, length))
             return false;
-        std::memset(bytes.data() + offset, 0, length);
+        std::memset(bytes.data() + offset, 0, static_cast<std::size_t>(length));
         return true;
     }
 

@@ -38,7 +38,7 @@ std::optional<OptionAnswer> NbdClient::ReceiveAnswer() {
     const auto header = Receive(20);
     if (!header || Number(*header, 0, 8) != 0x3e889045565a9)
         return std::nullopt;
-    auto data = Receive(Number(*header, 16, 4));
+    auto data = Receive(static_cast<std::size_t>(Number(*header, 16, 4)));
     if (!data)
         return std::nullopt;
     return OptionAnswer{.option = static_cast<std::uint32_t>(Number(*header, 8, 4)),
