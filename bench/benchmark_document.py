@@ -3,6 +3,7 @@
 import pathlib
 import shutil
 import subprocess
+import sys
 
 FOLDER = pathlib.Path(__file__).resolve().parent.parent / "docs"
 DOCUMENT = FOLDER / "benchmarks.md"
@@ -42,3 +43,7 @@ def draw_bars(name, title, groups, series):
                         f"set xrange [-0.6:{len(groups) - 0.4}]", "set grid ytics back", "set xtics scale 0",
                         "set key below maxrows 2", f"plot {columns}"])
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+if __name__ == "__main__":  # the section's name is given, its lines come in
+    write_section(sys.argv[1], sys.stdin.read().strip().splitlines())
