@@ -2,7 +2,6 @@
 
 #include "platform/win32/handle.h"
 #include "store/default_key_path.h"
-#include "store/seen_paths.h"
 #include "store/volume_list.h"
 #include "toolkit/list_view.h"
 
@@ -49,15 +48,13 @@ void LoadVolumeList(BListView& list) {
     if (RegOpenKeyExW(HKEY_CURRENT_USER, kVolumesKey, 0, KEY_READ, &opened) != ERROR_SUCCESS)
         return;
     const UniqueRegistryKey key(opened);
-    DWORD count = 0;
-    RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count, nullptr,
-                     nullptr, nullptr, nullptr);
-    SeenPaths seen(count);
+    // Names of values differ in more than letter case: only rows from elsewhere can be the same volume.
+    const auto takeIn = ListView_GetItemCount(list.hwnd) == 0 ? AddNewVolume : FindVolume;
     for (DWORD index = 0;; ++index) {
         StoredVolume volume;
         const LSTATUS status = ReadStoredVolume(key.Get(), index, volume);
         if (status == ERROR_SUCCESS)
-            (seen.Add(volume.path) ? FindVolume : AddNewVolume)(list, volume.path, volume.keyPath);
+            takeIn(list, volume.path, volume.keyPath);
         else if (status != ERROR_MORE_DATA) // a name longer than any path names no volume
             return;
     }
