@@ -9,7 +9,6 @@
 #include "tests/driver/device_fixture.h"
 #include "tests/nbd/nbd_client.h"
 #include "tests/support/message_box_watcher.h"
-#include "tests/support/process_size.h"
 
 #include <cstring>
 #include <regex>
@@ -156,24 +155,6 @@ TEST_F(DeviceTest, TellsTheTimeOfTheLastTransfer) {
     EXPECT_GE(record.ActivityTime, mounted + 400'000) << "in 100-ns units";
     EXPECT_LE(record.ActivityTime, LocalFileTime());
     driver_.UnloadDriver(record);
-}
-
-TEST_F(DeviceTest, DoesNotGrow) {
-    VolumeRecord& record = MakeVolume(L"a.raw", 64 * 1024, CipherId::Cast128);
-    const auto mountOnce = [&] {
-        driver_.LoadDriver(record);
-        ASSERT_TRUE(record.IsMounted());
-        driver_.UnloadDriver(record);
-    };
-    for (int i = 0; i < 20; ++i)
-        mountOnce();
-    const test::ProcessSize before = test::MeasureProcess();
-    for (int i = 0; i < 200; ++i)
-        mountOnce();
-    const test::ProcessSize after = test::MeasureProcess();
-    EXPECT_LE(after.handles, before.handles) << before << " / " << after;
-    EXPECT_LE(after.threads, before.threads) << before << " / " << after;
-    EXPECT_LE(after.committedBytes, before.committedBytes + 256 * 1024) << before << " / " << after;
 }
 
 } // namespace

@@ -4,18 +4,19 @@
 // of tab-separated UTF-8 words in which backslash, tab and line ends are escaped. It knows nothing of the
 // program but the names that are its outer interface, so the runs stay black-box:
 //
-//   exchange HEX            one exchange over the request channel; answers the block that came back and the
+//   exchange HEX            one exchange over the request channel; answers the block that came back and its
 //   result box MS ID               waits for a message box of any process and presses button ID (0: the
-//   first, -1: none);
-//                           answers process, caption, text, or "none"
+//   first, -1:
+//                           none); answers process, caption, text, or "none"
 //   window                  the serving window: process, handle, visible, title; or "none"
 //   send MESSAGE W L        sends a message to the serving window and answers its result
 //   key CODE                has the list of the serving window take a key
-//   objects PID             open handles, windows and drawing objects of a process
+//   objects PID             what a process holds: handles, threads, windows, drawing objects
 //   header                  where the list's header is on the screen: left, bottom, height
 //   focus                   the title of the foreground window, if a window of its thread has the keyboard
 
-#include <algorithm>
+#include "tests/support/process_size.h"
+
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -242,92 +243,15 @@ Words Header(const Words&) {
             std::to_string(place.bottom - place.top)};
 }
 
-/// Counted in the system's list of all handles: Wine answers GetProcessHandleCount with nothing.
-std::size_t CountHandles(DWORD process) {
-    struct Entry {
-        void* object;
-        ULONG_PTR process, handle;
-        ULONG access;
-        USHORT trace, type;
-        ULONG attributes, reserved;
-    };
-    struct List {
-        ULONG_PTR count, reserved;
-        Entry entries[1];
-    };
-    using Query = LONG(NTAPI*)(ULONG, void*, ULONG, ULONG*);
-    constexpr ULONG kExtendedHandleInformation = 64;
-    constexpr LONG kBufferTooSmall = static_cast<LONG>(0xC0000004);
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
-    std::vector<std::byte> room(1 << 16);
-    LONG status = 0;
-    while ((status = query(kExtendedHandleInformation, room.data(), static_cast<ULONG>(room.size()),
-                           nullptr)) == kBufferTooSmall)
-        room.resize(2 * room.size());
-    if (status < 0)
-        return 0;
-    const auto& list = *reinterpret_cast<const List*>(room.data());
-    return static_cast<std::size_t>(
-        std::count_if(list.entries, list.entries + list.count,
-                      [&](const Entry& entry) { return entry.process == process; }));
-}
-
-struct WindowCount {
-    DWORD process;
-    std::size_t windows = 0;
-};
-
-BOOL CALLBACK CountWindow(HWND window, LPARAM parameter) {
-    auto& count = *reinterpret_cast<WindowCount*>(parameter);
-    count.windows += ProcessOf(window) == count.process;
-    return TRUE;
-}
-
-BOOL CALLBACK CountWindowTree(HWND window, LPARAM parameter) {
-    CountWindow(window, parameter);
-    EnumChildWindows(window, CountWindow, parameter); // its answer means nothing
-    return TRUE;
-}
-
-/// Counted in the process's own table, where Wine keeps them: its GetGuiResources knows of nothing.
-std::size_t CountDrawingObjects(DWORD id) {
-    struct Entry {
-        ULONG64 object;
-        ULONG owner;
-        USHORT unique;
-        BYTE type, flags;
-        ULONG64 data;
-    };
-    struct Basic {
-        LONG_PTR status;
-        const std::byte* environment;
-        ULONG_PTR rest[4];
-    };
-    constexpr std::size_t kTableInEnvironment = 0xF8; // of a 64-bit process
-    using Query = LONG(NTAPI*)(HANDLE, int, void*, ULONG, ULONG*);
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationProcess")));
-    const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, id);
-    Basic basic{};
-    const std::byte* table = nullptr;
-    std::vector<Entry> entries(16384);
-    SIZE_T got = 0;
-    if (query(process, 0, &basic, sizeof(basic), nullptr) >= 0 &&
-        ReadProcessMemory(process, basic.environment + kTableInEnvironment, &table, sizeof(table), &got))
-        ReadProcessMemory(process, table, entries.data(), entries.size() * sizeof(Entry), &got);
-    CloseHandle(process);
-    return static_cast<std::size_t>(
-        std::count_if(entries.begin(), entries.end(), [](const Entry& entry) { return entry.type != 0; }));
-}
-
 Words Objects(const Words& words) {
     if (words.size() != 2)
         return {"none"};
-    WindowCount count{.process = static_cast<DWORD>(std::stoul(words[1]))};
-    EnumWindows(CountWindowTree, reinterpret_cast<LPARAM>(&count));
-    return {std::to_string(CountHandles(count.process)), std::to_string(count.windows),
-            std::to_string(CountDrawingObjects(count.process))};
+    const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
+                                       static_cast<DWORD>(std::stoul(words[1])));
+    const quilla::test::ProcessSize size = quilla::test::MeasureProcess(process);
+    CloseHandle(process);
+    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows),
+            std::to_string(size.drawingObjects)};
 }
 
 struct Command {

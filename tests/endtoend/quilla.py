@@ -314,10 +314,10 @@ class Desktop:
 
     def counts(self, process):
         """What a running instance holds of the system; process is what start returned."""
-        handles, windows, drawing = map(int, self.desk.ask("objects", self.window()[0]))
+        objects = map(int, self.desk.ask("objects", self.window()[0]))
         lines = pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines()
         status = dict(line.split(":", 1) for line in lines if ":" in line)
-        return Counts(handles, int(status["Threads"]), windows, drawing, int(status["RssAnon"].split()[0]))
+        return Counts(*objects, int(status["RssAnon"].split()[0]))
 
     # Requests over the channel
 
