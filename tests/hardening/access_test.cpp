@@ -7,6 +7,7 @@
 
 #include <aclapi.h>
 #include <algorithm>
+#include <bit>
 #include <fstream>
 #include <psapi.h>
 #include <sstream>
@@ -134,6 +135,22 @@ std::wstring FileNameOf(const std::wstring& path) {
     return path.substr(path.rfind(L'\\') + 1);
 }
 
+/// Has a process load a library, as if its own code had asked for it. Returns whether it did.
+bool LoadIn(HANDLE process, const std::wstring& name) {
+    const std::size_t size = (name.size() + 1) * sizeof(wchar_t);
+    void* const room = VirtualAllocEx(process, nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    EXPECT_TRUE(WriteProcessMemory(process, room, name.c_str(), size, nullptr));
+    // System libraries lie at the same place in all processes.
+    const HANDLE thread = CreateRemoteThread(
+        process, nullptr, 0, std::bit_cast<LPTHREAD_START_ROUTINE>(&LoadLibraryW), room, 0, nullptr);
+    EXPECT_EQ(WaitForSingleObject(thread, 30'000), WAIT_OBJECT_0);
+    DWORD lowHalf = 0;
+    GetExitCodeThread(thread, &lowHalf);
+    CloseHandle(thread);
+    VirtualFreeEx(process, room, 0, MEM_RELEASE);
+    return lowHalf != 0;
+}
+
 /// Libraries of every name the program loads, and of some that systems look for in vain, lie in the current
 /// folder, which is the volume's folder too.
 TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
@@ -163,15 +180,15 @@ TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
                                        here.data(), static_cast<int>(here.size()), TRUE) == CSTR_EQUAL,
                   false)
             << std::string(path.begin(), path.end());
-    EXPECT_FALSE(Exists(folder.File(L"loaded")));
-    Dismount(program);
 
-    // The trap does work: a program that is less careful falls into it.
-    const HMODULE trap = LoadLibraryW(folder.File(L"profapi.dll").c_str());
-    EXPECT_NE(trap, nullptr);
+    // Nor would one be that lies nowhere else; the trap itself does work.
+    const std::wstring only = folder.File(L"only-here.dll");
+    CopyFileW(planted.c_str(), only.c_str(), FALSE);
+    EXPECT_FALSE(LoadIn(program.Handle(), L"only-here.dll"));
+    EXPECT_FALSE(Exists(folder.File(L"loaded")));
+    EXPECT_TRUE(LoadIn(program.Handle(), only));
     EXPECT_TRUE(Exists(folder.File(L"loaded")));
-    if (trap != nullptr)
-        FreeLibrary(trap);
+    Dismount(program);
 }
 
 TEST_F(AccessTest, NoMemoryIsWritableAndExecutable) {
