@@ -86,7 +86,7 @@ TEST_F(VolumeStoreTest, KeepsAMountedVolumeMounted) {
     EXPECT_FALSE(AnyVolumeMounted(window.list));
     VolumeRecord& listed = RecordAt(window.list, 0);
     listed.DeviceHandle = 3;
-    const UniqueFile driversFile(
+    UniqueFile driversFile(
         CreateFileW(volume.Path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     FindVolume(window.list, volume.Path, volume.KeyPath);
     EXPECT_EQ(&RecordAt(window.list, 0), &listed) << "the driver knows this address";
@@ -94,6 +94,10 @@ TEST_F(VolumeStoreTest, KeepsAMountedVolumeMounted) {
     EXPECT_EQ(listed.Size, 2048U) << "while the driver has the file for itself";
     EXPECT_EQ(window.Image(0), 0);
     EXPECT_TRUE(AnyVolumeMounted(window.list));
+    driversFile.Reset();
+    DeleteFileW(volume.Path);
+    FindVolume(window.list, volume.Path, volume.KeyPath);
+    EXPECT_EQ(listed.Size, 2048U) << "when it cannot be told";
 }
 
 TEST_F(VolumeStoreTest, LoadsWhatItSaved) {
@@ -151,7 +155,7 @@ TEST_F(VolumeStoreTest, TakesTheDefaultKeyFileForOddValues) {
 
 TEST_F(VolumeStoreTest, LoadsAroundWhatNamesNoVolume) {
     EXPECT_TRUE(Load().empty()) << "without a key";
-    SetValue(std::wstring(400, L'n'), REG_SZ, L"", 2);
+    SetValue(std::wstring(400, L'0'), REG_SZ, L"", 2); // the first in every order
     SetValue(L"a.raw", REG_SZ, L"", 2);
     SetValue(L"A.RAW", REG_SZ, L"", 2);
     EXPECT_EQ(Load().size(), 1U);

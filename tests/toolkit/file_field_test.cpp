@@ -46,6 +46,8 @@ class FieldDialog : public test::Owned<BDialog> {
 class FileFieldTest : public test::ToolkitTest {
   protected:
     void SetUp() override {
+        // The dialog may be the toolkit's first window: nobody else has registered the class of its field.
+        UnregisterClassW(kWindowClass, GetModuleHandleW(nullptr));
         ASSERT_NE(dialog.Create(nullptr, MAKEINTRESOURCEW(kFieldDialog)), nullptr);
         ASSERT_TRUE(Activate(dialog.hwnd));
     }
