@@ -1,38 +1,26 @@
 #pragma once
 
 #include "platform/disk_codes.h"
+#include "tests/support/random_bytes.h"
 #include "volume/volume_record.h"
 
 #include <cstdint>
-#include <random>
-#include <vector>
 
 namespace quilla::test {
 
-using SectorBytes = std::vector<std::byte>;
+using SectorBytes = Bytes;
 
-/// Random bytes that are the same in every run.
-class RandomBytes {
+/// Random sectors and keys that are the same in every run.
+class RandomSectors : public RandomBytes {
   public:
-    explicit RandomBytes(std::uint32_t seed) : generator_(seed) {}
+    using RandomBytes::RandomBytes;
 
-    SectorBytes Make(std::size_t size) {
-        SectorBytes bytes(size);
-        for (std::byte& byte : bytes)
-            byte = static_cast<std::byte>(generator_());
-        return bytes;
-    }
     SectorBytes MakeSectors(std::size_t count) { return Make(count * kSectorSize); }
     DataKey MakeKey() {
         DataKey key;
-        for (std::byte& byte : key)
-            byte = static_cast<std::byte>(generator_());
+        Fill(key);
         return key;
     }
-    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(generator_() % limit); }
-
-  private:
-    std::mt19937 generator_;
 };
 
 /// Numbers of first sectors worth trying: around the wraps of 32 bits and far beyond any file.

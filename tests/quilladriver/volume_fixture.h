@@ -3,36 +3,12 @@
 #include "platform/file.h"
 #include "quilladriver/volume_device.h"
 #include "tests/quilladriver/test_sectors.h"
+#include "tests/support/scratch_file.h"
 
-#include <cstdio>
+#include <atomic>
 #include <gtest/gtest.h>
-#include <string>
-#ifdef _WIN32
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
 
 namespace quilla::test {
-
-/// A data file in the working folder for this process alone: tests run side by side.
-#ifdef _WIN32
-inline const PathUnit* VolumePath() {
-    static const std::wstring path = L"quilladriver_test." + std::to_wstring(_getpid()) + L".raw";
-    return path.c_str();
-}
-inline void RemoveVolume() {
-    _wremove(VolumePath());
-}
-#else
-inline const PathUnit* VolumePath() {
-    static const std::string path = "quilladriver_test." + std::to_string(getpid()) + ".raw";
-    return path.c_str();
-}
-inline void RemoveVolume() {
-    std::remove(VolumePath());
-}
-#endif
 
 /// A clock that moves by one at each look.
 inline std::uint64_t Ticks() {
@@ -40,30 +16,32 @@ inline std::uint64_t Ticks() {
     return ++ticks;
 }
 
-/// A test with a data file of its own, sparse, in the working folder.
+/// A test with a data file of its own.
 class VolumeTest : public testing::Test {
   protected:
-    VolumeTest() { RemoveVolume(); }
-    ~VolumeTest() override { RemoveVolume(); }
-
-    static void CreateVolume(std::uint64_t size) {
+    /// Makes the file anew, sparse.
+    void CreateVolume(std::uint64_t size) const {
+        std::filesystem::remove(file_.Location());
         const File file =
-            File::Open(VolumePath(), FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+            File::Open(file_.Path(), FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
         ASSERT_TRUE(file.IsOpen() && file.SetSize(size));
     }
 
-    static File OpenVolume() {
-        return File::Open(VolumePath(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+    [[nodiscard]] File OpenVolume() const {
+        return File::Open(file_.Path(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
     }
 
     /// What the data file holds, while nothing has it open.
-    static SectorBytes RawBytes(std::uint64_t offset, std::size_t size) {
+    [[nodiscard]] SectorBytes RawBytes(std::uint64_t offset, std::size_t size) const {
         const File file =
-            File::Open(VolumePath(), FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
+            File::Open(file_.Path(), FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
         SectorBytes bytes(size);
         EXPECT_EQ(file.ReadAt(offset, bytes).bytes, size);
         return bytes;
     }
+
+  private:
+    ScratchFile file_{".raw"};
 };
 
 } // namespace quilla::test
