@@ -135,6 +135,7 @@ TEST_F(CommandsTest, KeysOfTheListAreCommands) {
 TEST_F(CommandsTest, NewListsAndSavesTheVolume) {
     Command(IDM_NEW, {InDialog([&] {
                 Type(IDC_VOLUME, folder.File(L"n"));
+                MoveFocusTo(IDC_SIZE_VALUE);
                 Press(IDOK);
             })});
     const wchar_t* const columns[] = {L"n.raw", L"1 MB", L"CAST - 128", L"n.key"};

@@ -89,12 +89,19 @@ TEST_F(FilePickerTest, OpenListsAVolumeThatWasClosed) {
     Select(0);
     Command(IDM_CLOSE);
     ASSERT_EQ(CountRows(), 0);
-    const Answer answer(path);
-    Command(IDM_OPEN);
+    {
+        const Answer answer(path);
+        Command(IDM_OPEN);
+    }
     ASSERT_EQ(CountRows(), 1);
     EXPECT_EQ(Cell(0, 0), path);
     EXPECT_EQ(Cell(0, 3), folder.File(L"a.key"));
     EXPECT_EQ(ListView_GetNextItem(List(), -1, LVNI_SELECTED), 0);
+
+    const Answer cancelled(L"", IDCANCEL);
+    Command(IDM_OPEN);
+    EXPECT_EQ(cancelled.proposed, L"") << "the name of an earlier call must not show";
+    EXPECT_EQ(CountRows(), 1);
 }
 
 } // namespace
