@@ -34,10 +34,10 @@ class AccessTest : public testing::Test {
         return L"mount \"" + std::wstring(record.Path) + L"\" /password " + std::wstring(kPassword);
     }
 
-    void Dismount(const Program& program) {
-        EXPECT_EQ(Program(L"dismount \"" + std::wstring(record.Path) + L"\"").ExitCode(), 0);
+    void Dismount(const QuillaTarn& program) {
+        EXPECT_EQ(QuillaTarn(L"dismount \"" + std::wstring(record.Path) + L"\"").Wait(), 0U);
         PostMessageW(program.AwaitMainWindow(), WM_CLOSE, 0, 0);
-        EXPECT_EQ(program.ExitCode(), 0);
+        EXPECT_EQ(program.Wait(), 0U);
     }
 
     TemporaryFolder folder;
@@ -81,8 +81,8 @@ Rules ReadRules(std::wstring path) {
 }
 
 TEST_F(AccessTest, OnlyTheOwnerReadsTheAddress) {
-    const Program program(MountLine());
-    ASSERT_TRUE(Await([] { return Exists(UriFile(0)); }));
+    const QuillaTarn program(MountLine());
+    ASSERT_TRUE(WaitUntil([] { return Exists(UriFile(0)); }));
     const std::wstring file = UriFile(0);
     for (const std::wstring& path : {file, file.substr(0, file.rfind(L'\\'))}) {
         const Rules rules = ReadRules(path);
@@ -97,8 +97,8 @@ TEST_F(AccessTest, OnlyTheOwnerReadsTheAddress) {
 TEST_F(AccessTest, AddressesCannotBeGuessed) {
     std::vector<std::string> names;
     for (int i = 0; i < 4; ++i) {
-        const Program program(MountLine());
-        ASSERT_TRUE(Await([] { return Exists(UriFile(0)); }));
+        const QuillaTarn program(MountLine());
+        ASSERT_TRUE(WaitUntil([] { return Exists(UriFile(0)); }));
         const std::wstring path = UriFile(0);
         std::ifstream file(std::string(path.begin(), path.end()));
         std::string uri;
@@ -159,9 +159,9 @@ TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
                                        L"version.dll",         L"textshaping.dll", L"ntshrui.dll",
                                        L"libwinpthread-1.dll", L"libstdc++-6.dll", L"libgcc_s_seh-1.dll"};
     {
-        const Program program(MountLine());
-        ASSERT_TRUE(Await([] { return Exists(UriFile(0)); }));
-        for (const std::wstring& path : LoadedModules(program.Handle()))
+        const QuillaTarn program(MountLine());
+        ASSERT_TRUE(WaitUntil([] { return Exists(UriFile(0)); }));
+        for (const std::wstring& path : LoadedModules(program.Process()))
             names.push_back(FileNameOf(path));
         Dismount(program);
     }
@@ -171,9 +171,9 @@ TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
             CopyFileW(planted.c_str(), folder.File(name).c_str(), FALSE);
     const std::wstring here = folder.File(L"");
 
-    const Program program(MountLine(), here.c_str());
-    ASSERT_TRUE(Await([] { return Exists(UriFile(0)); }));
-    const auto modules = LoadedModules(program.Handle());
+    const QuillaTarn program(MountLine(), here.c_str());
+    ASSERT_TRUE(WaitUntil([] { return Exists(UriFile(0)); }));
+    const auto modules = LoadedModules(program.Process());
     EXPECT_GT(modules.size(), 10U);
     for (const std::wstring& path : modules)
         EXPECT_EQ(CompareStringOrdinal(path.data(), static_cast<int>(std::min(path.size(), here.size())),
@@ -184,22 +184,22 @@ TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
     // Nor would one be that lies nowhere else; the trap itself does work.
     const std::wstring only = folder.File(L"only-here.dll");
     CopyFileW(planted.c_str(), only.c_str(), FALSE);
-    EXPECT_FALSE(LoadIn(program.Handle(), L"only-here.dll"));
+    EXPECT_FALSE(LoadIn(program.Process(), L"only-here.dll"));
     EXPECT_FALSE(Exists(folder.File(L"loaded")));
-    EXPECT_TRUE(LoadIn(program.Handle(), only));
+    EXPECT_TRUE(LoadIn(program.Process(), only));
     EXPECT_TRUE(Exists(folder.File(L"loaded")));
     Dismount(program);
 }
 
 TEST_F(AccessTest, NoMemoryIsWritableAndExecutable) {
-    const Program program(L"");
+    const QuillaTarn program(L"");
     const HWND window = program.AwaitMainWindow();
     ASSERT_NE(window, nullptr);
-    EXPECT_EQ(Program(MountLine()).ExitCode(), 0);
+    EXPECT_EQ(QuillaTarn(MountLine()).Wait(), 0U);
     ASSERT_TRUE(Exists(UriFile(0)));
-    for (const std::uintptr_t address : FindWritableCode(program.Handle())) {
+    for (const std::uintptr_t address : FindWritableCode(program.Process())) {
         wchar_t owner[MAX_PATH] = L"";
-        GetMappedFileNameW(program.Handle(), reinterpret_cast<void*>(address), owner, MAX_PATH);
+        GetMappedFileNameW(program.Process(), reinterpret_cast<void*>(address), owner, MAX_PATH);
         const std::wstring name = owner;
         ADD_FAILURE() << std::hex << address << ' ' << std::string(name.begin(), name.end());
     }

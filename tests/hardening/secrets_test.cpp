@@ -146,12 +146,12 @@ class SecretsTest : public testing::TestWithParam<CipherId> {
 
     static bool IsMounted() { return Exists(UriFile(0)); }
 
-    static void ExpectClean(const Program& program, const std::vector<Needle>& needles, const char* when) {
+    static void ExpectClean(const QuillaTarn& program, const std::vector<Needle>& needles, const char* when) {
         // Wine keeps the arguments of the Unix side at the top of its first stack, where no Windows program
         // can find them; Windows has nothing of the kind.
         constexpr int kUnixArguments = 3;
         int unixArguments = 0;
-        for (const Finding& finding : ScanMemory(program.Handle(), needles)) {
+        for (const Finding& finding : ScanMemory(program.Process(), needles)) {
             if (finding.what == kNarrowPassword && IsWine() && ++unixArguments <= kUnixArguments)
                 continue;
             ADD_FAILURE() << when << ": " << finding;
@@ -164,13 +164,13 @@ class SecretsTest : public testing::TestWithParam<CipherId> {
     }
 
     /// What the system tells others about the program's arguments.
-    static std::wstring CommandLineOf(const Program& program) {
+    static std::wstring CommandLineOf(const QuillaTarn& program) {
         using Query = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
         constexpr int kProcessCommandLineInformation = 60;
         const auto query =
             std::bit_cast<Query>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationProcess"));
         alignas(void*) std::byte buffer[2048]{};
-        if (query(program.Handle(), kProcessCommandLineInformation, buffer, sizeof(buffer), nullptr) < 0)
+        if (query(program.Process(), kProcessCommandLineInformation, buffer, sizeof(buffer), nullptr) < 0)
             return L"?";
         const auto& text = *reinterpret_cast<const UNICODE_STRING*>(buffer);
         return {text.Buffer, text.Length / sizeof(wchar_t)};
@@ -191,31 +191,31 @@ class SecretsTest : public testing::TestWithParam<CipherId> {
 };
 
 TEST_P(SecretsTest, NothingStaysOfAMountByCommandLine) {
-    const Program program(L"mount " + Quoted() + L" /password " + std::wstring(kPassword));
-    ASSERT_TRUE(Await([] { return IsMounted(); }));
+    const QuillaTarn program(L"mount " + Quoted() + L" /password " + std::wstring(kPassword));
+    ASSERT_TRUE(WaitUntil([] { return IsMounted(); }));
     program.AwaitMainWindow();
     UseVolume();
     EXPECT_EQ(CommandLineOf(program).find(kPassword), std::wstring::npos);
     ExpectClean(program, secrets, "while mounted");
-    EXPECT_FALSE(ScanMemory(program.Handle(), schedules).empty())
+    EXPECT_FALSE(ScanMemory(program.Process(), schedules).empty())
         << "the driver's schedules should have been found; the search does not see what it should";
-    EXPECT_EQ(Program(L"dismount " + Quoted()).ExitCode(), 0);
-    ASSERT_TRUE(Await([] { return !IsMounted(); }));
+    EXPECT_EQ(QuillaTarn(L"dismount " + Quoted()).Wait(), 0U);
+    ASSERT_TRUE(WaitUntil([] { return !IsMounted(); }));
     ExpectClean(program, Everything(), "after dismounting");
     PostMessageW(program.AwaitMainWindow(), WM_CLOSE, 0, 0);
-    EXPECT_EQ(program.ExitCode(), 0);
+    EXPECT_EQ(program.Wait(), 0U);
 }
 
 TEST_P(SecretsTest, NothingStaysOfAWrongPassword) {
     std::vector<Needle> wrong;
     AddPassword(wrong, kOtherPassword, record.Cipher);
-    const Program program(L"mount " + Quoted() + L" /password " + std::wstring(kOtherPassword));
+    const QuillaTarn program(L"mount " + Quoted() + L" /password " + std::wstring(kOtherPassword));
     const HWND box = program.AwaitWindow(kDialogClass, L"Quilla Tarn Error");
     ASSERT_NE(box, nullptr);
     ExpectClean(program, wrong, "while the box is open");
     ExpectClean(program, Everything(), "while the box is open");
     PostMessageW(box, WM_COMMAND, IDOK, 0);
-    program.ExitCode();
+    static_cast<void>(program.Wait());
 }
 
 /// What a user does in the window, by posted keys and commands.
@@ -227,7 +227,7 @@ class SecretsInDialogsTest : public SecretsTest {
         window = program->AwaitMainWindow();
         ASSERT_NE(window, nullptr);
         HWND list = nullptr; // it comes after its parent
-        ASSERT_TRUE(Await([&] {
+        ASSERT_TRUE(WaitUntil([&] {
             list = FindWindowExW(window, nullptr, L"SysListView32", nullptr);
             return list != nullptr && IsWindowVisible(window);
         }));
@@ -241,7 +241,7 @@ class SecretsInDialogsTest : public SecretsTest {
 
     void TearDown() override {
         PostMessageW(window, WM_CLOSE, 0, 0);
-        EXPECT_EQ(program->ExitCode(), 0);
+        EXPECT_EQ(program->Wait(), 0U);
     }
 
     /// Until the program has looked at all that was posted.
@@ -254,26 +254,25 @@ class SecretsInDialogsTest : public SecretsTest {
 
     [[nodiscard]] HWND OpenDialog(int command) const {
         PostMessageW(window, WM_COMMAND, static_cast<WPARAM>(command), 0);
-        return program->AwaitWindow(kDialogClass);
+        const HWND dialog = program->AwaitWindow(kDialogClass);
+        EXPECT_TRUE(WaitUntil([&] { return IsWindowVisible(dialog); })); // its controls are there and filled
+        return dialog;
     }
 
     static void Type(HWND dialog, int control, std::wstring_view text) {
-        HWND edit = nullptr; // controls come after their dialog
-        ASSERT_TRUE(Await([&] {
-            edit = GetDlgItem(dialog, control);
-            return edit != nullptr && IsWindowVisible(edit);
-        }));
+        const HWND edit = GetDlgItem(dialog, control);
+        ASSERT_NE(edit, nullptr);
         for (const wchar_t unit : text)
             PostMessageW(edit, WM_CHAR, unit, 0);
     }
 
     void Press(HWND dialog, int button) const {
         PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(button), 0);
-        EXPECT_TRUE(Await([&] { return !IsWindow(dialog); })) << "the dialog stays open";
+        EXPECT_TRUE(WaitUntil([&] { return !IsWindow(dialog); })) << "the dialog stays open";
         Settle();
     }
 
-    std::optional<Program> program;
+    std::optional<QuillaTarn> program;
     HWND window = nullptr;
 };
 
@@ -291,7 +290,7 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfTheMountDialog) {
     const HWND box = program->AwaitWindow(kDialogClass, L"Quilla Tarn Error");
     ASSERT_NE(box, nullptr);
     PostMessageW(box, WM_COMMAND, IDOK, 0);
-    ASSERT_TRUE(Await([&] { return !IsWindow(box); }));
+    ASSERT_TRUE(WaitUntil([&] { return !IsWindow(box); }));
     Type(dialog, IDC_PASSWORD, kPassword); // over the selected text
     Press(dialog, IDOK);
     ASSERT_TRUE(IsMounted());
@@ -299,7 +298,7 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfTheMountDialog) {
     ExpectClean(*program, wrong, "after a wrong password");
     ExpectClean(*program, secrets, "while mounted");
     PostMessageW(window, WM_COMMAND, IDM_DISMOUNT, 0);
-    ASSERT_TRUE(Await([] { return !IsMounted(); }));
+    ASSERT_TRUE(WaitUntil([] { return !IsMounted(); }));
     Settle();
     ExpectClean(*program, Everything(), "after dismounting");
 }

@@ -27,14 +27,14 @@ class Program {
   public:
     static constexpr DWORD kStillRunning = 259;
 
-    Program(const std::wstring& path, const std::wstring& commandLine) {
+    Program(const std::wstring& path, const std::wstring& commandLine, const wchar_t* folder = nullptr) {
         std::wstring line = L"\"" + path + L"\"";
         if (!commandLine.empty())
             line += L" " + commandLine;
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION started{};
-        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, folder, &startup,
                             &started))
             return;
         CloseHandle(started.hThread);
@@ -65,13 +65,15 @@ class Program {
         return code;
     }
 
-    /// The program's main window, or null.
-    [[nodiscard]] HWND MainWindow() const {
-        const HWND window = FindWindowW(L"BWindow", L"Quilla Tarn");
+    /// Its first top-level window of a class, with a title or with any, or null.
+    [[nodiscard]] HWND FindTopWindow(const wchar_t* windowClass, const wchar_t* title = nullptr) const {
         DWORD owner = 0;
-        GetWindowThreadProcessId(window, &owner);
-        return owner == id_ ? window : nullptr;
+        HWND window = nullptr;
+        while (owner != id_ && (window = FindWindowExW(nullptr, window, windowClass, title)) != nullptr)
+            GetWindowThreadProcessId(window, &owner);
+        return window;
     }
+    [[nodiscard]] HWND MainWindow() const { return FindTopWindow(L"BWindow", L"Quilla Tarn"); }
 
   private:
     UniqueProcess process_;
