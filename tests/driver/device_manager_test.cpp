@@ -6,11 +6,8 @@
 #include "platform/desktop/ce_services.h"
 #include "tests/driver/device_fixture.h"
 
-#include <aclapi.h>
-#include <condition_variable>
+#include <array>
 #include <cstring>
-#include <mutex>
-#include <sddl.h>
 #include <thread>
 #include <vector>
 
@@ -89,106 +86,38 @@ TEST_F(DeviceTest, OpensDevicesByNameAndFilesAsEver) {
     EXPECT_TRUE(ce::CloseHandle(file));
 }
 
-/// Everybody whom a file's access list lets in.
-std::vector<std::wstring> AllowedBy(const std::wstring& path) {
-    PACL list = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    EXPECT_EQ(GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                    &list, nullptr, &descriptor),
-              DWORD{ERROR_SUCCESS});
-    std::vector<std::wstring> allowed;
-    for (WORD i = 0; list != nullptr && i < list->AceCount; ++i) {
-        void* entry = nullptr;
-        wchar_t* text = nullptr;
-        GetAce(list, i, &entry);
-        const auto* const ace = static_cast<const ACCESS_ALLOWED_ACE*>(entry);
-        if (ace->Header.AceType != ACCESS_ALLOWED_ACE_TYPE || ace->Mask == 0)
-            continue;
-        ConvertSidToStringSidW(const_cast<DWORD*>(&ace->SidStart), &text);
-        if (text != std::wstring_view(L"S-1-5-18")) // the system itself, which Wine adds to every list
-            allowed.emplace_back(text);
-        LocalFree(text);
-    }
-    LocalFree(descriptor);
-    return allowed;
-}
-
-TEST_F(DeviceTest, ShowsTheAddressToTheUserOnly) {
-    VolumeRecord& record = MakeVolume(L"a.raw");
-    const std::uint32_t handle = Register(record, BesideProgram(L"QuillaDriver.dll"));
-    const std::wstring folder = test::UriFile(0).substr(0, test::UriFile(0).rfind(L'\\'));
-    const std::vector<std::wstring> fileReaders = AllowedBy(test::UriFile(0));
-    const std::vector<std::wstring> folderReaders = AllowedBy(folder);
-    GetDeviceManager().Deregister(handle);
-    ASSERT_EQ(fileReaders.size(), 1U);
-    EXPECT_EQ(folderReaders, fileReaders);
-    EXPECT_TRUE(fileReaders[0].starts_with(L"S-1-5-21-")) << "one account, not a group";
-}
-
-/// A top-level window with a thread of its own that keeps the device notices it gets.
+/// A top-level window that keeps the device notices it gets.
 class NoticeWindow {
   public:
     struct Notice {
         WPARAM event;
-        std::uint32_t size;
-        std::uint32_t type;
-        std::uint32_t reserved;
+        std::uint32_t head[3]; ///< size, type, reserved
         std::wstring name;
     };
 
-    NoticeWindow() : thread_([this] { Run(); }) {
-        std::unique_lock guard(lock_);
-        changed_.wait(guard, [this] { return window_ != nullptr; });
+    NoticeWindow() {
+        SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        SetWindowLongPtrW(window_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
     }
-    ~NoticeWindow() {
-        PostMessageW(window_, WM_CLOSE, 0, 0);
-        thread_.join();
-    }
+    ~NoticeWindow() { DestroyWindow(window_); }
     NoticeWindow(const NoticeWindow&) = delete;
     NoticeWindow& operator=(const NoticeWindow&) = delete;
 
-    std::vector<Notice> Take() {
-        const std::lock_guard guard(lock_);
-        return std::exchange(notices_, {});
-    }
+    std::vector<Notice> notices;
 
   private:
-    void Run() {
-        const HWND window = CreateWindowExW(0, L"STATIC", L"notices", WS_OVERLAPPED, 0, 0, 0, 0, nullptr,
-                                            nullptr, nullptr, nullptr);
-        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-        SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
-        {
-            const std::lock_guard guard(lock_);
-            window_ = window;
-        }
-        changed_.notify_all();
-        MSG message;
-        while (GetMessageW(&message, nullptr, 0, 0) > 0)
-            DispatchMessageW(&message);
-    }
-
     static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-        auto& self = *reinterpret_cast<NoticeWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
         if (message == WM_DEVICECHANGE && lParam != 0) {
-            Notice notice{.event = wParam, .size = 0, .type = 0, .reserved = 1, .name = {}};
-            std::memcpy(&notice.size, reinterpret_cast<const void*>(lParam), 4);
-            std::memcpy(&notice.type, reinterpret_cast<const void*>(lParam + 4), 4);
-            std::memcpy(&notice.reserved, reinterpret_cast<const void*>(lParam + 8), 4);
-            notice.name = reinterpret_cast<const wchar_t*>(lParam + 12);
-            const std::lock_guard guard(self.lock_);
-            self.notices_.push_back(notice);
+            Notice notice{.event = wParam, .head = {}, .name = reinterpret_cast<const wchar_t*>(lParam + 12)};
+            std::memcpy(notice.head, reinterpret_cast<const void*>(lParam), sizeof(notice.head));
+            reinterpret_cast<NoticeWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA))
+                ->notices.push_back(notice);
         }
-        if (message == WM_CLOSE)
-            PostQuitMessage(0);
         return DefWindowProcW(window, message, wParam, lParam);
     }
 
-    std::mutex lock_;
-    std::condition_variable changed_;
-    HWND window_ = nullptr;
-    std::vector<Notice> notices_;
-    std::thread thread_;
+    HWND window_ = CreateWindowExW(0, L"STATIC", L"notices", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
+                                   nullptr, nullptr);
 };
 
 TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
@@ -196,14 +125,11 @@ TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
     VolumeRecord& record = MakeVolume(L"a.raw");
     driver_.LoadDriver(record);
     driver_.UnloadDriver(record);
-    const auto notices = window.Take();
-    ASSERT_EQ(notices.size(), 2U);
-    EXPECT_EQ(notices[0].event, 0x8000U);
-    EXPECT_EQ(notices[1].event, 0x8004U);
-    for (const auto& notice : notices) {
-        EXPECT_EQ(notice.size, 26U);
-        EXPECT_EQ(notice.type, 3U);
-        EXPECT_EQ(notice.reserved, 0U);
+    ASSERT_EQ(window.notices.size(), 2U);
+    EXPECT_EQ(window.notices[0].event, 0x8000U);
+    EXPECT_EQ(window.notices[1].event, 0x8004U);
+    for (const auto& notice : window.notices) {
+        EXPECT_EQ(std::to_array(notice.head), (std::array<std::uint32_t, 3>{26, 3, 0}));
         EXPECT_EQ(notice.name, L"SEC0:");
     }
 }

@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <iostream>
 
 namespace quilla {
@@ -204,36 +203,6 @@ TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {
     EXPECT_TRUE(Listed(later).IsMounted());
     EXPECT_TRUE(Listed(never).IsMounted());
     EXPECT_STREQ(Listed(due).DeviceName, L"SEC0:");
-}
-
-TEST_F(RequestServerTest, ActivityKeepsAVolumeMounted) {
-    const VolumeRecord record = Mount(Create(L"a", CipherId::Twofish, 16 * kSecond));
-    const test::Address address(test::ReadSmallFile(test::UriFile(0)).value_or(""));
-    test::NbdClient client(address.port);
-    ASSERT_TRUE(client.Enter(address.name));
-    // With a slack of 15 seconds the volume is due one second after its last transfer.
-    for (int i = 0; i < 8; ++i) {
-        Sleep(300);
-        ASSERT_TRUE(client.Read(0, 512));
-        server_.CheckTimeouts();
-        ASSERT_TRUE(dismounted_.empty()) << "dismounted in use";
-    }
-    Sleep(1200);
-    server_.CheckTimeouts();
-    ASSERT_EQ(dismounted_.size(), 1U);
-    EXPECT_EQ(dismounted_[0].clientsCutOff, 1U);
-    EXPECT_FALSE(Listed(record).IsMounted());
-}
-
-TEST_F(RequestServerTest, SweepsByItselfWhileAnythingIsMounted) {
-    Mount(Create(L"a", CipherId::Cast128, kSecond));
-    const ULONGLONG end = GetTickCount64() + 5'000;
-    while (dismounted_.empty() && GetTickCount64() < end) {
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, 1000, QS_ALLINPUT);
-        window_.application.PumpPending();
-    }
-    ASSERT_EQ(dismounted_.size(), 1U);
-    EXPECT_EQ(dismounted_[0].reason, DismountReason::Timeout);
 }
 
 TEST_F(RequestServerTest, IgnoresWhatIsNoRequest) {

@@ -18,42 +18,33 @@ SeenBox OnlyBox(MessageBoxWatcher& watcher) {
     return boxes.empty() ? SeenBox{} : boxes.front();
 }
 
-TEST(ErrorBox, ShowsNothingOnSuccess) {
+TEST(ErrorBox, ShowsTextAndSystemDescriptionOfAFailure) {
     MessageBoxWatcher watcher;
     SetLastError(ERROR_ACCESS_DENIED);
     EXPECT_TRUE(CheckResult(true, L"text"));
     EXPECT_TRUE(CheckResultWithSystemError(true, L"text"));
     EXPECT_TRUE(watcher.Take().empty());
-}
-
-TEST(ErrorBox, PlainText) {
-    MessageBoxWatcher watcher;
-    SetLastError(ERROR_ACCESS_DENIED);
     EXPECT_FALSE(CheckResult(false, L"Unknown data format in file X"));
     const SeenBox box = OnlyBox(watcher);
     EXPECT_EQ(box.caption, L"Quilla Error");
     EXPECT_EQ(box.text, L"Unknown data format in file X");
     EXPECT_TRUE(box.errorIcon);
-}
 
-TEST(ErrorBox, SystemDescriptionFollowsOnANewLine) {
-    MessageBoxWatcher watcher;
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(CheckResultWithSystemError(false, L"Cannot open file X"));
-    EXPECT_TRUE(OnlyBox(watcher).text.starts_with(L"Cannot open file X\nAccess denied"));
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(CheckResultWithSystemError(false, L""));
-    EXPECT_TRUE(OnlyBox(watcher).text.starts_with(L"Access denied"));
-}
-
-TEST(ErrorBox, UnknownErrorsShowTheirNumberAndZeroNothing) {
-    MessageBoxWatcher watcher;
-    SetLastError(0x2FFFFFFF);
-    EXPECT_FALSE(CheckResultWithSystemError(false, L"Cannot open file X"));
-    EXPECT_EQ(OnlyBox(watcher).text, L"Cannot open file X\nError code: 805306367");
+    const struct {
+        DWORD error;
+        const wchar_t* text;
+        const wchar_t* shown; ///< at the start of the box
+    } kCases[] = {{ERROR_ACCESS_DENIED, L"Cannot open X", L"Cannot open X\nAccess denied"},
+                  {ERROR_ACCESS_DENIED, L"", L"Access denied"},
+                  {0x2FFFFFFF, L"Cannot open X", L"Cannot open X\nError code: 805306367"}};
+    for (const auto& failure : kCases) {
+        SetLastError(failure.error);
+        EXPECT_FALSE(CheckResultWithSystemError(false, failure.text));
+        EXPECT_TRUE(OnlyBox(watcher).text.starts_with(failure.shown));
+    }
     SetLastError(ERROR_SUCCESS);
-    EXPECT_FALSE(CheckResultWithSystemError(false, L"Cannot open file X"));
-    EXPECT_EQ(OnlyBox(watcher).text, L"Cannot open file X");
+    EXPECT_FALSE(CheckResultWithSystemError(false, L"Cannot open X"));
+    EXPECT_EQ(OnlyBox(watcher).text, L"Cannot open X");
 }
 
 TEST(ErrorBox, LongTextsAreCutNotOverrun) {

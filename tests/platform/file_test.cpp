@@ -2,34 +2,19 @@
 
 #include "platform/file.h"
 
+#include "tests/support/scratch_file.h"
+
 #include <array>
-#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace quilla {
 namespace {
 
-#ifdef _WIN32
-constexpr const PathUnit* kPath = L"file_test.tmp";
-void RemoveFile() {
-    _wremove(kPath);
-}
-#else
-constexpr const PathUnit* kPath = "file_test.tmp";
-void RemoveFile() {
-    std::remove(kPath);
-}
-#endif
-
-class FileTest : public testing::Test {
-  protected:
-    FileTest() { RemoveFile(); }
-    ~FileTest() override { RemoveFile(); }
-};
-
-TEST_F(FileTest, TransfersBeyondFourGigabytesAndStopsAtTheEnd) {
+TEST(FileTest, TransfersBeyondFourGigabytesAndStopsAtTheEnd) {
+    const test::ScratchFile scratch;
     constexpr std::uint64_t kSize = 6ULL << 30;
-    const File file = File::Open(kPath, FileAccess::ReadWrite, FileSharing::None, FileCreation::CreateNew);
+    const File file =
+        File::Open(scratch.Path(), FileAccess::ReadWrite, FileSharing::None, FileCreation::CreateNew);
     ASSERT_TRUE(file.IsOpen());
     ASSERT_TRUE(file.SetSize(kSize));
     std::uint64_t size = 0;
@@ -47,15 +32,17 @@ TEST_F(FileTest, TransfersBeyondFourGigabytesAndStopsAtTheEnd) {
     EXPECT_EQ(file.ReadAt(kSize + 100, in).bytes, 0U);
 }
 
-TEST_F(FileTest, CreationAndSharingRules) {
-    EXPECT_FALSE(File::Open(kPath, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting).IsOpen());
-    File file = File::Open(kPath, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+TEST(FileTest, CreationAndSharingRules) {
+    const test::ScratchFile scratch;
+    const PathUnit* const path = scratch.Path();
+    EXPECT_FALSE(File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting).IsOpen());
+    File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
     ASSERT_TRUE(file.IsOpen());
-    EXPECT_FALSE(File::Open(kPath, FileAccess::Write, FileSharing::None, FileCreation::CreateNew).IsOpen());
-    EXPECT_FALSE(File::Open(kPath, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting).IsOpen());
+    EXPECT_FALSE(File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew).IsOpen());
+    EXPECT_FALSE(File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting).IsOpen());
     file.Close();
-    const File one = File::Open(kPath, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
-    const File two = File::Open(kPath, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
+    const File one = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
+    const File two = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
     EXPECT_TRUE(one.IsOpen());
     EXPECT_TRUE(two.IsOpen());
 }
