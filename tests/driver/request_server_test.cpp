@@ -233,6 +233,7 @@ TEST_F(RequestServerTest, DoesNotGrow) {
         ASSERT_TRUE(mounted.IsMounted());
         channel_.SendDismountVolume(mounted);
         ASSERT_FALSE(mounted.IsMounted());
+        dismounted_.clear();
     };
     for (int i = 0; i < 20; ++i)
         mountOnce();
