@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -10,7 +9,7 @@
 #include <vector>
 #include <windows.h>
 
-/// Reads and answers the real message boxes of a process while a test runs.
+/// Reads and answers the real message boxes of this process while a test runs.
 namespace quilla::test {
 
 /// One message box that was on the screen.
@@ -21,13 +20,11 @@ struct SeenBox {
     HWND owner = nullptr;
 };
 
-/// While it lives, a thread looks for message boxes of a process (by default this one), records each and
-/// presses a button of it: the one with the given id, or the first one. Dialogs that are no message boxes are
-/// left alone.
+/// While it lives, a thread looks for message boxes, records each and presses a button of it: the one with
+/// the given id, or the first one. Dialogs that are no message boxes are left alone.
 class MessageBoxWatcher {
   public:
-    explicit MessageBoxWatcher(int answer = 0, DWORD process = GetCurrentProcessId())
-        : answer_(answer), process_(process), thread_([this] { Run(); }) {}
+    explicit MessageBoxWatcher(int answer = 0) : answer_(answer), thread_([this] { Run(); }) {}
     ~MessageBoxWatcher() {
         ending_ = true;
         thread_.join();
@@ -41,12 +38,6 @@ class MessageBoxWatcher {
         return std::exchange(boxes_, {});
     }
 
-    /// Waits until there is something to take; needed for boxes of other threads and processes only.
-    bool WaitForBox(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-        std::unique_lock guard(lock_);
-        return changed_.wait_for(guard, limit, [this] { return !boxes_.empty(); });
-    }
-
   private:
     static constexpr int kTextId = 0xFFFF; // the text of every message box is the static control of this id
 
@@ -58,28 +49,22 @@ class MessageBoxWatcher {
         }
     }
 
-    struct Search {
-        DWORD process;
-        HWND found;
-    };
-
-    HWND FindBox() const {
-        Search search{process_, nullptr};
+    static HWND FindBox() {
+        HWND found = nullptr;
         EnumWindows(
             [](HWND window, LPARAM context) -> BOOL {
-                auto& wanted = *reinterpret_cast<Search*>(context);
                 DWORD process = 0;
                 GetWindowThreadProcessId(window, &process);
                 wchar_t name[16];
-                const bool dialog = process == wanted.process && IsWindowVisible(window) &&
-                                    GetClassNameW(window, name, 16) > 0 && std::wstring(name) == L"#32770" &&
-                                    GetDlgItem(window, kTextId);
-                if (dialog)
-                    wanted.found = window;
-                return !dialog;
+                const bool isBox = process == GetCurrentProcessId() && IsWindowVisible(window) &&
+                                   GetClassNameW(window, name, 16) > 0 && std::wstring(name) == L"#32770" &&
+                                   GetDlgItem(window, kTextId);
+                if (isBox)
+                    *reinterpret_cast<HWND*>(context) = window;
+                return !isBox;
             },
-            reinterpret_cast<LPARAM>(&search));
-        return search.found;
+            reinterpret_cast<LPARAM>(&found));
+        return found;
     }
 
     static std::wstring TextOf(HWND window) {
@@ -113,16 +98,13 @@ class MessageBoxWatcher {
             const std::lock_guard guard(lock_);
             boxes_.push_back(std::move(seen));
         }
-        changed_.notify_all();
         while (IsWindow(box) && !ending_)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
     const int answer_;
-    const DWORD process_;
     std::atomic<bool> ending_ = false;
     std::mutex lock_;
-    std::condition_variable changed_;
     std::vector<SeenBox> boxes_;
     std::thread thread_; // last: it uses all the others
 };

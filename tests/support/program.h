@@ -50,7 +50,6 @@ class Program {
     Program(Program&&) = default;
     Program& operator=(Program&&) = delete;
 
-    [[nodiscard]] DWORD Id() const { return id_; }
     [[nodiscard]] HANDLE Process() const { return process_.Get(); }
 
     [[nodiscard]] bool HasEnded() const {
