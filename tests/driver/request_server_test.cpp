@@ -193,6 +193,7 @@ TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {
         driver_.QueryDriver(listed);
         listed.Timeout = LocalFileTime() - listed.ActivityTime + secondsFromNow * kSecond;
         driver_.UpdateDriver(listed);
+        listed.ActivityTime = 0; // the sweep has to ask the driver
     };
     setEnd(due, 10);
     setEnd(later, 20);
