@@ -16,8 +16,10 @@ void WorkerPool::Job::Work() {
 
 bool WorkerPool::Run(std::size_t count, Step step, void* context) {
     Job job(count, step, context);
-    const bool isFirst = callers_.fetch_add(1) == 0;
-    const bool hasHelp = isFirst && count > 1;
+    const bool isAlone = callers_.fetch_add(1) == 0;
+    if (!isAlone)
+        crowdedJobs_.store(kCrowdedJobs, std::memory_order_relaxed);
+    const bool hasHelp = isAlone && count > 1 && !IsCrowded();
     if (hasHelp)
         Offer(job);
     job.Work();
@@ -25,6 +27,14 @@ bool WorkerPool::Run(std::size_t count, Step step, void* context) {
         Withdraw();
     callers_.fetch_sub(1);
     return !job.failed;
+}
+
+/// Callers who have met will meet again: for some jobs after that nobody gets help.
+bool WorkerPool::IsCrowded() {
+    const std::uint32_t left = crowdedJobs_.load(std::memory_order_relaxed);
+    if (left > 0)
+        crowdedJobs_.store(left - 1, std::memory_order_relaxed);
+    return left > 0;
 }
 
 void WorkerPool::Offer(Job& job) {

@@ -55,14 +55,18 @@ class WorkerPool {
         std::atomic<bool> failed{false};
     };
 
+    static constexpr std::uint32_t kCrowdedJobs = 32;
+
     static void RunWorker(void* pool);
     void Help();
+    [[nodiscard]] bool IsCrowded();
     void Offer(Job& job);
     void Withdraw();
     void StartWorkers();
 
     std::atomic<std::uint32_t> callers_{0};
-    Lock lock_; ///< protects what follows
+    std::atomic<std::uint32_t> crowdedJobs_{0}; ///< still to be done without help
+    Lock lock_;                                 ///< protects what follows
     Condition offered_;
     Condition helped_;
     Job* job_ = nullptr;       ///< for workers to join
