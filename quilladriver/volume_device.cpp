@@ -31,6 +31,7 @@ bool VolumeDevice::Open(File file, SectorCipher cipher) {
     file_ = std::move(file);
     cipher_ = std::move(cipher);
     tellsLoss_ = file_.IsIntact(size);
+    flushFailed_ = false;
     sectorCount_ = size / kSectorSize;
     NoteActivity();
     return true;
@@ -117,7 +118,12 @@ bool VolumeDevice::WriteZeroPiece(std::uint64_t offset, std::size_t size) const 
 }
 
 bool VolumeDevice::Flush() {
-    return file_.IsOpen() && file_.Flush() && IsIntact(Size());
+    if (!file_.IsOpen())
+        return false;
+    const LockGuard guard(flushing_); // none ends well between another's failure and the note of it
+    if (!file_.Flush())
+        flushFailed_ = true;
+    return !flushFailed_ && IsIntact(Size());
 }
 
 bool VolumeDevice::ReadSectors(std::uint64_t first, std::span<std::byte> buffer) {

@@ -2,6 +2,7 @@
 
 #include "platform/block_device.h"
 #include "platform/file.h"
+#include "platform/thread.h"
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/worker_pool.h"
 
@@ -23,7 +24,8 @@ using ActivityClock = std::uint64_t (*)();
 /// transfer that the file cuts short fails, and a failed request may have been carried out in parts. Big
 /// requests are split over the processors, whereby one part is deciphered while another is read. Of a file
 /// that was cut or removed behind the device's back, what is left can be read; writes behind its end fail
-/// instead of extending it, and no flush succeeds any more.
+/// instead of extending it, and no flush succeeds any more. Nor does one after a flush that has failed: the
+/// system may have dropped what it could not write, and tells so only once, to whichever client asked.
 class VolumeDevice final : public BlockDevice {
   public:
     /// The clock supplies the times of LastActivity.
@@ -84,6 +86,8 @@ class VolumeDevice final : public BlockDevice {
     WorkerPool pool_;
     std::uint64_t sectorCount_ = 0;
     bool tellsLoss_ = false; ///< whether the file's system can tell that the file is intact
+    Lock flushing_;
+    bool flushFailed_ = false;
     std::atomic<std::uint64_t> lastActivity_{0};
 };
 

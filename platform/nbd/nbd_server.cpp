@@ -18,6 +18,8 @@ using State = NbdConnection::State;
 /// Pause after the system refused a connection for lack of resources.
 constexpr std::uint32_t kRetryMilliseconds = 50;
 
+static_assert(NbdServer::kMaxConnections <= RangeLock::kMaxHolders, "each connection may hold a range");
+
 NbdServer::NbdServer(BlockDevice& device, std::string_view exportName, NbdLimits limits)
     : device_(device), nameLength_(std::min(exportName.size(), kMaxNameLength)), limits_(limits) {
     std::copy_n(exportName.begin(), nameLength_, name_.begin());

@@ -1,7 +1,7 @@
 #!/bin/sh
 # failing_disk_test.sh SERVER: a volume on a disk that fails while it is mounted. The disk is a file of nbdfuse
-# over nbdkit, whose error filter makes reads or writes fail as long as a trigger file exists. The client must get
-# the error, and right data again once the disk works. Exit code 77: this machine has no FUSE.
+# over nbdkit, which fails reads, writes or flushes as long as a file of that name exists. The client must get the
+# error, and right data again once the disk works. Exit code 77: this machine has no FUSE.
 set -eu
 server=$1
 name=$(basename "$0")
@@ -15,7 +15,7 @@ skip() {
 }
 
 fail() {
-    echo "$name: $*" >&2
+    echo "$name: $*: $(cat "$work/log" "$work/server.log")" >&2
     exit 1
 }
 
@@ -36,52 +36,59 @@ await() {
     done
 }
 
-# use COMMAND ...: what qemu-io says to a few commands over one connection.
-use() {
-    set -- "$@" -c flush
-    timeout 60 qemu-io -f raw "$@" "$uri" 2>&1 || true
+# expect FAILURES SUCCESSES COMMAND ...: over one connection, so many commands of qemu-io fail by an error of the
+# disk, so many transfer what they should, and nothing else goes wrong.
+expect() {
+    failures=$1
+    successes=$2
+    shift 2
+    timeout 60 qemu-io -f raw -t writeback "$@" "$(cat "$work/uri")" >"$work/log" 2>&1 || true
+    [ "$(grep -c 'Input/output error' "$work/log")" = "$failures" ] || fail "not $failures failures"
+    [ "$(grep -c 'bytes at offset' "$work/log")" = "$successes" ] || fail "not $successes transfers"
+    ! grep -q 'Pattern verification failed' "$work/log" || fail "wrong data"
 }
 
 for tool in nbdfuse nbdkit qemu-io; do
     command -v $tool >/dev/null || skip "no $tool"
 done
 [ -e /dev/fuse ] || skip "no FUSE on this machine"
-truncate -s 8M "$work/disk.raw"
-mkdir "$work/mount"
-nbdfuse "$work/mount" [ nbdkit --exit-with-parent --filter=error file "$work/disk.raw" \
-    error-pread=EIO error-pread-rate=100% error-pread-file="$work/reads_fail" \
-    error-pwrite=EIO error-pwrite-rate=100% error-pwrite-file="$work/writes_fail" ] >"$work/fuse.log" 2>&1 &
+cd "$work"
+truncate -s 8M disk
+mkdir mount
+unless() {
+    echo "if [ -e '$work/$1' ]; then echo EIO >&2; exit 1; fi;"
+}
+nbdfuse mount [ nbdkit --exit-with-parent eval get_size='echo 8M' can_write='exit 0' can_flush='exit 0' \
+    pread="$(unless reads_fail) dd if='$work/disk' skip=\$4 count=\$3 iflag=skip_bytes,count_bytes status=none" \
+    pwrite="$(unless writes_fail) dd of='$work/disk' seek=\$4 oflag=seek_bytes conv=notrunc status=none" \
+    flush="$(unless flushes_fail)" ] >fuse.log 2>&1 &
 fuse_pid=$!
-await "$work/mount/nbd" || skip "cannot mount by FUSE: $(cat "$work/fuse.log")"
+await mount/nbd || skip "cannot mount by FUSE: $(cat fuse.log)"
 
-key=$(printf '%064d' 7)
-"$server" "$work/mount/nbd" 10 "$key" >"$work/uri" 2>"$work/server.log" &
+"$server" mount/nbd 10 "$(printf '%064d' 7)" >uri 2>server.log &
 server_pid=$!
-await "$work/uri" || fail "the server does not start: $(cat "$work/server.log")"
-uri=$(cat "$work/uri")
+await uri || fail "the server does not start"
+expect 0 1 -c 'write -f -P 0x11 0 1M'
 
-use -c 'write -P 0x11 0 1M' >"$work/log"
-grep -q 'wrote 1048576/1048576' "$work/log" || fail "the first write failed: $(cat "$work/log")"
+touch writes_fail
+expect 2 1 -c 'write -P 0x22 64k 64k' -c 'write -z 256k 64k' -c 'read -P 0x11 512k 64k'
+rm writes_fail
 
-touch "$work/writes_fail"
-use -c 'write -P 0x22 64k 64k' -c 'write -z 256k 64k' -c 'read -P 0x11 512k 64k' >"$work/log"
-[ "$(grep -c 'failed: Input/output error' "$work/log")" = 2 ] || fail "writes did not fail: $(cat "$work/log")"
-grep -q 'read 65536/65536' "$work/log" || fail "a good read did not go on: $(cat "$work/log")"
-rm "$work/writes_fail"
-
-touch "$work/reads_fail"
+touch reads_fail
 # Offsets never read before, since the system may remember the others.
-use -c 'read 4M 64k' -c 'read 5M 512' -c 'write -P 0x33 6M 64k' >"$work/log"
-[ "$(grep -c 'failed: Input/output error' "$work/log")" = 2 ] || fail "reads did not fail: $(cat "$work/log")"
-grep -q 'wrote 65536/65536' "$work/log" || fail "a good write did not go on: $(cat "$work/log")"
-rm "$work/reads_fail"
+expect 2 1 -c 'read 4M 64k' -c 'read 5M 512' -c 'write -P 0x33 6M 64k'
+rm reads_fail
+expect 0 5 -c 'read -P 0x11 0 1M' -c 'read -P 0x33 6M 64k' -c 'write -P 0x44 64k 64k' -c 'read -P 0x44 64k 64k' \
+    -c 'read -P 0x11 128k 128k'
 
-use -c 'read -P 0x11 0 1M' -c 'read -P 0x33 6M 64k' -c 'write -P 0x44 64k 64k' -c 'read -P 0x44 64k 64k' \
-    -c 'read -P 0x11 128k 128k' >"$work/log"
-[ "$(grep -c 'read .* bytes at offset' "$work/log")" = 4 ] || fail "the disk works again: $(cat "$work/log")"
-! grep -qi 'failed\|error' "$work/log" || fail "an error stayed behind: $(cat "$work/log")"
+# What a failed flush has lost, no later one brings back.
+touch flushes_fail
+expect 1 1 -c 'write -f -P 0x55 0 4k' -c 'write -P 0x66 4k 4k'
+rm flushes_fail
+expect 1 2 -c 'read -P 0x55 0 4k' -c 'read -P 0x66 4k 4k' -c 'write -f 8k 4k'
 
 kill -TERM "$server_pid"
 pid=$server_pid
 server_pid=
-wait "$pid" || fail "the server ended with code $?: $(cat "$work/server.log")"
+! wait "$pid" || fail "the server does not tell that the last flush has failed"
+grep -q 'cannot flush' server.log || fail "the server ended otherwise"
