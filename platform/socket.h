@@ -58,8 +58,8 @@ class Socket final : public ByteStream {
     bool Prepare();
 
     std::uintptr_t handle_ = kNone;
-    // Platforms that cannot wake a waiting receive wait for two events instead: data, or the order to stop.
-    [[maybe_unused]] void* arrival_ = nullptr; // these two only where accepting needs events
+    // Where nothing can wake a waiting receive, it waits for two events instead: data, or the order to stop.
+    [[maybe_unused]] void* arrival_ = nullptr;
     [[maybe_unused]] void* stop_ = nullptr;
     std::uint32_t timeout_ = 0;
 };
@@ -90,7 +90,7 @@ class Listener {
   private:
     static constexpr std::uintptr_t kNone = ~std::uintptr_t{0};
     std::uintptr_t handle_ = kNone;
-    [[maybe_unused]] void* arrival_ = nullptr; // these two only where accepting needs events
+    [[maybe_unused]] void* arrival_ = nullptr; // as in Socket: a connection, or the order to stop
     [[maybe_unused]] void* stop_ = nullptr;
     std::uint16_t port_ = 0;
 };

@@ -74,8 +74,6 @@ class Thread {
     /// Waits for the thread to end; does nothing if none was started.
     void Join();
 
-    [[nodiscard]] bool IsStarted() const { return started_; }
-
   private:
     std::uintptr_t handle_ = 0;
     bool started_ = false;

@@ -13,7 +13,6 @@ namespace {
 constexpr std::uint16_t kTransmissionFlags =
     kHasFlags | kSendFlush | kSendFua | kSendWriteZeroes | kCanMultiConn;
 constexpr std::uint32_t kPreferredBlock = 4096;
-constexpr std::uint32_t kMaximumPayload = 32U << 20;
 
 /// Names are capabilities, so none is listed. Everything else that is not used is not known either,
 /// structured replies among it: payload and error of a read travel in simple ones.

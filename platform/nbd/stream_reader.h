@@ -25,10 +25,8 @@ class StreamReader {
     /// Bytes received and not taken yet.
     [[nodiscard]] std::size_t Available() const { return end_ - begin_; }
 
-    /// The most that Require can be asked for.
-    [[nodiscard]] std::size_t Capacity() const { return buffer_.size(); }
-
-    /// Receives once, on the way to so many available bytes; false at the end of the stream.
+    /// Receives once, on the way to so many available bytes, at most the buffer; false at the end of the
+    /// stream.
     [[nodiscard]] bool ReceiveOnce(std::size_t needed, ReadAhead ahead);
 
     /// Receives until so many bytes are available; false at the end of the stream.

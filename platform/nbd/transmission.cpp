@@ -8,9 +8,6 @@ namespace quilla::nbd {
 
 namespace {
 
-/// The longest payload of a request, as advertised.
-constexpr std::uint32_t kMaximumPayload = 32U << 20;
-
 /// A payload is written as it arrives, in pieces of at least this size.
 constexpr std::uint32_t kWritePiece = 128U << 10;
 
@@ -75,7 +72,7 @@ Transmission::Outcome Transmission::ServeRequest() {
         return Outcome::Close;
     const CommandEntry* const entry = FindCommand(request.command);
     const Error error = Validate(request, entry);
-    return entry != nullptr ? (this->*entry->serve)(request, error) : ServeUnknown(request, error);
+    return entry != nullptr ? (this->*entry->serve)(request, error) : Reply(request, error);
 }
 
 const Transmission::CommandEntry* Transmission::FindCommand(std::uint16_t command) {
@@ -178,10 +175,6 @@ Transmission::Outcome Transmission::ServeFlush(const Request& request, Error err
 
 Transmission::Outcome Transmission::ServeDisconnect(const Request& /*request*/, Error /*error*/) {
     return Outcome::Goodbye;
-}
-
-Transmission::Outcome Transmission::ServeUnknown(const Request& request, Error error) {
-    return Reply(request, error);
 }
 
 Transmission::Outcome Transmission::Reply(const Request& request, Error error) {

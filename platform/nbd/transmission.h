@@ -49,7 +49,6 @@ class Transmission {
     [[nodiscard]] Outcome ServeWriteZeroes(const Request& request, Error error);
     [[nodiscard]] Outcome ServeFlush(const Request& request, Error error);
     [[nodiscard]] Outcome ServeDisconnect(const Request& request, Error error);
-    [[nodiscard]] Outcome ServeUnknown(const Request& request, Error error);
 
     [[nodiscard]] bool ReadPieces(std::uint64_t offset, std::size_t length);
     [[nodiscard]] Error WriteZeroPieces(std::uint64_t offset, std::uint64_t length);

@@ -68,6 +68,9 @@ enum class Command : std::uint16_t { Read = 0, Write = 1, Disconnect = 2, Flush 
 inline constexpr std::uint16_t kForceUnitAccess = 1U << 0;
 inline constexpr std::uint16_t kNoHole = 1U << 1;
 
+/// The longest payload of a read or write, as told to clients that ask.
+inline constexpr std::uint32_t kMaximumPayload = 32U << 20;
+
 /// Error numbers of replies.
 enum class Error : std::uint32_t { None = 0, Io = 5, Invalid = 22, NoSpace = 28, Shutdown = 108 };
 

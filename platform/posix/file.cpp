@@ -20,7 +20,7 @@ int OpenFlags(FileAccess access, FileCreation creation) {
     return direction | O_CLOEXEC | (creation == FileCreation::CreateNew ? O_CREAT | O_EXCL : 0);
 }
 
-bool IsRegularFile(int descriptor) {
+bool IsNoFolder(int descriptor) {
     struct stat status {};
     return fstat(descriptor, &status) == 0 && !S_ISDIR(status.st_mode);
 }
@@ -44,7 +44,7 @@ File& File::operator=(File&& other) noexcept {
 File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
     File file;
     file.handle_ = open(path, OpenFlags(access, creation), S_IRUSR | S_IWUSR);
-    if (file.IsOpen() && !(IsRegularFile(file.handle_) && TakeShare(file.handle_, access, sharing)))
+    if (file.IsOpen() && !(IsNoFolder(file.handle_) && TakeShare(file.handle_, access, sharing)))
         file.Close();
     return file;
 }
