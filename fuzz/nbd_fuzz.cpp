@@ -6,11 +6,11 @@
 // byte read and all bytes of the device at the end are compared with a slow and obvious model of the
 // protocol.
 
-#include "platform/block_device.h"
 #include "platform/byte_order.h"
 #include "platform/nbd/byte_device.h"
 #include "platform/nbd/handshake.h"
 #include "platform/nbd/transmission.h"
+#include "tests/nbd/memory_device.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -33,17 +33,6 @@ void Expect(bool condition, const char* what) {
         return;
     std::fprintf(stderr, "nbd_fuzz: %s\n", what);
     std::abort();
-}
-
-/// What the device holds at first.
-const Bytes& InitialBytes() {
-    static const Bytes bytes = [] {
-        Bytes made(kDeviceSize);
-        for (std::size_t i = 0; i < made.size(); ++i)
-            made[i] = static_cast<std::byte>(i * 5 + i / 512);
-        return made;
-    }();
-    return bytes;
 }
 
 /// A peer whose bytes arrive in fragments of repeatable random sizes.
@@ -79,49 +68,11 @@ class FragmentStream final : public ByteStream {
     std::uint32_t state_;
 };
 
-class CheckedDevice final : public BlockDevice {
-  public:
-    explicit CheckedDevice(std::uint64_t badSector) : bytes(InitialBytes()), badSector_(badSector) {}
-
-    [[nodiscard]] std::uint64_t Size() const override { return bytes.size(); }
-    [[nodiscard]] bool Read(std::uint64_t offset, std::span<std::byte> buffer) override {
-        if (!IsGood(offset, buffer.size()))
-            return false;
-        std::memcpy(buffer.data(), bytes.data() + offset, buffer.size());
-        return true;
-    }
-    [[nodiscard]] bool Write(std::uint64_t offset, std::span<std::byte> payload) override {
-        if (!IsGood(offset, payload.size()))
-            return false;
-        std::memcpy(bytes.data() + offset, payload.data(), payload.size());
-        std::ranges::fill(payload, std::byte{0xDD});
-        return true;
-    }
-    [[nodiscard]] bool WriteZeroes(std::uint64_t offset, std::uint64_t length) override {
-        if (!IsGood(offset, length))
-            return false;
-        std::memset(bytes.data() + offset, 0, length);
-        return true;
-    }
-    [[nodiscard]] bool Flush() override { return true; }
-
-    Bytes bytes;
-
-  private:
-    [[nodiscard]] bool IsGood(std::uint64_t offset, std::uint64_t length) const {
-        Expect(offset % 512 == 0 && length % 512 == 0 && length > 0, "an unaligned request");
-        Expect(offset <= Size() && length <= Size() - offset, "a request outside the device");
-        return badSector_ < offset / 512 || badSector_ >= (offset + length) / 512;
-    }
-
-    std::uint64_t badSector_;
-};
-
 /// What a correct server answers, worked out request by request on plain arrays.
 class Model {
   public:
     explicit Model(std::uint64_t badSector)
-        : badSector_(badSector), bytes_(InitialBytes()), isKnown_(kDeviceSize, 1) {}
+        : badSector_(badSector), bytes_(test::MemoryDevice(kDeviceSize).bytes), isKnown_(kDeviceSize, 1) {}
 
     /// Compares what a server has sent, and has left on its device, for a peer's bytes.
     void Check(std::span<const std::byte> input, std::span<const std::byte> output, const Bytes& device) {
@@ -224,7 +175,8 @@ class Model {
 void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint64_t badSector) {
     static Bytes received(kReceiveBuffer);
     static Bytes gathered(kReplyBuffer);
-    CheckedDevice device(badSector);
+    test::MemoryDevice device(kDeviceSize);
+    device.badSector = badSector;
     RangeLock ranges;
     FragmentStream stream(input, cut);
     {
@@ -234,6 +186,7 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
         const std::atomic<nbd::ServerPhase> phase = nbd::ServerPhase::Serving;
         static_cast<void>(nbd::Transmission(reader, replies, bytes, phase).Run());
     }
+    Expect(device.rulesBroken == 0, "a request outside the device's rules");
     if (stream.output.size() < kLongestOutput) // otherwise the peer was taken for gone
         Model(badSector).Check(input, stream.output, device.bytes);
 }

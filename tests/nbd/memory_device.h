@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -16,13 +14,16 @@ namespace quilla::test {
 /// sector, one of them writing, are a data race that ThreadSanitizer reports.
 class MemoryDevice final : public BlockDevice {
   public:
-    explicit MemoryDevice(std::size_t size) : bytes(size) {}
+    /// The bytes at first look like nothing that a test writes.
+    explicit MemoryDevice(std::size_t size) : bytes(size) {
+        for (std::size_t i = 0; i < size; ++i)
+            bytes[i] = static_cast<std::byte>(i * 7 + i / 512);
+    }
 
     [[nodiscard]] std::uint64_t Size() const override { return bytes.size(); }
 
     [[nodiscard]] bool Read(std::uint64_t offset, std::span<std::byte> buffer) override {
-        WaitAtGate();
-        if (!IsFit(offset, buffer.size()) || Meets(offset, buffer.size()))
+        if (!Admit(offset, buffer.size()))
             return false;
         std::memcpy(buffer.data(), bytes.data() + offset, buffer.size());
         std::this_thread::yield(); // lets others in between the halves of a read-modify-write
@@ -30,8 +31,7 @@ class MemoryDevice final : public BlockDevice {
     }
 
     [[nodiscard]] bool Write(std::uint64_t offset, std::span<std::byte> payload) override {
-        WaitAtGate();
-        if (!IsFit(offset, payload.size()) || Meets(offset, payload.size()))
+        if (!Admit(offset, payload.size()))
             return false;
         std::memcpy(bytes.data() + offset, payload.data(), payload.size());
         std::ranges::fill(payload, std::byte{0xDD}); // as a cipher in place would leave it
@@ -39,8 +39,7 @@ class MemoryDevice final : public BlockDevice {
     }
 
     [[nodiscard]] bool WriteZeroes(std::uint64_t offset, std::uint64_t length) override {
-        WaitAtGate();
-        if (!IsFit(offset, length) || Meets(offset, length))
+        if (!Admit(offset, length))
             return false;
         std::memset(bytes.data() + offset, 0, static_cast<std::size_t>(length));
         return true;
@@ -51,52 +50,31 @@ class MemoryDevice final : public BlockDevice {
         return !flushFails;
     }
 
-    void CloseGate() {
-        const std::lock_guard guard(mutex_);
-        gateClosed_ = true;
-    }
-    void OpenGate() {
-        {
-            const std::lock_guard guard(mutex_);
-            gateClosed_ = false;
-        }
-        changed_.notify_all();
-    }
-    /// Waits until a request stands before the closed gate.
-    void AwaitRequestAtGate() {
-        std::unique_lock guard(mutex_);
-        changed_.wait(guard, [this] { return atGate_ > 0; });
+    /// Transfers wait before a closed gate.
+    void SetGate(bool isClosed) {
+        gateClosed_ = isClosed;
+        gateClosed_.notify_all();
     }
 
     std::vector<std::byte> bytes;
     std::atomic<std::uint64_t> badSector = ~std::uint64_t{0};
     std::atomic<bool> flushFails = false;
     std::atomic<int> flushes = 0;
-    std::atomic<int> rulesBroken = 0;
+    std::atomic<int> requests = 0;    ///< that have come, to the gate if it is closed
+    std::atomic<int> rulesBroken = 0; ///< requests that are empty, not made of sectors or not inside
 
   private:
-    bool IsFit(std::uint64_t offset, std::uint64_t length) {
-        const bool isFit =
-            offset % 512 == 0 && length % 512 == 0 && offset <= Size() && length <= Size() - offset;
+    /// Waits until a transfer may begin; whether it may succeed.
+    bool Admit(std::uint64_t offset, std::uint64_t length) {
+        ++requests;
+        gateClosed_.wait(true);
+        const bool isFit = length > 0 && offset % 512 == 0 && length % 512 == 0 && offset <= Size() &&
+                           length <= Size() - offset;
         rulesBroken += isFit ? 0 : 1;
-        return isFit;
-    }
-    bool Meets(std::uint64_t offset, std::uint64_t length) const {
-        const std::uint64_t bad = badSector.load();
-        return bad >= offset / 512 && bad < (offset + length) / 512;
-    }
-    void WaitAtGate() {
-        std::unique_lock guard(mutex_);
-        ++atGate_;
-        changed_.notify_all();
-        changed_.wait(guard, [this] { return !gateClosed_; });
-        --atGate_;
+        return isFit && (badSector < offset / 512 || badSector >= (offset + length) / 512);
     }
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int atGate_ = 0;
-    bool gateClosed_ = false;
+    std::atomic<bool> gateClosed_ = false;
 };
 
 } // namespace quilla::test

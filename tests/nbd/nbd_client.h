@@ -2,7 +2,9 @@
 
 #include "platform/socket.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -33,13 +35,11 @@ class Message {
     Message& Put32(std::uint64_t value) { return PutNumber(value, 4); }
     Message& Put64(std::uint64_t value) { return PutNumber(value, 8); }
     Message& Put(std::string_view text) {
-        for (const char unit : text)
-            bytes_.push_back(static_cast<std::uint8_t>(unit));
+        std::ranges::copy(text, std::back_inserter(bytes_));
         return *this;
     }
     Message& Put(const Bytes& bytes) {
-        for (const std::uint8_t byte : bytes)
-            bytes_.push_back(byte);
+        std::ranges::copy(bytes, std::back_inserter(bytes_));
         return *this;
     }
     [[nodiscard]] const Bytes& Get() const { return bytes_; }
@@ -56,14 +56,14 @@ class Message {
 
 std::uint64_t Number(const Bytes& bytes, std::size_t at, std::size_t size);
 
-constexpr std::uint32_t kOptExportName = 1, kOptAbort = 2, kOptList = 3, kOptStartTls = 5, kOptInfo = 6,
-                        kOptGo = 7, kOptStructuredReply = 8;
+constexpr std::uint32_t kOptExportName = 1, kOptAbort = 2, kOptList = 3, kOptInfo = 6, kOptGo = 7,
+                        kOptStructuredReply = 8;
 constexpr std::uint32_t kRepAck = 1, kRepInfo = 3, kRepUnsupported = 0x80000001, kRepPolicy = 0x80000002,
                         kRepInvalid = 0x80000003, kRepUnknown = 0x80000006, kRepTooBig = 0x80000009;
 constexpr std::uint16_t kCmdRead = 0, kCmdWrite = 1, kCmdDisconnect = 2, kCmdFlush = 3, kCmdTrim = 4,
                         kCmdWriteZeroes = 6;
 constexpr std::uint16_t kFua = 1, kNoHole = 2, kDontFragment = 4;
-constexpr std::uint32_t kOk = 0, kEio = 5, kEinval = 22, kEnospc = 28, kEshutdown = 108;
+constexpr std::uint32_t kOk = 0, kEio = 5, kEinval = 22, kEnospc = 28;
 
 struct OptionAnswer {
     std::uint32_t option;
@@ -84,7 +84,6 @@ class NbdClient {
     [[nodiscard]] std::optional<Bytes> Receive(std::size_t count);
     /// True when the server has closed and nothing more came.
     [[nodiscard]] bool IsClosed() { return !Receive(1).has_value(); }
-    void FinishSending() { socket_.FinishSending(); }
     void Close() { socket_.Close(); }
 
     /// Greeting and client flags.

@@ -9,15 +9,12 @@
 namespace quilla::test {
 
 inline constexpr std::string_view kName = "SEC0-00112233445566778899aabbccddeeff";
+inline constexpr std::uint32_t kSize = 8U << 20;
 
 /// A server over a device in memory.
 class ServerTest : public testing::Test {
   protected:
-    explicit ServerTest(NbdLimits limits = {}, std::size_t size = 8U << 20)
-        : device(size), server(device, kName, limits) {
-        for (std::size_t i = 0; i < size; ++i)
-            device.bytes[i] = static_cast<std::byte>(i * 7 + i / 512);
-    }
+    explicit ServerTest(NbdLimits limits = {}) : server(device, kName, limits) {}
     void SetUp() override { ASSERT_TRUE(server.Start()); }
     void TearDown() override {
         server.Stop();
@@ -30,7 +27,7 @@ class ServerTest : public testing::Test {
         return Bytes(first, first + length);
     }
 
-    MemoryDevice device;
+    MemoryDevice device{kSize};
     NbdServer server;
 };
 
