@@ -96,7 +96,7 @@ LRESULT RequestServer::Query(const VolumeRecord& wanted, VolumeRecord& reply) {
 }
 
 LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
-    const auto [row, record] = Find(wanted);
+    VolumeRecord* const record = Find(wanted).record;
     if (record == nullptr || record->IsMounted())
         return -1;
     record->Timeout = wanted.Timeout;
@@ -104,7 +104,7 @@ LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
     record->Key = wanted.Key;
     driver_.LoadDriver(*record);
     Wipe(record->Key);
-    UpdateVolumeRow(list_, row, *record);
+    UpdateVolumeRow(list_, RowOf(list_, *record), *record);
     reply = *record;
     if (record->IsMounted())
         sweep_.Start(list_.hwnd, sweepMilliseconds_);
@@ -123,7 +123,7 @@ LRESULT RequestServer::DismountRequested(const VolumeRecord& wanted, VolumeRecor
 void RequestServer::Dismount(int row, DismountReason reason) {
     VolumeRecord& record = RecordAt(list_, row);
     driver_.UnloadDriver(record);
-    UpdateVolumeRow(list_, row, record);
+    UpdateVolumeRow(list_, RowOf(list_, record), record);
     if (!AnyVolumeMounted(list_))
         sweep_.Stop();
     observer_.OnVolumeDismounted(record, reason, GetDeviceManager().TakeClientsCutOff());

@@ -73,6 +73,13 @@ VolumeRecord& RecordAt(const BListView& list, int row) {
     return *reinterpret_cast<VolumeRecord*>(item.lParam);
 }
 
+int RowOf(const BListView& list, const VolumeRecord& record) {
+    LVFINDINFOW wanted{};
+    wanted.flags = LVFI_PARAM;
+    wanted.lParam = reinterpret_cast<LPARAM>(&record);
+    return ListView_FindItem(list.hwnd, -1, &wanted);
+}
+
 int SelectedRow(const BListView& list) {
     return ListView_GetNextItem(list.hwnd, -1, LVNI_SELECTED);
 }
@@ -83,7 +90,7 @@ int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
         VolumeRecord& record = RecordAt(list, row);
         CopyText(record.KeyPath, keyPath);
         RefreshListed(record);
-        return UpdateVolumeRow(list, row, record);
+        return UpdateVolumeRow(list, RowOf(list, record), record);
     }
     return AddNewVolume(list, path, keyPath);
 }

@@ -12,6 +12,10 @@ class BListView;
 /// The record that a row owns.
 [[nodiscard]] VolumeRecord& RecordAt(const BListView& list, int row);
 
+/// The row of a record, or -1 if it has none any more. Rows move when the list is sorted, which can happen
+/// whenever an error box is open.
+[[nodiscard]] int RowOf(const BListView& list, const VolumeRecord& record);
+
 /// The first selected row, or -1.
 [[nodiscard]] int SelectedRow(const BListView& list);
 

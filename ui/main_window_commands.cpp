@@ -108,12 +108,12 @@ VolumeRecord* MainWindow::SelectedVolume() const {
 
 void MainWindow::UpdateVolume(VolumeRecord& record) {
     // Requests served while a dialog was open may have moved the row.
-    UpdateVolumeRow(list_, list_.RowOf(record), record);
+    UpdateVolumeRow(list_, RowOf(list_, record), record);
     list_.Sort();
 }
 
 void MainWindow::RemoveVolume(const VolumeRecord& record) {
-    RemoveRow(list_, list_.RowOf(record));
+    RemoveRow(list_, RowOf(list_, record));
     SaveVolumeList(list_);
 }
 

@@ -145,13 +145,6 @@ void VolumeListView::MarkSortColumn() const {
     }
 }
 
-int VolumeListView::RowOf(const VolumeRecord& record) const {
-    LVFINDINFOW wanted{};
-    wanted.flags = LVFI_PARAM;
-    wanted.lParam = reinterpret_cast<LPARAM>(&record);
-    return ListView_FindItem(hwnd, -1, &wanted);
-}
-
 void VolumeListView::SelectRow(int row) const {
     ListView_SetItemState(hwnd, -1, 0, LVIS_SELECTED);
     ListView_SetItemState(hwnd, row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);

@@ -28,8 +28,6 @@ class VolumeListView : public BListView {
     /// Puts the rows in the chosen order; called after rows have come or changed.
     void Sort();
 
-    /// The row of a record, or -1 if it has none any more.
-    [[nodiscard]] int RowOf(const VolumeRecord& record) const;
     /// Selects one row alone and scrolls to it.
     void SelectRow(int row) const;
 

@@ -165,11 +165,15 @@ TEST_F(RequestServerTest, TellsOfClientsItCutOff) {
 TEST_F(RequestServerTest, AFailedMountLeavesNothing) {
     test::MessageBoxWatcher boxes;
     VolumeRecord record = Create(L"a", CipherId::Cast128);
+    FindVolume(window_.list, record.Path, record.KeyPath);
+    FindVolume(window_.list, L"C:\\gone.raw", L"");
     DeleteFileW(record.Path);
+    window_.PostMoveToEnd(0); // while the error is shown
     record = Mount(record);
+    EXPECT_EQ(window_.Text(0, 0), L"C:\\gone.raw");
     EXPECT_FALSE(record.IsMounted());
     EXPECT_EQ(record.Key, DataKey{});
-    EXPECT_EQ(RecordAt(window_.list, 0).Key, DataKey{});
+    EXPECT_EQ(RecordAt(window_.list, 1).Key, DataKey{});
     const auto seen = boxes.Take();
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].text, L"RegisterDevice() failed");

@@ -4,6 +4,7 @@
 #include "store/registry_store.h"
 #include "store/volume_list.h"
 #include "tests/support/list_window.h"
+#include "tests/support/message_box_watcher.h"
 #include "tests/support/temporary_folder.h"
 #include "volume/volume_files.h"
 
@@ -98,6 +99,22 @@ TEST_F(VolumeStoreTest, KeepsAMountedVolumeMounted) {
     DeleteFileW(volume.Path);
     FindVolume(window.list, volume.Path, volume.KeyPath);
     EXPECT_EQ(listed.Size, 2048U) << "when it cannot be told";
+}
+
+TEST_F(VolumeStoreTest, FindsARowThatMovesWhileAnErrorIsShown) {
+    const VolumeRecord volume = MakeVolume(L"a");
+    test::ListWindow window;
+    FindVolume(window.list, volume.Path, L"");
+    FindVolume(window.list, L"C:\\gone\\b.raw", L"");
+    const VolumeRecord* const record = &RecordAt(window.list, 0);
+    DeleteFileW(volume.KeyPath);
+    folder_.MakeFile(L"a.key", 0);
+    window.PostMoveToEnd(0);
+    test::MessageBoxWatcher watcher;
+    EXPECT_EQ(FindVolume(window.list, volume.Path, volume.KeyPath), 1);
+    EXPECT_EQ(watcher.Take().size(), 1U);
+    EXPECT_EQ(&RecordAt(window.list, 1), record);
+    EXPECT_NE(&RecordAt(window.list, 0), record) << "two rows own it";
 }
 
 TEST_F(VolumeStoreTest, LoadsWhatItSaved) {
