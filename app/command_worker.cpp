@@ -1,5 +1,6 @@
 #include "app/command_worker.h"
 
+#include "platform/desktop/current_folder.h"
 #include "platform/wipe.h"
 #include "store/default_key_path.h"
 #include "ui/mount_dialog.h"
@@ -34,10 +35,12 @@ int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, Request
 int Mount(CommandLineRequest& request, const UiServices& services) {
     Secret<VolumeRecord> record;
     CopyText(record->Path, FieldText(request.volumePath));
+    AddCurrentFolder(record->Path);
     if (request.hasKey)
         CopyText(record->KeyPath, FieldText(request.keyPath));
     else
         DefaultKeyPath(FieldText(record->Path), record->KeyPath);
+    AddCurrentFolder(record->KeyPath);
     services.channel.SendQueryVolume(*record);
     if (request.hasPassword)
         return MountWithPassword(*record, request, services.channel);
@@ -49,6 +52,7 @@ int Mount(CommandLineRequest& request, const UiServices& services) {
 int Dismount(const CommandLineRequest& request, RequestChannel& channel) {
     VolumeRecord record{};
     CopyText(record.Path, FieldText(request.volumePath));
+    AddCurrentFolder(record.Path);
     channel.SendDismountVolume(record);
     return kHandedOn;
 }
