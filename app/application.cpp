@@ -16,6 +16,7 @@ namespace quilla {
 namespace {
 
 constexpr int kMalformedCommandLine = 1;
+constexpr wchar_t kStartMutexName[] = L"Orvane Quilla Tarn Start";
 
 void InitialiseControls() {
     const INITCOMMONCONTROLSEX classes{.dwSize = sizeof(classes),
@@ -34,8 +35,10 @@ int Application::Run(const wchar_t* commandLine, wchar_t** words) {
     Secret<Start> start;
     start->isEmpty = IsEmptyCommandLine(commandLine);
     start->isWellFormed = ParseCommandLine(start->request, commandLine);
-    if (start->request.hasPassword)
+    if (start->request.hasPassword || !start->isWellFormed)
         WipeCommandLine(words);
+    if (!start->isWellFormed) // there may be a password in what was not understood
+        Wipe(start->request);
     if (CreateInstanceEvent()) {
         targetWindow_ = FindServingWindow();
         if (targetWindow_ != nullptr)
@@ -51,13 +54,16 @@ bool Application::CreateInstanceEvent() {
     return GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
-/// Waits until the other instance's window takes requests; null when that instance has ended meanwhile.
+/// Waits until the other instance's window takes requests; null when that instance has ended meanwhile. Of
+/// several instances that wait only one finds nobody there: it starts, and the others wait for it.
 HWND Application::FindServingWindow() {
+    const UniqueMutex turn(CreateMutexW(nullptr, FALSE, kStartMutexName));
+    WaitForSingleObject(turn.Get(), INFINITE);
     WaitForSingleObject(instanceEvent_.Get(), INFINITE);
     const HWND window = FindWindowW(kMainWindowClass, kMainWindowTitle);
     if (window == nullptr)
-        ce::EventModify(instanceEvent_.Get(),
-                        ce::EVENT_RESET); // this instance starts now, others wait for it
+        ce::EventModify(instanceEvent_.Get(), ce::EVENT_RESET);
+    ReleaseMutex(turn.Get());
     return window;
 }
 

@@ -1,5 +1,7 @@
 #include "app/command_line.h"
 
+#include "platform/wipe.h"
+
 #include <algorithm>
 
 namespace quilla {
@@ -66,13 +68,13 @@ constexpr Field kFields[] = {
 
 /// Stores a token in the first free field that its option word allows.
 bool StoreToken(CommandLineRequest& request, const Token& token) {
-    PathText option;
+    Secret<PathText> option; // "/password:97531" is one word
     if (!token.Fits())
         return false;
-    CopyText(option, token.option);
-    FoldToLower(std::span(option).first(token.option.size()));
+    CopyText(*option, token.option);
+    FoldToLower(std::span(*option).first(token.option.size()));
     for (const Field& field : kFields) {
-        const bool isOffered = token.option.empty() || FieldText(option) == field.option;
+        const bool isOffered = token.option.empty() || FieldText(*option) == field.option;
         if (!isOffered || request.*field.isGiven)
             continue;
         CopyText(request.*field.text, token.value);

@@ -6,6 +6,9 @@
 #include "volume/sha1.h"
 #include "volume/volume_files.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace quilla {
 namespace {
 
@@ -32,14 +35,14 @@ TEST(ProgramTest, ClearsUpAfterAProcessThatWasKilled) {
     const test::TemporaryFolder folder;
     VolumeRecord volume{};
     CopyText(volume.Path, folder.File(L"a.raw"));
-    CopyText(volume.KeyPath, folder.File(L"a.key"));
+    CopyText(volume.KeyPath, folder.File(L"b.key"));
     volume.Size = 64 * 1024;
     volume.Cipher = CipherId::Cast128;
     PasswordDigest passwordKey;
     PasswordKey(passwordKey, TextView(L"Straße 9"));
     ASSERT_TRUE(BuildVolumeFiles(volume, passwordKey));
     const std::wstring path = L"\"" + std::wstring(volume.Path) + L"\"";
-    const std::wstring mountLine = L"mount " + path + L" /password \"Straße 9\"";
+    const std::wstring mountLine = L"mount " + path + L" \"" + volume.KeyPath + L"\" /password \"Straße 9\"";
     {
         const Program killed = Serve(mountLine);
         ASSERT_TRUE(WaitUntil(IsExported));
@@ -49,7 +52,10 @@ TEST(ProgramTest, ClearsUpAfterAProcessThatWasKilled) {
     EXPECT_TRUE(IsExported()) << "nobody is left to remove the file";
     const Program program = Serve();
     EXPECT_TRUE(WaitUntil([] { return !IsExported(); }));
-    EXPECT_EQ(Program(QUILLA_PROGRAM, mountLine).Wait(), 0U);
+    // A relative path means a file of the sender's current folder.
+    EXPECT_EQ(
+        Program(QUILLA_PROGRAM, L"mount a.raw b.key /password \"Straße 9\"", folder.File(L"").c_str()).Wait(),
+        0U);
     EXPECT_TRUE(IsExported());
     EXPECT_EQ(Program(QUILLA_PROGRAM, L"dismount " + path).Wait(), 0U);
     ExpectEndOnClose(program);
@@ -58,12 +64,19 @@ TEST(ProgramTest, ClearsUpAfterAProcessThatWasKilled) {
 TEST(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
     const Program first = Serve();
     // Held open, the event outlives the first instance, as it does for another one that waits for it already.
-    const UniqueEvent event(OpenEventW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn"));
+    const UniqueEvent event(OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, L"Orvane Quilla Tarn"));
     ASSERT_TRUE(event);
     ExpectEndOnClose(first);
-    const Program second = Serve();
-    EXPECT_FALSE(second.HasEnded());
-    ExpectEndOnClose(second);
+    ResetEvent(event.Get()); // as if it had not ended yet
+    std::vector<Program> next;
+    for (int i = 0; i < 4; ++i)
+        next.emplace_back(QUILLA_PROGRAM, L"");
+    std::this_thread::sleep_for(std::chrono::seconds(1)); // all of them wait by then
+    SetEvent(event.Get());
+    EXPECT_TRUE(WaitUntil([&] { return std::ranges::count_if(next, &Program::HasEnded) == 3; }));
+    const auto serving = std::ranges::find_if_not(next, &Program::HasEnded);
+    ASSERT_NE(serving, next.end());
+    ExpectEndOnClose(*serving);
 }
 
 } // namespace

@@ -209,13 +209,22 @@ TEST_P(SecretsTest, NothingStaysOfAMountByCommandLine) {
 TEST_P(SecretsTest, NothingStaysOfAWrongPassword) {
     std::vector<Needle> wrong;
     AddPassword(wrong, kOtherPassword, record.Cipher);
-    const QuillaTarn program(L"mount " + Quoted() + L" /password " + std::wstring(kOtherPassword));
-    const HWND box = program.AwaitWindow(kDialogClass, L"Quilla Tarn Error");
-    ASSERT_NE(box, nullptr);
-    ExpectClean(program, wrong, "while the box is open");
-    ExpectClean(program, Everything(), "while the box is open");
-    PostMessageW(box, WM_COMMAND, IDOK, 0);
-    static_cast<void>(program.Wait());
+    const std::wstring password(kOtherPassword);
+    const struct {
+        std::wstring line;
+        const wchar_t* caption;
+    } kCases[] = {{L"mount " + Quoted() + L" /password " + password, L"Quilla Tarn Error"},
+                  {L"mount a.raw b.key " + password + L" surplus", L"Quilla Tarn"},
+                  {L"mount a.raw /password:" + password, L"Quilla Tarn"}};
+    for (const auto& [line, caption] : kCases) {
+        const QuillaTarn program(line);
+        const HWND box = program.AwaitWindow(kDialogClass, caption);
+        ASSERT_NE(box, nullptr);
+        ExpectClean(program, wrong, "while the box is open");
+        ExpectClean(program, Everything(), "while the box is open");
+        PostMessageW(box, WM_COMMAND, IDOK, 0);
+        static_cast<void>(program.Wait());
+    }
 }
 
 /// What a user does in the window, by posted keys and commands.
