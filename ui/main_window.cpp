@@ -8,6 +8,7 @@
 #include "platform/error_box.h"
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
+#include "ui/menu_shortcuts.h"
 #include "ui/open_dialog.h"
 #include "ui/program_icon.h"
 #include "ui/resource.h"
@@ -165,6 +166,9 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
     case WM_HELP:
         SendMessageW(hwnd, WM_COMMAND, IDM_CONTENTS, 0);
         return TRUE;
+    case WM_MENUCHAR:
+        return AnswerMenuLetter(reinterpret_cast<HMENU>(message.lParam),
+                                static_cast<wchar_t>(LOWORD(message.wParam)));
     case WM_ENDSESSION:
         // The process is about to be ended: what its clients have written shall be on the disk.
         if (message.wParam) {

@@ -61,7 +61,37 @@ void AddShortcutTexts(HMENU menu, std::span<const ACCEL> accelerators) {
     }
 }
 
+bool StartsWith(HMENU menu, int position, wchar_t letter) {
+    wchar_t text[kTextUnits];
+    return GetMenuStringW(menu, static_cast<UINT>(position), text, kTextUnits, MF_BYPOSITION) > 0 &&
+           CompareStringW(LOCALE_USER_DEFAULT, NORM_IGNORECASE, text, 1, &letter, 1) == CSTR_EQUAL;
+}
+
+bool IsHighlighted(HMENU menu, int position) {
+    return (GetMenuState(menu, static_cast<UINT>(position), MF_BYPOSITION) & MF_HILITE) != 0;
+}
+
 } // namespace
+
+LRESULT AnswerMenuLetter(HMENU menu, wchar_t letter) {
+    const int count = GetMenuItemCount(menu);
+    int first = 0; // the one behind the highlighted one
+    for (int position = 0; position < count; ++position)
+        if (IsHighlighted(menu, position))
+            first = position + 1;
+    int found = -1;
+    int matches = 0;
+    for (int i = count - 1; i >= 0; --i) {
+        const int position = (first + i) % count;
+        if (StartsWith(menu, position, letter)) {
+            found = position;
+            ++matches;
+        }
+    }
+    if (matches == 0)
+        return MAKELRESULT(0, MNC_IGNORE);
+    return MAKELRESULT(found, matches == 1 ? MNC_EXECUTE : MNC_SELECT);
+}
 
 void AddShortcutTexts(HMENU menu) {
     const HACCEL table = LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDR_ACCELERATORS));

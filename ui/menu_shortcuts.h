@@ -8,4 +8,8 @@ namespace quilla {
 /// desktop programs show them.
 void AddShortcutTexts(HMENU menu);
 
+/// The answer to WM_MENUCHAR, a letter that is no access key of a menu: the only item that begins with it, or
+/// the next one of several. Windows itself takes first letters for access keys, Wine does not.
+[[nodiscard]] LRESULT AnswerMenuLetter(HMENU menu, wchar_t letter);
+
 } // namespace quilla

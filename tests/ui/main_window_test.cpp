@@ -54,6 +54,12 @@ TEST_F(MainWindowTest, HasMenusToolbarAndList) {
               L"Mount... 1006|Dismount 1007||Change Password... 1008|Properties... 1009|");
     EXPECT_EQ(Describe(GetSubMenu(bar, 2)), L"Contents 1010||About... 1012|");
 
+    const auto press = [&](HMENU menu, wchar_t letter) {
+        return SendMessageW(window->hwnd, WM_MENUCHAR, letter, reinterpret_cast<LPARAM>(menu));
+    };
+    EXPECT_EQ(press(bar, L'v'), MAKELRESULT(1, MNC_EXECUTE));
+    EXPECT_EQ(press(GetSubMenu(bar, 0), L'X'), MAKELRESULT(0, MNC_IGNORE));
+
     std::vector<std::pair<int, int>> buttons; // without the separators
     for (WPARAM i = 0; i < 11; ++i) {
         TBBUTTON button{};
