@@ -9,7 +9,7 @@ namespace quilla {
 
 namespace {
 
-/// The system's description of an error code, or its number when the system has none; as much as fits.
+/// The system's description of an error code, or its number when the system has none that fits.
 void DescribeSystemError(DWORD error, std::span<wchar_t> text) {
     const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                                         error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), text.data(),

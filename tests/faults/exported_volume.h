@@ -4,10 +4,8 @@
 #include "quilladriver/volume_device.h"
 #include "tests/nbd/nbd_client.h"
 
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <optional>
@@ -27,8 +25,7 @@ inline int Rounds(int usual, int longRun) {
 /// A Twofish volume in a file of its own, served over NBD as a mounted one is.
 class ExportedVolume {
   public:
-    explicit ExportedVolume(const std::filesystem::path& folder, std::uint64_t size) {
-        path_ = folder / ("quilla-faults-" + std::to_string(getpid()) + ".raw");
+    explicit ExportedVolume(std::uint64_t size) {
         std::filesystem::remove(path_);
         const File file =
             File::Open(path_.c_str(), FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
@@ -36,20 +33,22 @@ class ExportedVolume {
     }
     ~ExportedVolume() {
         Dismount();
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
+        std::filesystem::remove(path_);
     }
     ExportedVolume(const ExportedVolume&) = delete;
     ExportedVolume& operator=(const ExportedVolume&) = delete;
 
-    [[nodiscard]] bool Mount() {
+    [[nodiscard]] File OpenFile() const {
+        return File::Open(path_.c_str(), FileAccess::ReadWrite, FileSharing::None,
+                          FileCreation::OpenExisting);
+    }
+
+    [[nodiscard]] bool Mount(NbdLimits limits = {}) {
         DataKey key{};
         key.fill(std::byte{0x37});
-        File file =
-            File::Open(path_.c_str(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
-        if (!device_.Open(std::move(file), CipherId::Twofish, key))
+        if (!device_.Open(OpenFile(), CipherId::Twofish, key))
             return false;
-        server_.emplace(device_, kExport);
+        server_.emplace(device_, kExport, limits);
         return server_->Start();
     }
 
@@ -69,16 +68,11 @@ class ExportedVolume {
 
     [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
     [[nodiscard]] std::uint16_t Port() const { return server_->Port(); }
-    [[nodiscard]] VolumeDevice& Device() { return device_; }
 
   private:
-    static std::uint64_t Now() {
-        static std::atomic<std::uint64_t> time{0};
-        return ++time;
-    }
-
-    std::filesystem::path path_;
-    VolumeDevice device_{Now};
+    const std::filesystem::path path_ =
+        std::filesystem::temp_directory_path() / ("quilla-faults-" + std::to_string(getpid()) + ".raw");
+    VolumeDevice device_{[] { return std::uint64_t{1}; }};
     std::optional<NbdServer> server_;
 };
 
