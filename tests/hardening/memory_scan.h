@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <ostream>
+#include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 #include <windows.h>
 
@@ -14,21 +15,10 @@ struct Needle {
     std::vector<std::byte> bytes;
 };
 
-/// A place in another process where a needle lies.
-struct Finding {
-    std::string what;
-    std::uintptr_t address;
-    std::uintptr_t allocation; ///< start of the region it belongs to
-    DWORD type;                ///< MEM_PRIVATE, MEM_MAPPED or MEM_IMAGE
-};
-
-std::ostream& operator<<(std::ostream& out, const Finding& finding);
-
-/// Looks for the needles in everything that is committed and readable in a process.
-[[nodiscard]] std::vector<Finding> ScanMemory(HANDLE process, const std::vector<Needle>& needles);
-
-/// Bytes that were looked at by the last scan; a scan that saw nothing proves nothing.
-[[nodiscard]] std::size_t BytesScanned();
+/// Looks for the needles in everything that is committed and readable in a process; what is found, and where.
+/// A scan that sees nothing fails the test: it would prove nothing.
+[[nodiscard]] std::vector<std::pair<std::string, std::uintptr_t>>
+ScanMemory(HANDLE process, const std::vector<Needle>& needles);
 
 /// Regions of a process that can be written and executed at once.
 [[nodiscard]] std::vector<std::uintptr_t> FindWritableCode(HANDLE process);

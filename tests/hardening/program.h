@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/export_address.h"
 #include "tests/support/program.h"
 #include "tests/support/temporary_folder.h"
 
@@ -19,6 +20,15 @@ inline std::wstring WindowsPath(std::string_view path) {
     return text;
 }
 
+inline bool Exists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+/// Whether the first device is mounted and its address told.
+inline bool IsMounted() {
+    return Exists(UriFile(0));
+}
+
 /// One run of the built program.
 class QuillaTarn : public Program {
   public:
@@ -31,19 +41,12 @@ class QuillaTarn : public Program {
         return window;
     }
     HWND AwaitMainWindow() const { return AwaitWindow(L"BWindow", L"Quilla Tarn"); }
+
+    /// Closes the window, which ends the program while nothing is mounted.
+    void Close() const {
+        PostMessageW(AwaitMainWindow(), WM_CLOSE, 0, 0);
+        EXPECT_EQ(Wait(), 0U);
+    }
 };
-
-inline constexpr wchar_t kDialogClass[] = L"#32770";
-
-/// Where the address of a mounted device is found.
-inline std::wstring UriFile(int device) {
-    wchar_t base[MAX_PATH] = L"";
-    GetEnvironmentVariableW(L"LOCALAPPDATA", base, MAX_PATH);
-    return std::wstring(base) + L"\\Quilla Tarn\\SEC" + std::to_wstring(device) + L".uri";
-}
-
-inline bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 } // namespace quilla::test
