@@ -62,7 +62,7 @@ LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
 void ChangePasswordDialog::OnOk() {
     Secret<PasswordDigest> passwordKey;
     Secret<KeyBlock> block;
-    *passwordKey = TakePasswordKey(oldEdit.hwnd);
+    TakePasswordKey(oldEdit.hwnd, *passwordKey);
     if (!OpenVolumeKey(*record, *passwordKey, *block)) {
         block.WipeNow(); // not while the message is open
         ShowDialogError(hwnd, L"Incorrect old password");
@@ -75,7 +75,7 @@ void ChangePasswordDialog::OnOk() {
         AskAgain(hwnd, newEdit.hwnd);
         return;
     }
-    *passwordKey = TakePasswordKey(newEdit.hwnd);
+    TakePasswordKey(newEdit.hwnd, *passwordKey);
     StoreVolumeKey(*record, *passwordKey, *block);
     EndDialog(IDOK);
 }

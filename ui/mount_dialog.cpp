@@ -23,7 +23,7 @@ void MountDialog::OnOk() {
     keyField.GetName(work.KeyPath);
     if (work.Cipher != CipherId::None) {
         Secret<PasswordDigest> passwordKey;
-        *passwordKey = TakePasswordKey(passwordEdit.hwnd);
+        TakePasswordKey(passwordEdit.hwnd, *passwordKey);
         if (!UnlockVolume(work, *passwordKey)) {
             ShowDialogError(hwnd, L"Incorrect password");
             AskAgain(hwnd, passwordEdit.hwnd);

@@ -30,7 +30,7 @@ void NewVolumeDialog::OnOk() {
     Secret<PasswordDigest> passwordKey;
     if (work.Cipher != CipherId::None) {
         keyField.GetName(work.KeyPath);
-        *passwordKey = TakePasswordKey(passwordEdit.hwnd);
+        TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
     services.channel.SendCreateVolumeFile(work, *passwordKey);
     Accept();

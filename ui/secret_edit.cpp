@@ -33,12 +33,10 @@ void PrepareSecretEdit(HWND edit) {
     Overwrite(edit);
 }
 
-PasswordDigest TakePasswordKey(HWND edit) {
+void TakePasswordKey(HWND edit, PasswordDigest& key) {
     Secret<PathText> text;
     GetWindowTextW(edit, *text, kPathUnits);
-    PasswordDigest key;
     PasswordKey(key, FieldText(*text));
-    return key;
 }
 
 void WipeSecretEdit(HWND edit) {

@@ -11,8 +11,8 @@ namespace quilla {
 /// that typing never moves a part of the password to other memory.
 void PrepareSecretEdit(HWND edit);
 
-/// The password key of an edit's text; no other copy of the text is left.
-[[nodiscard]] PasswordDigest TakePasswordKey(HWND edit);
+/// Makes the password key of an edit's text; no other copy of either is left.
+void TakePasswordKey(HWND edit, PasswordDigest& key);
 
 /// Overwrites the memory in which an edit keeps its text and what can be undone, and empties the edit.
 void WipeSecretEdit(HWND edit);
