@@ -20,6 +20,9 @@ constexpr wchar_t kDescendingName[] = L"SortDescending";
 /// Wider than any screen, so that a damaged value cannot push a column out of reach.
 constexpr int kMaxColumnWidth = 4096;
 
+/// Farther than any screen, and near enough to reckon with.
+constexpr int kMaxEdge = 32767;
+
 class SettingsKey {
   public:
     explicit SettingsKey(UniqueRegistryKey key) : key_(std::move(key)) {}
@@ -47,7 +50,7 @@ bool ReadPlace(const SettingsKey& key, RECT& place) {
     RECT read{};
     for (int edge = 0; edge < 4; ++edge) {
         int position = 0;
-        if (!key.Read(kPlaceNames[edge], position))
+        if (!key.Read(kPlaceNames[edge], position) || position < -kMaxEdge || position > kMaxEdge)
             return false;
         read.*kPlaceEdges[edge] = position;
     }

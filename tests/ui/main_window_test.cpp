@@ -180,9 +180,14 @@ TEST_F(MainWindowTest, SettingsThatMakeNoSenseGiveWayToDefaults) {
     const std::pair<const wchar_t*, DWORD> values[] = {
         {L"Left", 100},       {L"Top", 100},     {L"Right", 100}, {L"Bottom", 300},  {L"VolumeWidth", ~0U},
         {L"SizeWidth", 5000}, {L"KeyWidth", 77}, {L"Dpi", 0},     {L"SortColumn", 4}};
-    for (const auto& [name, value] : values)
+    const auto write = [](const wchar_t* name, DWORD value) {
         RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Orvane\\Quilla\\Window", name, REG_DWORD, &value,
                         sizeof(value));
+    };
+    for (const auto& [name, value] : values)
+        write(name, value);
+    EXPECT_FALSE(LoadWindowSettings().hasPlace) << "nothing between left and right";
+    write(L"Left", 0x80000000);
     const WindowSettings read = LoadWindowSettings();
     EXPECT_FALSE(read.hasPlace || read.isMaximized);
     EXPECT_EQ(read.dpi, 96);
