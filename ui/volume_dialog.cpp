@@ -15,10 +15,20 @@ namespace {
 
 constexpr const wchar_t* kUnitNames[] = {L"KB", L"MB", L"GB"};
 
+constexpr int kMaxValue = 32767; // controls of the platform's first releases have 16 bits
+
 void SetUpDown(const BUpDown& upDown, std::int16_t value) {
-    constexpr int kMaxValue = 32767; // controls of the platform's first releases have 16 bits
     SendMessageW(upDown.hwnd, UDM_SETRANGE32, 0, kMaxValue);
     SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, value);
+}
+
+/// Keeps a number that is being typed within the up-down's range. One beyond it would stay on the screen
+/// while the up-down goes on telling the number before.
+void BoundTypedNumber(const BEdit& edit, const BUpDown& upDown) {
+    BOOL isNumberRefused = FALSE;
+    SendMessageW(upDown.hwnd, UDM_GETPOS32, 0, reinterpret_cast<LPARAM>(&isNumberRefused));
+    if (isNumberRefused && GetWindowTextLengthW(edit.hwnd) > 0)
+        SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, kMaxValue);
 }
 
 #ifndef UNDER_CE
@@ -89,6 +99,9 @@ void VolumeDialog::LockFixedFields() {
     volumeField.SetReadOnly(true);
     SendMessageW(sizeEdit.hwnd, EM_SETREADONLY, TRUE, 0);
     EnableWindow(sizeUpDown.hwnd, FALSE); // its arrows would still count
+    // So would the keys and the wheel, had they anywhere to go.
+    const LRESULT size = SendMessageW(sizeUpDown.hwnd, UDM_GETPOS32, 0, 0);
+    SendMessageW(sizeUpDown.hwnd, UDM_SETRANGE32, static_cast<WPARAM>(size), size);
     unitCombo.SetLocked(true);
     cipherCombo.SetLocked(true);
 }
@@ -100,6 +113,10 @@ LRESULT VolumeDialog::OnMessage(BMessage& message) {
 }
 
 LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
+    if (code == EN_CHANGE && control == sizeEdit.hwnd)
+        BoundTypedNumber(sizeEdit, sizeUpDown);
+    if (code == EN_CHANGE && control == timeoutEdit.hwnd)
+        BoundTypedNumber(timeoutEdit, timeoutUpDown);
     switch (id) {
     case IDOK:
         // By key the focus may still be in a field whose name is completed when it leaves.

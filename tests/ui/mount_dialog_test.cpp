@@ -28,6 +28,8 @@ class MountDialogTest : public UiTest {
         EXPECT_TRUE(IsReadOnly(IDC_VOLUME));
         EXPECT_TRUE(IsReadOnly(IDC_SIZE_VALUE));
         EXPECT_FALSE(IsEnabled(IDC_SIZE_SPIN));
+        SendMessageW(Control(IDC_SIZE_VALUE), WM_KEYDOWN, VK_UP, 1);
+        EXPECT_EQ(FieldTextOf(IDC_SIZE_VALUE), L"64") << "its arrow keys count, too";
         for (const int id : {IDC_CIPHER, IDC_SIZE_UNIT}) {
             const HWND list = GetDlgItem(OpenDialog(), id);
             const int chosen = Chosen(id);

@@ -72,6 +72,7 @@ TEST_F(NewVolumeDialogTest, CreatesNoKeyFileWithoutACipher) {
              Type(IDC_VOLUME, name);
              MoveFocusTo(IDC_SIZE_VALUE);
              Type(IDC_SIZE_VALUE, L"2048");
+             Type(IDC_TIMEOUT, L"40000");
              Choose(IDC_CIPHER, 0);
          }),
          InDialog([] {
@@ -81,6 +82,7 @@ TEST_F(NewVolumeDialogTest, CreatesNoKeyFileWithoutACipher) {
          })});
     EXPECT_EQ(record.Size, std::uint64_t{2} << 30);
     EXPECT_EQ(SizeOfFile(record.Path), record.Size);
+    EXPECT_EQ(record.Timeout, 32767 * kTimeoutUnitsPerMinute) << "the most that fits, not the number before";
     EXPECT_EQ(record.KeyPath[0], 0) << "the key field is not used";
     EXPECT_FALSE(FileExists(name + L".key"));
 }
