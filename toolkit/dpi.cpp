@@ -2,39 +2,34 @@
 
 namespace quilla {
 
-namespace {
+#ifdef UNDER_CE
 
-constexpr UINT kStandardDpi = USER_DEFAULT_SCREEN_DPI;
-
-/// A function that only newer systems have, or null.
-template <typename Function>
-Function* FindUserFunction(const char* name) {
-    const HMODULE user = GetModuleHandleW(L"user32.dll");
-    return user ? reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(user, name))) : nullptr;
-}
-
-UINT ScreenDpi() {
+UINT WindowDpi(HWND) {
     const HDC screen = GetDC(nullptr);
     const int dpi = GetDeviceCaps(screen, LOGPIXELSX);
     ReleaseDC(nullptr, screen);
-    return dpi > 0 ? static_cast<UINT>(dpi) : kStandardDpi;
+    return static_cast<UINT>(dpi);
 }
 
-} // namespace
+int WindowMetric(HWND, int index) {
+    return GetSystemMetrics(index);
+}
+
+#else
 
 UINT WindowDpi(HWND window) {
-    static const auto getDpiForWindow = FindUserFunction<UINT WINAPI(HWND)>("GetDpiForWindow");
-    const UINT dpi = getDpiForWindow ? getDpiForWindow(window) : 0;
-    return dpi ? dpi : ScreenDpi();
+    const UINT dpi = GetDpiForWindow(window);
+    return dpi ? dpi : GetDpiForSystem();
 }
 
 int WindowMetric(HWND window, int index) {
-    static const auto getForDpi = FindUserFunction<int WINAPI(int, UINT)>("GetSystemMetricsForDpi");
-    return getForDpi ? getForDpi(index, WindowDpi(window)) : GetSystemMetrics(index);
+    return GetSystemMetricsForDpi(index, WindowDpi(window));
 }
 
+#endif
+
 int ScaleToWindow(HWND window, int length) {
-    return MulDiv(length, static_cast<int>(WindowDpi(window)), static_cast<int>(kStandardDpi));
+    return MulDiv(length, static_cast<int>(WindowDpi(window)), USER_DEFAULT_SCREEN_DPI);
 }
 
 } // namespace quilla

@@ -4,7 +4,7 @@
 
 namespace quilla {
 
-/// Pixels per inch that a window is laid out for; the screen's where the system knows no difference.
+/// Pixels per inch that a window is laid out for; the screen's on a handheld and without a window.
 [[nodiscard]] UINT WindowDpi(HWND window);
 
 /// GetSystemMetrics for the resolution of a window's monitor.
