@@ -170,14 +170,18 @@ TEST_P(SecretsTest, NothingStaysOfAMountByCommandLine) {
     program.Close();
 }
 
-TEST_P(SecretsTest, NothingStaysOfAWrongPassword) {
-    const QuillaTarn program(Line(L"mount", kOtherPassword));
-    const HWND box = program.AwaitWindow(kDialogClass, L"Quilla Tarn Error");
-    ASSERT_NE(box, nullptr);
-    ExpectClean(program, other, "while the box is open");
-    ExpectAllClean(program, "while the box is open");
-    PostMessageW(box, WM_COMMAND, IDOK, 0);
-    static_cast<void>(program.Wait());
+TEST_P(SecretsTest, NothingStaysOfAPasswordThatIsOfNoUse) {
+    const std::wstring line = Line(L"mount", kOtherPassword);
+    const std::wstring misspelt = Line(L"mount") + L" /password:" + std::wstring(kOtherPassword);
+    for (const std::wstring& given : {line, line + L" b.key surplus", misspelt}) {
+        const QuillaTarn program(given);
+        const HWND box = program.AwaitWindow(kDialogClass);
+        ASSERT_NE(box, nullptr);
+        ExpectClean(program, other, "while the box is open");
+        ExpectAllClean(program, "while the box is open");
+        PostMessageW(box, WM_COMMAND, IDOK, 0);
+        static_cast<void>(program.Wait());
+    }
 }
 
 /// What a user does in the window, by posted keys and commands.
