@@ -10,10 +10,6 @@ namespace quilla::test {
 /// Puts key files together number by number, without the layouts of the code under test.
 class KeyFileBuilder {
   public:
-    KeyFileBuilder& Number16(std::uint16_t value) { return Number(value); }
-    KeyFileBuilder& Number32(std::uint32_t value) { return Number(value); }
-    KeyFileBuilder& Number64(std::uint64_t value) { return Number(value); }
-
     KeyFileBuilder& Raw(std::span<const std::byte> bytes) {
         for (const std::byte byte : bytes)
             bytes_.push_back(byte);
@@ -21,17 +17,14 @@ class KeyFileBuilder {
     }
 
     KeyFileBuilder& Header(std::uint32_t tag, std::uint16_t param, std::uint64_t length) {
-        return Number32(tag).Number16(param).Number16(0).Number64(length);
+        return Number(tag).Number(param).Number(std::uint16_t{0}).Number(length);
     }
 
     KeyFileBuilder& Settings(std::uint64_t timeout, std::uint32_t options) {
         return Header(1, 0, 24)
-            .Number32(0)
-            .Number16(65)
-            .Number16(0)
-            .Number64(timeout)
-            .Number32(options)
-            .Number32(0);
+            .Number(std::uint64_t{65} << 32) // the format mark between zeros
+            .Number(timeout)
+            .Number(std::uint64_t{options});
     }
 
     [[nodiscard]] const Bytes& Get() const { return bytes_; }

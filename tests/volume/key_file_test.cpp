@@ -9,6 +9,13 @@
 #include <gtest/gtest.h>
 #ifndef _WIN32
 #include "tests/support/file_size_limit.h"
+#include "tests/support/random_bytes.h"
+
+#include <csignal>
+#include <set>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 #endif
 
 namespace quilla {
@@ -111,6 +118,41 @@ TEST(KeyFile, ReadsAndWritesThatFailAreTold) {
     file.Write(BuildKeyFile(6, kTimeout, 0, kBlock));
     const test::FileSizeLimit limit(72);
     EXPECT_EQ(RewriteKeyFileChunk(file.Path(), kCastBlock, kBlock), KeyFileStatus::CannotWrite);
+}
+
+/// Rewrites the key block over and over in a process of its own, which is killed after a while.
+void KillDuringRewrites(const ScratchFile& file, std::span<const Bytes> blocks, std::uint32_t microseconds) {
+    const pid_t worker = fork();
+    if (worker == 0) {
+        for (std::size_t i = 0;
+             RewriteKeyFileChunk(file.Path(), kCastBlock, blocks[i % blocks.size()]) == KeyFileStatus::Done;
+             ++i) {
+        }
+        _exit(1);
+    }
+    ASSERT_GT(worker, 0);
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    EXPECT_EQ(waitpid(worker, nullptr, WNOHANG), 0) << "ended by itself";
+    kill(worker, SIGKILL);
+    waitpid(worker, nullptr, 0);
+}
+
+/// What is left is the old key block or the new one, never a mixture that opens with neither password.
+TEST(KeyFile, SurvivesAProcessKilledWhileItRewrites) {
+    test::RandomBytes random(20);
+    const Bytes blocks[] = {random.Make(sizeof(KeyBlock)), random.Make(sizeof(KeyBlock))};
+    const ScratchFile file(".key");
+    file.Write(BuildKeyFile(6, kTimeout, 0, blocks[0]));
+    std::set<Bytes> found;
+    for (int i = 0; i < 50; ++i) {
+        KillDuringRewrites(file, blocks, 2000 + random.Below(10'000));
+        ASSERT_EQ(file.Read().size(), kKeyFileSize);
+        Bytes block(sizeof(KeyBlock));
+        ASSERT_EQ(ReadKeyFileChunk(file.Path(), kCastBlock, block), KeyFileStatus::Done);
+        found.insert(block);
+    }
+    EXPECT_EQ(found,
+              std::set(std::begin(blocks), std::end(blocks))); // both: the kills differ in their moments
 }
 
 #endif
