@@ -56,4 +56,18 @@ QUILLA_INLINE Vector LookUp(const Table& table, Vector x) {
     return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
 }
 
+/// To be called at the end of a kernel: tables of the key would stay in registers 16 to 31, which hardly any
+/// other code uses. A thread that waits keeps them, and wherever it is interrupted they are laid down in
+/// memory.
+QUILLA_INLINE void WipeRegisters() {
+    _mm256_zeroall(); // 0 to 15
+    asm volatile(".irp n, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31\n\t"
+                 "vpxorq %%zmm\\n, %%zmm\\n, %%zmm\\n\n\t"
+                 ".endr"
+                 :
+                 :
+                 : "xmm16", "xmm17", "xmm18", "xmm19", "xmm20", "xmm21", "xmm22", "xmm23", "xmm24", "xmm25",
+                   "xmm26", "xmm27", "xmm28", "xmm29", "xmm30", "xmm31");
+}
+
 } // namespace quilla::avx512

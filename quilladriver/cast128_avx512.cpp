@@ -193,6 +193,7 @@ void Decrypt(const void* opaque, std::uint64_t sector, std::byte* data, std::siz
         sector += batch;
         count -= batch;
     }
+    avx512::WipeRegisters();
 }
 
 /// Transposes eight rows of eight blocks.
@@ -275,6 +276,7 @@ void Encrypt(const void* opaque, std::uint64_t sector, std::byte* data, std::siz
         count -= batch;
     }
     CastEncryptSectors(schedule.keys, sector, data, count);
+    avx512::WipeRegisters();
 }
 
 void SetUp(void* opaque, const DataKey& key) {

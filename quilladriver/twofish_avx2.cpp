@@ -270,6 +270,7 @@ void Run(const void* opaque, std::uint64_t sector, std::byte* data, std::size_t 
         count -= batch;
     }
     WipeMemory(&tweaks, sizeof(tweaks));
+    _mm256_zeroall();
 }
 
 void LayOut(Key& key, const TwofishVectorKey& from) {
@@ -288,6 +289,7 @@ void SetUp(void* opaque, const DataKey& key) {
     LayOut(schedule.data, keys.data);
     LayOut(schedule.tweak, keys.tweak);
     WipeMemory(&keys, sizeof(keys));
+    _mm256_zeroall();
 }
 
 } // namespace

@@ -251,6 +251,7 @@ void Run(const void* opaque, std::uint64_t sector, std::byte* data, std::size_t 
         count -= batch;
     }
     WipeMemory(tweaks, sizeof(tweaks));
+    avx512::WipeRegisters();
 }
 
 void LayOut(Key& key, const TwofishVectorKey& from) {
@@ -271,6 +272,7 @@ void SetUp(void* opaque, const DataKey& key) {
     LayOut(schedule.data, keys.data);
     LayOut(schedule.tweak, keys.tweak);
     WipeMemory(&keys, sizeof(keys));
+    avx512::WipeRegisters();
 }
 
 } // namespace

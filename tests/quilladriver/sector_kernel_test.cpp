@@ -1,6 +1,7 @@
 // The kernels on every platform: each against the portable one, the portable one against test vectors made by
 // libgcrypt (docs/volume-data-format.md), and what SectorCipher promises around them.
 
+#include "quilladriver/processor.h"
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/sector_kernel.h"
 #include "tests/quilladriver/test_sectors.h"
@@ -86,6 +87,30 @@ TEST(SectorKernelTest, EveryKernelGivesTheBytesOfThePortableOne) {
         }
     }
 }
+
+#if defined(__x86_64__)
+/// A thread that waits keeps its registers, and wherever it is interrupted they are laid down in memory.
+TEST(SectorCipherTest, LeavesNothingInTheRegistersThatFewOthersUse) {
+    constexpr std::size_t kHeaderEnd = 576; // of the area that XSAVE writes
+    constexpr std::uint32_t kWideRegisters = 0xC0;
+    for (const SectorKernel* const kernel : AllSectorKernels()) {
+        if (kernel->isSupported != HasAvx512 || !HasAvx512())
+            continue;
+        SectorCipher cipher;
+        RandomSectors random(5);
+        SectorBytes sectors = random.MakeSectors(70);
+        ASSERT_TRUE(cipher.SetUp(*kernel, random.MakeKey()));
+        for (const auto crypt : {&SectorCipher::Encrypt, &SectorCipher::Decrypt}) {
+            alignas(64) std::byte state[16384]{};
+            (cipher.*crypt)(0, sectors);
+            asm volatile("xsave64 %0" : "+m"(state) : "a"(kWideRegisters), "d"(0));
+            EXPECT_EQ(std::ranges::count(std::span(state).subspan(kHeaderEnd), std::byte{0}),
+                      static_cast<std::ptrdiff_t>(sizeof(state) - kHeaderEnd))
+                << kernel->name;
+        }
+    }
+}
+#endif
 
 TEST(SectorCipherTest, PlainAndUnknownCiphers) {
     SectorCipher cipher;
