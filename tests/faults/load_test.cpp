@@ -2,6 +2,7 @@
 
 #include "tests/faults/exported_volume.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <thread>
@@ -47,7 +48,7 @@ class NumberWriter {
         }
     }
 
-    [[nodiscard]] bool HasWritten() const { return acknowledged_[0] != 0; }
+    [[nodiscard]] bool HasWritten() const { return std::ranges::max(acknowledged_) != 0; }
 
   private:
     static constexpr std::uint32_t kSlots = 32;
