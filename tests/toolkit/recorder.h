@@ -27,8 +27,6 @@ class Recorder : public Base {
     }
 
     void OnUpdateCommand(BCommandState& state) override {
-        if (logUpdates)
-            log_.push_back(name_ + " update " + std::to_string(state.id));
         if (state.id == disabledCommand)
             state.Enable(false);
         Base::OnUpdateCommand(state);
@@ -46,7 +44,6 @@ class Recorder : public Base {
     LRESULT notifyResult = 0;
     UINT loggedMessage = 0;
     LRESULT messageResult = 0;
-    bool logUpdates = false;
 
   private:
     Log& log_;

@@ -1,4 +1,4 @@
-// Which objects commands, notifications and reflected messages reach, in which order.
+// Which objects commands, notifications, reflected messages and questions reach, in which order.
 
 #include "tests/toolkit/toolkit_fixture.h"
 #include "toolkit/edit.h"
@@ -20,18 +20,11 @@ class Routing : public ToolkitTest {
         ASSERT_NE(frame.Create(), nullptr);
         ASSERT_NE(panel.Create(frame.hwnd, nullptr, 5), nullptr);
         ASSERT_NE(edit.Create(panel.hwnd, nullptr, kEditId), nullptr);
-        SetWindowPos(panel.hwnd, nullptr, 0, 0, 200, 100, SWP_NOZORDER);
-        SetWindowPos(edit.hwnd, nullptr, 0, 0, 100, 24, SWP_NOZORDER);
         plainButton =
-            CreateWindowExW(0, L"BUTTON", L"Push", WS_CHILD | WS_VISIBLE, 0, 120, 80, 24, frame.hwnd,
-                            reinterpret_cast<HMENU>(INT_PTR{kButtonId}), nullptr, nullptr);
+            CreateWindowExW(0, L"BUTTON", L"Push", WS_CHILD | WS_VISIBLE | BS_OWNERDRAW, 0, 0, 80, 24,
+                            frame.hwnd, reinterpret_cast<HMENU>(INT_PTR{kButtonId}), nullptr, nullptr);
         ASSERT_TRUE(Activate(frame.hwnd));
-        Focus(edit.hwnd);
-    }
-
-    void Focus(HWND window) {
-        SetFocus(window);
-        log.clear(); // the edit's notification that it lost the focus
+        SetFocus(edit.hwnd);
     }
 
     /// Where a command goes that the frame receives.
@@ -39,6 +32,22 @@ class Routing : public ToolkitTest {
         log.clear();
         SendMessageW(frame.hwnd, WM_COMMAND, MAKEWPARAM(id, code), reinterpret_cast<LPARAM>(control));
         return Take();
+    }
+
+    /// Where a message goes that names the button, without and with an object.
+    void ExpectReflection(UINT message, LPARAM parameter) {
+        frame.loggedMessage = button.loggedMessage = message;
+        frame.messageResult = 77;
+        button.messageResult = 0;
+        log.clear();
+        const auto send = [&] { return SendMessageW(frame.hwnd, message, 0, parameter); };
+        EXPECT_EQ(send(), 77);
+        button.Attach(plainButton);
+        EXPECT_EQ(send(), 77);
+        button.messageResult = 78;
+        EXPECT_EQ(send(), 78);
+        EXPECT_EQ(log, (Log{"frame message", "button message", "frame message", "button message"}));
+        button.Detach();
     }
 
     Owned<Recorder<Frame>> frame{log, "frame"};
@@ -50,40 +59,21 @@ class Routing : public ToolkitTest {
 
 TEST_F(Routing, MenuCommandsRiseFromTheFocus) {
     const Log allTheWay = {"edit command 1001/0", "panel command 1001/0", "frame command 1001/0"};
+    const Log frameOnly = {"frame command 1001/0"};
     EXPECT_EQ(Send(1001), allTheWay);
     panel.handledCommand = 1001;
     EXPECT_EQ(Send(1001), (Log{"edit command 1001/0", "panel command 1001/0"}));
     panel.handledCommand = -1;
-    Focus(frame.hwnd);
-    EXPECT_EQ(Send(1001), (Log{"frame command 1001/0"}));
+    SetFocus(frame.hwnd);
+    EXPECT_EQ(Send(1001), frameOnly);
 
-    Focus(edit.hwnd);
+    SetFocus(edit.hwnd);
     Owned<Frame> other;
     other.Create();
     ASSERT_TRUE(Activate(other.hwnd));
     EXPECT_EQ(Send(1001), allTheWay) << "in the background the focus counts that will come back";
     frame.savedFocus = nullptr;
-    EXPECT_EQ(Send(1001), (Log{"frame command 1001/0"}));
-}
-
-TEST_F(Routing, WithoutABoundTopLevelWindowEachObjectStandsForItself) {
-    const HWND window = frame.hwnd;
-    SetFocus(nullptr);
-    frame.Detach();
-    EXPECT_EQ(panel.GetFocusObject(), &panel);
-    EXPECT_EQ(edit.GetTopLevelObject(), &panel);
-    frame.Attach(window);
-    EXPECT_EQ(edit.GetTopLevelObject(), &frame);
-}
-
-TEST_F(Routing, QuestionsRiseFromTheFocusToTheirOwner) {
-    edit.logUpdates = panel.logUpdates = frame.logUpdates = true;
-    BProbeState probe(1001);
-    frame.RouteUpdateCommand(probe);
-    EXPECT_EQ(Take(), (Log{"edit update 1001", "panel update 1001", "frame update 1001"}));
-    panel.RouteUpdateCommand(probe);
-    EXPECT_EQ(Take(), (Log{"edit update 1001", "panel update 1001"}));
-    EXPECT_TRUE(probe.enabled) << "until somebody objects";
+    EXPECT_EQ(Send(1001), frameOnly);
 }
 
 TEST_F(Routing, ClicksGoFromTheControlToTheFocusThenUp) {
@@ -91,17 +81,8 @@ TEST_F(Routing, ClicksGoFromTheControlToTheFocusThenUp) {
     button.Attach(plainButton);
     EXPECT_EQ(Send(kButtonId, BN_CLICKED, button.hwnd),
               (Log{"button command 7/0", "edit command 7/0", "panel command 7/0", "frame command 7/0"}));
-    Focus(button.hwnd);
+    SetFocus(button.hwnd);
     EXPECT_EQ(Send(kButtonId, BN_CLICKED, button.hwnd), (Log{"button command 7/0", "frame command 7/0"}));
-}
-
-TEST_F(Routing, ControlNotificationsReachTheControlThenTheReceiverOnly) {
-    SendMessageW(edit.hwnd, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"x"));
-    EXPECT_EQ(Take(), (Log{"edit command 8/1024", "panel command 8/1024",  // EN_UPDATE
-                           "edit command 8/768", "panel command 8/768"})); // EN_CHANGE
-    edit.Detach();
-    SendMessageW(GetFocus(), EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"y"));
-    EXPECT_EQ(Take(), (Log{"panel command 8/1024", "panel command 8/768"}));
 }
 
 TEST_F(Routing, DisabledCommandsAreNotExecuted) {
@@ -115,59 +96,53 @@ TEST_F(Routing, DisabledCommandsAreNotExecuted) {
     frame.disabledCommand = kButtonId;
     EXPECT_EQ(Send(kButtonId, BN_CLICKED, plainButton), Log{});
     EXPECT_EQ(Send(kButtonId, BN_SETFOCUS, plainButton), (Log{"frame command 7/6"})) << "not a command";
+    BProbeState probe(kButtonId);
+    panel.RouteUpdateCommand(probe);
+    EXPECT_TRUE(probe.enabled) << "a question ends where it began";
 }
 
-TEST_F(Routing, NotificationsReachTheControlThenTheReceiver) {
-    button.Attach(plainButton);
-    NMHDR header = {button.hwnd, kButtonId, static_cast<UINT>(NM_CLICK)};
-    const auto notify = [&] {
-        log.clear();
-        return SendMessageW(frame.hwnd, WM_NOTIFY, kButtonId, reinterpret_cast<LPARAM>(&header));
+TEST_F(Routing, NotificationsReachTheControlThenTheReceiverOnly) {
+    log.clear();
+    SendMessageW(edit.hwnd, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"x"));
+    EXPECT_EQ(Take(), (Log{"edit command 8/1024", "panel command 8/1024",  // EN_UPDATE
+                           "edit command 8/768", "panel command 8/768"})); // EN_CHANGE
+
+    NMHDR header = {plainButton, kButtonId, static_cast<UINT>(NM_CLICK)};
+    const auto expect = [&](LRESULT result, const Log& way) {
+        EXPECT_EQ(SendMessageW(frame.hwnd, WM_NOTIFY, kButtonId, reinterpret_cast<LPARAM>(&header)), result);
+        EXPECT_EQ(Take(), way);
     };
     frame.notifyResult = 6;
-    EXPECT_EQ(notify(), 6);
-    EXPECT_EQ(Take(), (Log{"button notify -2", "frame notify -2"}));
-    button.notifyResult = 5;
-    EXPECT_EQ(notify(), 5);
-    EXPECT_EQ(Take(), (Log{"button notify -2"}));
-    button.Detach();
-    EXPECT_EQ(notify(), 6);
-    EXPECT_EQ(Take(), (Log{"frame notify -2"}));
-}
-
-TEST_F(Routing, ColourMessagesAreReflectedAndComeBack) {
-    edit.loggedMessage = panel.loggedMessage = WM_CTLCOLOREDIT;
-    const HDC context = GetDC(edit.hwnd);
-    const auto ask = [&](HWND control) {
-        log.clear();
-        return SendMessageW(panel.hwnd, WM_CTLCOLOREDIT, reinterpret_cast<WPARAM>(context),
-                            reinterpret_cast<LPARAM>(control));
-    };
-    EXPECT_NE(ask(edit.hwnd), 0) << "the platform's own brush, by the panel's replaced procedure";
-    EXPECT_EQ(Take(), (Log{"edit message", "panel message"}));
-    panel.messageResult = 77;
-    EXPECT_EQ(ask(edit.hwnd), 77);
-    edit.messageResult = 78;
-    EXPECT_EQ(ask(edit.hwnd), 78);
-    EXPECT_EQ(ask(plainButton), 77) << "no object: the parent's own";
-    EXPECT_EQ(Take(), (Log{"panel message"}));
-    ReleaseDC(edit.hwnd, context);
-}
-
-TEST_F(Routing, DrawMessagesAreReflectedAndComeBack) {
-    SetWindowLongW(plainButton, GWL_STYLE, WS_CHILD | WS_VISIBLE | BS_OWNERDRAW);
-    frame.loggedMessage = button.loggedMessage = WM_DRAWITEM;
-    const auto redraw = [&] {
-        log.clear();
-        RedrawWindow(plainButton, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW);
-        return Take();
-    };
-    application.PumpPending();
-    EXPECT_EQ(redraw(), (Log{"frame message"}));
+    expect(6, {"frame notify -2"});
     button.Attach(plainButton);
-    EXPECT_EQ(redraw(), (Log{"button message", "frame message"}));
-    button.messageResult = TRUE;
-    EXPECT_EQ(redraw(), (Log{"button message"}));
+    expect(6, {"button notify -2", "frame notify -2"});
+    button.notifyResult = 5;
+    expect(5, {"button notify -2"});
+}
+
+TEST_F(Routing, ColourAndDrawMessagesAreReflectedAndComeBack) {
+    DRAWITEMSTRUCT draw = {};
+    draw.hwndItem = plainButton;
+    ExpectReflection(WM_DRAWITEM, reinterpret_cast<LPARAM>(&draw));
+    ExpectReflection(WM_CTLCOLORBTN, reinterpret_cast<LPARAM>(plainButton));
+    ExpectReflection(WM_CTLCOLORSTATIC, reinterpret_cast<LPARAM>(plainButton));
+}
+
+TEST_F(Routing, AnswersReachControlsAndMenuItems) {
+    const HWND checkBox =
+        CreateWindowExW(0, L"BUTTON", L"", WS_CHILD | BS_CHECKBOX, 0, 0, 9, 9, panel.hwnd, nullptr, {}, {});
+    BControlState state(0, checkBox);
+    state.SetCheck(BST_CHECKED);
+    state.SetText(L"answered");
+    EXPECT_EQ(SendMessageW(checkBox, BM_GETCHECK, 0, 0), BST_CHECKED);
+    EXPECT_EQ(TextOf(checkBox), L"answered");
+    BControlState(0, edit.hwnd).SetReadOnly(true);
+    EXPECT_NE(GetWindowLongW(edit.hwnd, GWL_STYLE) & ES_READONLY, 0);
+    const HMENU menu = CreatePopupMenu();
+    AppendMenuW(menu, MF_STRING, 1, L"One");
+    BMenuItemState(1, menu, 0).SetCheck(2);
+    EXPECT_EQ(GetMenuState(menu, 0, MF_BYPOSITION), UINT{MF_CHECKED});
+    DestroyMenu(menu);
 }
 
 } // namespace

@@ -28,7 +28,10 @@ class TestApplication : public BApplication {
     static constexpr int kStuck = -99;
 
     TestApplication() = default;
-    ~TestApplication() { StopTicking(); }
+    ~TestApplication() {
+        if (timer_)
+            KillTimer(nullptr, timer_);
+    }
     TestApplication(const TestApplication&) = delete;
     TestApplication& operator=(const TestApplication&) = delete;
 
@@ -47,13 +50,10 @@ class TestApplication : public BApplication {
             return;
         if (steps_[next_].condition()) {
             const auto action = steps_[next_++].action;
-            if (next_ == steps_.size())
-                StopTicking();
             action();
         } else if (std::chrono::steady_clock::now() > deadline_) {
             ADD_FAILURE() << "script stuck at step " << next_;
             next_ = steps_.size();
-            StopTicking();
             PostQuitMessage(kStuck);
         }
     }
@@ -64,12 +64,6 @@ class TestApplication : public BApplication {
 
   private:
     static constexpr std::chrono::seconds kLimit{10};
-
-    void StopTicking() {
-        if (timer_)
-            KillTimer(nullptr, timer_);
-        timer_ = 0;
-    }
 
     std::vector<Step> steps_;
     std::size_t next_ = 0;
@@ -103,8 +97,8 @@ class Owned : public Window {
 class ToolkitTest : public ::testing::Test {
   protected:
     template <typename Condition>
-    bool PumpUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
+    bool PumpUntil(Condition condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         for (;;) {
             application.PumpPending();
             if (condition())
@@ -155,8 +149,16 @@ inline std::wstring TextOf(HWND window) {
     return text;
 }
 
-inline LPARAM PointParam(int x, int y) {
-    return MAKELPARAM(static_cast<WORD>(x), static_cast<WORD>(y));
+/// The place of a window, in its parent if it is a child.
+inline RECT PlaceOf(HWND window) {
+    RECT place = {};
+    GetWindowRect(window, &place);
+    MapWindowPoints(nullptr, GetAncestor(window, GA_PARENT), reinterpret_cast<POINT*>(&place), 2);
+    return place;
 }
 
 } // namespace quilla::test
+
+inline bool operator==(const RECT& one, const RECT& other) {
+    return EqualRect(&one, &other) != FALSE;
+}

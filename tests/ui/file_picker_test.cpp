@@ -1,84 +1,51 @@
 // The platform's file dialogs behind the browse buttons and the Open command.
 
 #include "tests/ui/ui_fixture.h"
-#include "toolkit/browse_button.h"
 
 namespace quilla {
 namespace {
 
 using namespace test;
 
-/// While it lives, types a name into the file dialog that opens and presses a button of it.
-class Answer {
-  public:
-    explicit Answer(std::wstring fileName, int button = IDOK) : name_(std::move(fileName)), button_(button) {
-        current_ = this;
-        timer_ = SetTimer(nullptr, 0, 20, OnTimer);
-    }
-    ~Answer() {
-        EXPECT_TRUE(isGiven_);
-        KillTimer(nullptr, timer_);
-    }
-    Answer(const Answer&) = delete;
-    Answer& operator=(const Answer&) = delete;
-
-    std::wstring proposed; ///< what stood in the field
-
-  private:
-    static HWND NameField(HWND dialog) {
-        constexpr int kNameEdit = 0x480;  // edt1 of the common dialogs' templates
-        constexpr int kNameCombo = 0x47C; // cmb13
-        const HWND edit = GetDlgItem(dialog, kNameEdit);
-        return edit ? edit : GetDlgItem(dialog, kNameCombo);
-    }
-
-    static void CALLBACK OnTimer(HWND, UINT, UINT_PTR, DWORD) {
-        Answer& self = *current_;
-        const HWND dialog = OpenDialog();
-        const HWND field = NameField(dialog);
-        if (!field || self.isGiven_)
-            return;
-        self.isGiven_ = true;
-        self.proposed = TextOf(field);
-        SetWindowTextW(field, self.name_.c_str());
-        PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(self.button_),
-                     reinterpret_cast<LPARAM>(GetDlgItem(dialog, self.button_)));
-    }
-
-    static inline Answer* current_ = nullptr;
-    std::wstring name_;
-    int button_;
-    bool isGiven_ = false;
-    UINT_PTR timer_ = 0;
-};
-
 class FilePickerTest : public UiTest {
   protected:
     FilePickerTest() { OpenMainWindow(); }
+
+    /// Opens a file dialog, types a name into it and presses a button. Returns the name that it proposed.
+    static std::wstring Answer(const std::wstring& name, int button, const std::function<void()>& open) {
+        constexpr int kNameEdit = 0x480;  // edt1 of the common dialogs' templates
+        constexpr int kNameCombo = 0x47C; // cmb13
+        std::wstring proposed;
+        const Meanwhile answer([&] {
+            const HWND dialog = FindOpenDialog();
+            const HWND edit = GetDlgItem(dialog, kNameEdit);
+            const HWND field = edit ? edit : GetDlgItem(dialog, kNameCombo);
+            if (!field)
+                return false;
+            proposed = TextOf(field);
+            SetWindowTextW(field, name.c_str());
+            PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(button),
+                         reinterpret_cast<LPARAM>(GetDlgItem(dialog, button)));
+            return true;
+        });
+        open();
+        return proposed;
+    }
+
+    /// The same by the keyboard in a field of the New dialog.
+    static std::wstring Browse(int id, const std::wstring& name, int button) {
+        return Answer(name, button, [id] { SendMessageW(Control(id), WM_SYSKEYDOWN, VK_DOWN, 1); });
+    }
 };
 
 TEST_F(FilePickerTest, BrowsingInTheNewDialogProposesAndTakesNames) {
-    const auto browse = [](int field) {
-        SendMessageW(GetDlgItem(OpenDialog(), field), WM_COMMAND, kBrowseCommand, 0);
-    };
     Command(IDM_NEW, {InDialog([&] {
-                {
-                    Type(IDC_VOLUME, L"typed");
-                    const Answer answer(folder.File(L"chosen"));
-                    browse(IDC_VOLUME);
-                    EXPECT_EQ(answer.proposed, L"typed");
-                }
+                Type(IDC_VOLUME, L"typed");
+                EXPECT_EQ(Browse(IDC_VOLUME, folder.File(L"chosen"), IDOK), L"typed");
                 EXPECT_EQ(FieldTextOf(IDC_VOLUME), folder.File(L"chosen.raw"));
                 EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"chosen.key"));
-                {
-                    const Answer answer(folder.File(L"other"));
-                    browse(IDC_KEY);
-                }
-                EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"other.key"));
-                {
-                    const Answer answer(folder.File(L"unwanted"), IDCANCEL);
-                    browse(IDC_KEY);
-                }
+                Browse(IDC_KEY, folder.File(L"other"), IDOK);
+                Browse(IDC_KEY, folder.File(L"unwanted"), IDCANCEL);
                 EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"other.key"));
                 Press(IDCANCEL);
             })});
@@ -89,18 +56,13 @@ TEST_F(FilePickerTest, OpenListsAVolumeThatWasClosed) {
     Select(0);
     Command(IDM_CLOSE);
     ASSERT_EQ(CountRows(), 0);
-    {
-        const Answer answer(path);
-        Command(IDM_OPEN);
-    }
+    const auto open = [this] { Command(IDM_OPEN); };
+    Answer(path, IDOK, open);
     ASSERT_EQ(CountRows(), 1);
     EXPECT_EQ(Cell(0, 0), path);
     EXPECT_EQ(Cell(0, 3), folder.File(L"a.key"));
     EXPECT_EQ(ListView_GetNextItem(List(), -1, LVNI_SELECTED), 0);
-
-    const Answer cancelled(L"", IDCANCEL);
-    Command(IDM_OPEN);
-    EXPECT_EQ(cancelled.proposed, L"") << "the name of an earlier call must not show";
+    EXPECT_EQ(Answer(L"", IDCANCEL, open), L"") << "the name of an earlier call must not show";
     EXPECT_EQ(CountRows(), 1);
 }
 

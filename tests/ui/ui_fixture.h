@@ -7,6 +7,7 @@
 #include "tests/support/temporary_folder.h"
 #include "tests/toolkit/toolkit_fixture.h"
 #include "ui/main_window.h"
+#include "ui/open_dialog.h"
 #include "ui/resource.h"
 #include "volume/sha1.h"
 #include "volume/volume_files.h"
@@ -23,26 +24,9 @@ namespace quilla::test {
 
 inline constexpr wchar_t kProgramKey[] = L"Software\\Orvane\\Quilla";
 
-/// A dialog of this thread that is open and visible, or null.
-inline HWND OpenDialog() {
-    HWND found = nullptr;
-    EnumThreadWindows(
-        GetCurrentThreadId(),
-        [](HWND window, LPARAM context) -> BOOL {
-            wchar_t name[16];
-            if (!IsWindowVisible(window) || !IsWindowEnabled(window) || !GetClassNameW(window, name, 16) ||
-                std::wstring_view(name) != L"#32770")
-                return TRUE;
-            *reinterpret_cast<HWND*>(context) = window;
-            return FALSE;
-        },
-        reinterpret_cast<LPARAM>(&found));
-    return found;
-}
-
 /// A control of the open dialog; of a file field, its edit.
 inline HWND Control(int id) {
-    const HWND control = GetDlgItem(OpenDialog(), id);
+    const HWND control = GetDlgItem(FindOpenDialog(), id);
     const HWND inner = FindWindowExW(control, nullptr, L"EDIT", nullptr);
     return inner && id != IDC_SIZE_UNIT && id != IDC_CIPHER ? inner : control;
 }
@@ -61,12 +45,13 @@ inline void Type(int id, const std::wstring& text) {
 }
 
 inline void MoveFocusTo(int id) {
-    SendMessageW(OpenDialog(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(OpenDialog(), id)), TRUE);
+    SendMessageW(FindOpenDialog(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(GetDlgItem(FindOpenDialog(), id)),
+                 TRUE);
 }
 
 /// Chooses an entry of a list as the user does: the list drops down, the entry is picked, the list closes.
 inline void Choose(int id, int index) {
-    const HWND combo = GetDlgItem(OpenDialog(), id);
+    const HWND combo = GetDlgItem(FindOpenDialog(), id);
     SendMessageW(combo, CB_SHOWDROPDOWN, TRUE, 0);
     for (int i = 0; i < 3; ++i)
         SendMessageW(combo, WM_KEYDOWN, VK_UP, 0);
@@ -76,11 +61,7 @@ inline void Choose(int id, int index) {
 }
 
 inline int Chosen(int id) {
-    return static_cast<int>(SendMessageW(GetDlgItem(OpenDialog(), id), CB_GETCURSEL, 0, 0));
-}
-
-inline bool IsEnabled(int id) {
-    return IsWindowEnabled(GetDlgItem(OpenDialog(), id)) != FALSE;
+    return static_cast<int>(SendMessageW(GetDlgItem(FindOpenDialog(), id), CB_GETCURSEL, 0, 0));
 }
 
 inline bool IsReadOnly(int id) {
@@ -88,19 +69,32 @@ inline bool IsReadOnly(int id) {
 }
 
 inline void Press(int id) {
-    SendMessageW(OpenDialog(), WM_COMMAND, static_cast<WPARAM>(id),
-                 reinterpret_cast<LPARAM>(GetDlgItem(OpenDialog(), id)));
+    SendMessageW(FindOpenDialog(), WM_COMMAND, static_cast<WPARAM>(id),
+                 reinterpret_cast<LPARAM>(GetDlgItem(FindOpenDialog(), id)));
 }
 
-/// Presses a key in the control that has the focus.
-inline void PressKey(WORD key) {
-    PostMessageW(GetFocus(), WM_KEYDOWN, key, 1);
-    PostMessageW(GetFocus(), WM_KEYUP, key, static_cast<LPARAM>(0xC0000001));
-}
+/// While it lives, tries an action again and again until that returns true, also in the system's own loops of
+/// menus and file dialogs.
+class Meanwhile {
+  public:
+    explicit Meanwhile(std::function<bool()> action) {
+        action_ = std::move(action);
+        timer_ = SetTimer(nullptr, 0, 20, [](HWND, UINT, UINT_PTR, DWORD) {
+            if (action_ && action_())
+                action_ = nullptr;
+        });
+    }
+    ~Meanwhile() {
+        KillTimer(nullptr, timer_);
+        EXPECT_FALSE(action_) << "what was waited for did not come";
+    }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
 
-inline bool FileExists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
+  private:
+    static inline std::function<bool()> action_;
+    UINT_PTR timer_ = 0;
+};
 
 class UiTest : public ToolkitTest {
   protected:
@@ -172,8 +166,7 @@ class UiTest : public ToolkitTest {
 
     void Select(int row) const {
         ListView_SetItemState(List(), -1, 0, LVIS_SELECTED);
-        if (row >= 0)
-            ListView_SetItemState(List(), row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
+        ListView_SetItemState(List(), row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
     }
 
     /// A notification of the list.
@@ -196,9 +189,9 @@ class UiTest : public ToolkitTest {
 
     /// A step in the dialog that is open, with its command states up to date as the idle program has them.
     static Step InDialog(std::function<void()> action) {
-        return {[] { return OpenDialog() != nullptr; },
+        return {[] { return FindOpenDialog() != nullptr; },
                 [action = std::move(action)] {
-                    if (BWindow* const dialog = ObjectFromHandle(OpenDialog()))
+                    if (BWindow* const dialog = ObjectFromHandle(FindOpenDialog()))
                         dialog->UpdateCommandStates();
                     action();
                 }};
@@ -208,16 +201,10 @@ class UiTest : public ToolkitTest {
     void MountRow(int row, const std::wstring& password = L"secret") {
         Select(row);
         Command(IDM_MOUNT, {InDialog([&] {
-                    if (IsEnabled(IDC_PASSWORD))
+                    if (IsWindowEnabled(Control(IDC_PASSWORD)))
                         Type(IDC_PASSWORD, password);
                     Press(IDOK);
                 })});
-    }
-
-    [[nodiscard]] bool IsCommandEnabled(int id) {
-        BProbeState probe(id);
-        window->RouteUpdateCommand(probe);
-        return probe.enabled;
     }
 
     TemporaryFolder folder;

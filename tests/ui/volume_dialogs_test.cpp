@@ -1,0 +1,188 @@
+// Mount, Properties and Change Password on real volumes: locks, passwords, and what reaches list and key
+// file.
+
+#include "tests/ui/ui_fixture.h"
+
+namespace quilla {
+namespace {
+
+using namespace test;
+
+class VolumeDialogsTest : public UiTest {
+  protected:
+    VolumeDialogsTest() {
+        OpenMainWindow();
+        AddVolume(L"a");
+        AddVolume(L"plain", CipherId::None);
+        Select(kEnciphered);
+    }
+
+    /// The time-out that the key file of the enciphered volume holds, in minutes.
+    std::uint64_t StoredMinutes() const {
+        VolumeRecord record = RecordOf(kEnciphered);
+        EXPECT_TRUE(ReadKeyFileSummary(record));
+        return record.Timeout / kTimeoutUnitsPerMinute;
+    }
+
+    static void ExpectFixedFieldsLocked() {
+        EXPECT_TRUE(IsReadOnly(IDC_VOLUME) && IsReadOnly(IDC_SIZE_VALUE));
+        EXPECT_FALSE(IsWindowEnabled(Control(IDC_SIZE_SPIN)));
+        SendMessageW(Control(IDC_SIZE_VALUE), WM_KEYDOWN, VK_UP, 1);
+        EXPECT_EQ(FieldTextOf(IDC_SIZE_VALUE), L"64") << "its arrow keys count, too";
+        ExpectListLocked(IDC_CIPHER);
+        ExpectListLocked(IDC_SIZE_UNIT);
+    }
+
+    static void ExpectListLocked(int id) {
+        const HWND list = GetDlgItem(FindOpenDialog(), id);
+        const int chosen = Chosen(id);
+        const std::wstring shown = TextOf(list);
+        const auto expectKept = [&](std::initializer_list<WPARAM> keys) {
+            for (const WPARAM key : keys)
+                SendMessageW(list, WM_KEYDOWN, key, 1);
+            EXPECT_EQ(Chosen(id), chosen);
+            EXPECT_EQ(TextOf(list), shown) << "the list has to snap back";
+        };
+        expectKept({VK_HOME});
+        expectKept({VK_END});
+        expectKept({VK_F4, VK_HOME, VK_RETURN});
+        expectKept({VK_F4, VK_END, VK_ESCAPE});
+        const HDC context = GetDC(list);
+        const auto brush = [&](UINT message) {
+            return SendMessageW(FindOpenDialog(), message, reinterpret_cast<WPARAM>(context),
+                                reinterpret_cast<LPARAM>(list));
+        };
+        for (const UINT message : {WM_CTLCOLOREDIT, WM_CTLCOLORLISTBOX})
+            EXPECT_EQ(brush(message), brush(WM_CTLCOLORSTATIC));
+        ReleaseDC(list, context);
+    }
+
+    /// The message of the one box that the dialog has shown; empty for none.
+    static std::wstring OnlyMessage(MessageBoxWatcher& boxes, HWND dialog) {
+        const std::vector<SeenBox> seen = boxes.Take();
+        if (seen.empty())
+            return L"";
+        EXPECT_EQ(seen.size(), 1U);
+        EXPECT_EQ(seen[0].caption, L"Quilla Tarn Error");
+        EXPECT_EQ(seen[0].owner, dialog);
+        EXPECT_TRUE(seen[0].errorIcon);
+        return seen[0].text;
+    }
+
+    /// Fills the dialog in, presses OK, and Cancel if that leaves it open; returns the message, if any.
+    std::wstring ChangePassword(const wchar_t* old, const wchar_t* wanted, const wchar_t* confirmed) {
+        MessageBoxWatcher boxes;
+        HWND dialog = nullptr;
+        Command(IDM_CHANGE_PASSWORD, {InDialog([&] {
+                    dialog = FindOpenDialog();
+                    Type(IDC_OLD_PASSWORD, old);
+                    Type(IDC_NEW_PASSWORD, wanted);
+                    Type(IDC_CONFIRM_PASSWORD, confirmed);
+                    Press(IDOK);
+                    Press(IDCANCEL);
+                })});
+        return OnlyMessage(boxes, dialog);
+    }
+
+    static constexpr int kEnciphered = 0;
+    static constexpr int kPlain = 1;
+};
+
+TEST_F(VolumeDialogsTest, MountOpensReadyForThePassword) {
+    Command(IDM_MOUNT, {InDialog([] {
+                EXPECT_EQ(TextOf(FindOpenDialog()), L"Mount");
+                EXPECT_EQ(GetFocus(), GetDlgItem(FindOpenDialog(), IDC_PASSWORD));
+                ExpectFixedFieldsLocked();
+                EXPECT_FALSE(IsReadOnly(IDC_KEY) || IsReadOnly(IDC_TIMEOUT));
+                Press(IDCANCEL);
+            })});
+    EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
+}
+
+TEST_F(VolumeDialogsTest, MountStaysOpenAfterAWrongPassword) {
+    MessageBoxWatcher boxes;
+    HWND dialog = nullptr;
+    Command(IDM_MOUNT, {InDialog([&] {
+                dialog = FindOpenDialog();
+                Type(IDC_PASSWORD, L"Secret");
+                Type(IDC_TIMEOUT, L"7");
+                Press(IDOK);
+                EXPECT_EQ(FieldTextOf(IDC_PASSWORD), L"Secret");
+                EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
+                Type(IDC_PASSWORD, L"secret");
+                Press(IDOK);
+            })});
+    EXPECT_EQ(OnlyMessage(boxes, dialog), L"Incorrect password");
+    const VolumeRecord& record = RecordOf(kEnciphered);
+    EXPECT_TRUE(record.IsMounted());
+    EXPECT_EQ(record.Key, decltype(record.Key){});
+    EXPECT_EQ(record.Timeout, 7 * kTimeoutUnitsPerMinute);
+    EXPECT_EQ(StoredMinutes(), 7U);
+}
+
+TEST_F(VolumeDialogsTest, MountTakesTheKeyFileFromAnotherPlace) {
+    const std::wstring moved = folder.File(L"elsewhere.key");
+    ASSERT_TRUE(MoveFileW(RecordOf(kEnciphered).KeyPath, moved.c_str()));
+    Command(IDM_MOUNT, {InDialog([&] {
+                Type(IDC_PASSWORD, L"secret");
+                Type(IDC_KEY, moved);
+                Press(IDOK);
+            })});
+    EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
+    EXPECT_EQ(Cell(kEnciphered, 3), moved);
+}
+
+/// Nobody asks for a password without a cipher, and the volume may be mounted from elsewhere meanwhile.
+TEST_F(VolumeDialogsTest, MountLeavesAVolumeMountedBehindItAsItIs) {
+    Select(kPlain);
+    std::uint32_t device = 0;
+    Command(IDM_MOUNT, {InDialog([&] {
+                EXPECT_NE(GetFocus(), GetDlgItem(FindOpenDialog(), IDC_PASSWORD));
+                EXPECT_FALSE(IsWindowEnabled(Control(IDC_PASSWORD)));
+                VolumeRecord request = RecordOf(kPlain);
+                channel.SendMountVolume(request);
+                device = request.DeviceHandle;
+                Press(IDOK);
+            })});
+    EXPECT_NE(device, 0U);
+    EXPECT_EQ(RecordOf(kPlain).DeviceHandle, device);
+}
+
+TEST_F(VolumeDialogsTest, PropertiesReachListAndKeyFile) {
+    for (const bool isMounted : {false, true}) {
+        const std::uint64_t minutes = isMounted ? 0 : 45;
+        if (isMounted)
+            MountRow(kEnciphered);
+        Command(IDM_PROPERTIES, {InDialog([&] {
+                    EXPECT_EQ(TextOf(FindOpenDialog()), L"Properties");
+                    ExpectFixedFieldsLocked();
+                    EXPECT_TRUE(IsReadOnly(IDC_PASSWORD));
+                    EXPECT_EQ(IsReadOnly(IDC_KEY), isMounted);
+                    Type(IDC_TIMEOUT, std::to_wstring(minutes));
+                    Press(IDOK);
+                })});
+        EXPECT_EQ(RecordOf(kEnciphered).IsMounted(), isMounted);
+        EXPECT_EQ(RecordOf(kEnciphered).Timeout, minutes * kTimeoutUnitsPerMinute);
+        EXPECT_EQ(StoredMinutes(), minutes);
+    }
+    Command(IDM_PROPERTIES, {InDialog([&] {
+                VolumeRecord request = RecordOf(kEnciphered);
+                channel.SendDismountVolume(request);
+                Press(IDOK);
+            })});
+    EXPECT_FALSE(RecordOf(kEnciphered).IsMounted()) << "dismounted behind the dialog";
+}
+
+TEST_F(VolumeDialogsTest, ChangePasswordNeedsTheOldOneAndTheNewOneTwice) {
+    EXPECT_EQ(ChangePassword(L"Secret", L"new", L"other"), L"Incorrect old password");
+    EXPECT_EQ(ChangePassword(L"secret", L"new", L"New"), L"Incorrect new password");
+    EXPECT_EQ(ChangePassword(L"secret", L"new", L"new "), L"Incorrect new password");
+    EXPECT_EQ(ChangePassword(L"secret", L"пароль", L"пароль"), L"");
+    EXPECT_EQ(ChangePassword(L"secret", L"", L""), L"Incorrect old password");
+    EXPECT_EQ(ChangePassword(L"пароль", L"", L""), L"") << "an empty password is one, too";
+    MountRow(kEnciphered, L"");
+    EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
+}
+
+} // namespace
+} // namespace quilla
