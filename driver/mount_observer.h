@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/nbd/stop_report.h"
 #include "volume/volume_record.h"
 
 namespace quilla {
@@ -15,9 +16,9 @@ class MountObserver {
     MountObserver(const MountObserver&) = delete;
     MountObserver& operator=(const MountObserver&) = delete;
 
-    /// A volume is not mounted any more. clientsCutOff block-device clients were connected at that moment.
+    /// A volume is not mounted any more; its export ended as reported.
     virtual void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                                    unsigned clientsCutOff) = 0;
+                                    const NbdStopReport& report) = 0;
 
   protected:
     ~MountObserver() = default;

@@ -137,7 +137,7 @@ void RequestServer::Dismount(int row, DismountReason reason) {
     UpdateVolumeRow(list_, RowOf(list_, record), record);
     if (!AnyVolumeMounted(list_))
         sweep_.Stop();
-    observer_.OnVolumeDismounted(record, reason, GetDeviceManager().TakeClientsCutOff());
+    observer_.OnVolumeDismounted(record, reason, GetDeviceManager().TakeStopReport());
 }
 
 void RequestServer::DismountSelected() {

@@ -261,18 +261,21 @@ void MainWindow::OnDropFiles(HDROP drop) {
 }
 
 void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                                    unsigned clientsCutOff) {
-    if (reason == DismountReason::User && clientsCutOff == 0)
+                                    const NbdStopReport& report) {
+    const bool isHarmless = report.flushed && report.clientsCutOff == 0;
+    if (reason == DismountReason::User && isHarmless)
         return;
     const wchar_t* const cause = reason == DismountReason::Timeout
                                      ? L" was dismounted because it had not been used for its time-out."
                                      : L" was dismounted.";
+    const wchar_t* const cutOff =
+        report.clientsCutOff > 0 ? L" Programs that were connected to it have been cut off." : L"";
     const wchar_t* const loss =
-        clientsCutOff ? L" Programs that were connected to it have been cut off." : L"";
+        report.flushed ? L"" : L" Not all that was written has reached its data file.";
     wchar_t text[256]; // what a notice takes
-    _snwprintf(text, std::size(text), L"%.100ls%ls%ls", FileNameOf(record.Path), cause, loss);
+    _snwprintf(text, std::size(text), L"%.70ls%ls%ls%ls", FileNameOf(record.Path), cause, cutOff, loss);
     text[std::size(text) - 1] = 0;
-    icon_.ShowNotice(kMainWindowTitle, text, clientsCutOff ? NIIF_WARNING : NIIF_INFO);
+    icon_.ShowNotice(kMainWindowTitle, text, isHarmless ? NIIF_INFO : NIIF_WARNING);
 }
 
 } // namespace quilla

@@ -44,7 +44,7 @@ class MainWindow final : public BWindow, private MountObserver {
     void OnDpiChanged(const RECT& place);
     void OnDropFiles(HDROP drop);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                            unsigned clientsCutOff) override;
+                            const NbdStopReport& report) override;
 
     /// The record of the one selected row; null with no or several rows selected.
     [[nodiscard]] VolumeRecord* SelectedVolume() const;

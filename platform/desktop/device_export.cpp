@@ -39,14 +39,14 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
     return true;
 }
 
-unsigned DeviceExport::Stop() {
+NbdStopReport DeviceExport::Stop() {
     if (!server_)
-        return 0;
+        return {};
     RemovePrivateFile(UriFileName(index_).text);
     const NbdStopReport report = server_->Stop();
     server_.reset();
     uri_.fill(0);
-    return report.clientsCutOff;
+    return report;
 }
 
 void DeviceExport::RemoveLeftovers() {

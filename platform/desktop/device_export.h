@@ -27,9 +27,9 @@ class DeviceExport {
     /// cannot be written keeps nobody from using the export.
     [[nodiscard]] bool Start(BlockDevice& device, unsigned index);
 
-    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. Returns how many
-    /// clients were cut off. A second call does nothing.
-    unsigned Stop();
+    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. A second
+    /// call does nothing.
+    NbdStopReport Stop();
 
     /// Removes the URI files that a process left which was ended with volumes mounted. To be called while
     /// nothing is exported.

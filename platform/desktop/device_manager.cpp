@@ -74,7 +74,9 @@ bool DeviceManager::Deregister(std::uint32_t handle) {
 }
 
 void DeviceManager::EndExport(Device& device) {
-    clientsCutOff_ += device.exported.Stop();
+    const NbdStopReport report = device.exported.Stop();
+    stopReport_.clientsCutOff += report.clientsCutOff;
+    stopReport_.flushed = stopReport_.flushed && report.flushed;
 }
 
 bool DeviceManager::IsDeviceName(std::wstring_view name) {

@@ -55,8 +55,8 @@ class DeviceManager {
     /// Clients attached to a device at present.
     [[nodiscard]] unsigned CountClients(std::wstring_view name) const;
 
-    /// How many clients the ends of exports have cut off since the last call.
-    [[nodiscard]] unsigned TakeClientsCutOff() { return std::exchange(clientsCutOff_, 0); }
+    /// What the ends of exports since the last call have met, all together.
+    [[nodiscard]] NbdStopReport TakeStopReport() { return std::exchange(stopReport_, {}); }
 
   private:
     struct Device {
@@ -82,7 +82,7 @@ class DeviceManager {
     std::array<std::unique_ptr<Device>, kMaxDevices> devices_;
     std::array<Opened, 16> opened_;
     std::uint32_t lastHandle_ = 0;
-    unsigned clientsCutOff_ = 0;
+    NbdStopReport stopReport_;
 };
 
 /// The device manager of this process.

@@ -2,6 +2,7 @@
 
 #include "platform/block_device.h"
 #include "platform/nbd/range_lock.h"
+#include "platform/nbd/stop_report.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
@@ -26,14 +27,6 @@ struct NbdLimits {
     std::uint32_t handshakeMilliseconds = 10'000;
     /// Time that Stop gives clients to take the replies to what is in flight.
     std::uint32_t stopMilliseconds = 3'000;
-};
-
-/// What a stop met.
-struct NbdStopReport {
-    /// Clients that were attached and had not said good-bye.
-    unsigned clientsCutOff = 0;
-    /// Whether the device could be flushed after the last request.
-    bool flushed = false;
 };
 
 /// Exports one block device over the Network Block Device protocol (fixed newstyle), on loopback TCP at a

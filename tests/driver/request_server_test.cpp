@@ -15,6 +15,7 @@
 #include "volume/volume_password.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -24,19 +25,34 @@ namespace {
 
 constexpr std::uint64_t kSecond = 10'000'000;
 
+/// Empties a file that somebody in this process has open, as another system on the same disk could.
+void CutOpenFile(std::wstring_view name) {
+    for (std::uintptr_t handle = 4; handle < 4096; handle += 4) {
+        const HANDLE file = std::bit_cast<HANDLE>(handle);
+        wchar_t path[MAX_PATH] = L"";
+        if (GetFinalPathNameByHandleW(file, path, MAX_PATH, 0) != 0 &&
+            std::wstring_view(path).ends_with(name)) {
+            ASSERT_TRUE(SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_BEGIN));
+            ASSERT_TRUE(SetEndOfFile(file));
+            return;
+        }
+    }
+    FAIL() << "not open";
+}
+
 /// A serving instance without its main window: a list, and a window that hands WM_REQUEST on.
 class RequestServerTest : public test::DeviceTest, private MountObserver {
   protected:
     struct Dismounted {
         std::wstring path;
         DismountReason reason;
-        unsigned clientsCutOff;
+        NbdStopReport report;
     };
 
     RequestServerTest() {
         SetWindowLongPtrW(target_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
         SetWindowLongPtrW(target_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
-        static_cast<void>(GetDeviceManager().TakeClientsCutOff());
+        static_cast<void>(GetDeviceManager().TakeStopReport());
     }
     ~RequestServerTest() override { DestroyWindow(target_); }
 
@@ -68,8 +84,8 @@ class RequestServerTest : public test::DeviceTest, private MountObserver {
     }
 
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                            unsigned clientsCutOff) override {
-        dismounted_.push_back({record.Path, reason, clientsCutOff});
+                            const NbdStopReport& report) override {
+        dismounted_.push_back({record.Path, reason, report});
     }
 
     static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -148,7 +164,8 @@ TEST_F(RequestServerTest, MountsAndDismounts) {
     ASSERT_EQ(dismounted_.size(), 1U);
     EXPECT_EQ(dismounted_[0].path, created.Path);
     EXPECT_EQ(dismounted_[0].reason, DismountReason::User);
-    EXPECT_EQ(dismounted_[0].clientsCutOff, 0U);
+    EXPECT_EQ(dismounted_[0].report.clientsCutOff, 0U);
+    EXPECT_TRUE(dismounted_[0].report.flushed);
 }
 
 TEST_F(RequestServerTest, TellsOfClientsItCutOff) {
@@ -160,7 +177,15 @@ TEST_F(RequestServerTest, TellsOfClientsItCutOff) {
     server_.DismountSelected();
     EXPECT_FALSE(Listed(record).IsMounted());
     ASSERT_EQ(dismounted_.size(), 1U);
-    EXPECT_EQ(dismounted_[0].clientsCutOff, 1U);
+    EXPECT_EQ(dismounted_[0].report.clientsCutOff, 1U);
+}
+
+TEST_F(RequestServerTest, TellsOfDataThatDidNotReachTheFile) {
+    const VolumeRecord record = Mount(Create(L"a", CipherId::Cast128));
+    CutOpenFile(L"a.raw");
+    channel_.SendDismountVolume(Listed(record));
+    ASSERT_EQ(dismounted_.size(), 1U);
+    EXPECT_FALSE(dismounted_[0].report.flushed);
 }
 
 TEST_F(RequestServerTest, AFailedMountLeavesNothing) {
