@@ -76,7 +76,7 @@ LRESULT RequestServer::Perform(const RequestBlock& request, VolumeRecord& reply)
     case RequestCode::MountVolume:
         return Mount(request.Record, reply);
     case RequestCode::DismountVolume:
-        return DismountKeepingKey(request.Record, reply);
+        return DismountRequested(request.Record, reply);
     case RequestCode::CheckTimeouts:
         CheckTimeouts();
         return 0;
@@ -109,17 +109,6 @@ LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
     if (record->IsMounted())
         sweep_.Start(list_.hwnd, sweepMilliseconds_);
     return 0;
-}
-
-/// A command line's dismount names no key file, and the look-up takes the volume for one without any. Its row
-/// must not stay so: mounted from there, it would let plain data in among the enciphered.
-LRESULT RequestServer::DismountKeepingKey(const VolumeRecord& wanted, VolumeRecord& reply) {
-    PathText keyPath;
-    ListedKeyPath(list_, wanted.Path, keyPath);
-    const LRESULT result = DismountRequested(wanted, reply);
-    if (FieldText(wanted.KeyPath).empty() && !FieldText(keyPath).empty())
-        FindVolume(list_, wanted.Path, keyPath);
-    return result;
 }
 
 LRESULT RequestServer::DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply) {

@@ -54,7 +54,6 @@ class RequestServer {
     LRESULT Perform(const RequestBlock& request, VolumeRecord& reply);
     LRESULT Query(const VolumeRecord& wanted, VolumeRecord& reply);
     LRESULT Mount(const VolumeRecord& wanted, VolumeRecord& reply);
-    LRESULT DismountKeepingKey(const VolumeRecord& wanted, VolumeRecord& reply);
     LRESULT DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply);
     [[nodiscard]] Listed Find(const VolumeRecord& wanted);
     void Dismount(int row, DismountReason reason);

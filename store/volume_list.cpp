@@ -1,6 +1,5 @@
 #include "store/volume_list.h"
 
-#include "store/default_key_path.h"
 #include "store/display_text.h"
 #include "toolkit/list_view.h"
 #include "volume/volume_files.h"
@@ -94,14 +93,6 @@ int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
         return UpdateVolumeRow(list, RowOf(list, record), record);
     }
     return AddNewVolume(list, path, keyPath);
-}
-
-void ListedKeyPath(const BListView& list, const wchar_t* path, PathText& keyPath) {
-    const int row = FindRow(list, path);
-    if (row >= 0)
-        CopyText(keyPath, FieldText(RecordAt(list, row).KeyPath));
-    else
-        DefaultKeyPath(path, keyPath);
 }
 
 int AddNewVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {

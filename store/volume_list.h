@@ -24,10 +24,7 @@ class BListView;
 /// stays mounted. Returns the row.
 int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath);
 
-/// The key file of a listed volume, letter case of its path ignored, or that of one as it would be opened.
-void ListedKeyPath(const BListView& list, const wchar_t* path, PathText& keyPath);
-
-/// As FindVolume for a path that is known not to be on the list.
+/// The same for a path that is known not to be on the list.
 int AddNewVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath);
 
 /// Writes a record's texts and mounted mark into a row that owns the record from then on; row -1 appends one.
