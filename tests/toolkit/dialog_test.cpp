@@ -96,9 +96,12 @@ TEST_F(Dialog, FocusIsOnTheFirstTabStopOrWhereItWasSet) {
 }
 
 TEST_F(Dialog, CaptureIsCancelledBeforeTheLoop) {
-    dialog.onAttach = [&] { SetCapture(frame.hwnd); };
+    Owned<Recorder<Frame>> holder(log, "holder");
+    ASSERT_NE(holder.Create(), nullptr);
+    holder.loggedMessage = WM_CANCELMODE;
+    dialog.onAttach = [&] { SetCapture(holder.hwnd); };
     Run([&] {
-        EXPECT_EQ(GetCapture(), nullptr);
+        EXPECT_EQ(log, (Log{"holder message"}));
         dialog.EndDialog(0);
     });
 }

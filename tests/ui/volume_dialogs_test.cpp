@@ -38,9 +38,10 @@ class VolumeDialogsTest : public UiTest {
         const int chosen = Chosen(id);
         const std::wstring shown = TextOf(list);
         const auto expectKept = [&](std::initializer_list<WPARAM> keys) {
-            for (const WPARAM key : keys)
+            for (const WPARAM key : keys) {
                 SendMessageW(list, WM_KEYDOWN, key, 1);
-            EXPECT_EQ(Chosen(id), chosen);
+                EXPECT_EQ(Chosen(id), chosen);
+            }
             EXPECT_EQ(TextOf(list), shown) << "the list has to snap back";
         };
         expectKept({VK_HOME});
