@@ -69,54 +69,6 @@ class CommandLineTest(quilla.DesktopTest):
             self.assertEqual((box, code), (("Quilla Tarn", USAGE), 1), line)
         self.assertEqual(self.desktop.close(first), 0)
 
-    def test_second_mount_of_a_volume_is_ignored(self):
-        volume = self.volume(cipher=quilla.CIPHER_CAST128)
-        oracle.make_files(volume)
-        first = self.desktop.start_serving()
-        uri = self.desktop.mount(volume)
-        mounted = self.desktop.query(volume)
-        # In another case of letters it is the same volume.
-        self.assertEqual(self.desktop.run("MOUNT", volume.path.upper(), "/key", volume.key_path, "/Password", volume.password), 0)
-        self.assertEqual(self.desktop.uri("SEC0"), uri)
-        self.assertFalse(self.desktop.uri_file("SEC1").exists())
-        again = self.desktop.query(volume)
-        self.assertEqual((again.handle, again.device), (mounted.handle, "SEC0:"))
-        self.desktop.dismount(volume)
-        self.desktop.dismount(volume)  # not mounted any more: quietly nothing
-        self.assertEqual(self.desktop.close(first), 0)
-
-    def test_driver_refuses_a_file_that_is_too_small_or_gone(self):
-        first = self.desktop.start_serving()
-        volume = self.volume(size=511)
-        oracle.make_files(volume)
-        box, code = self.run_with_box("mount", volume.path, "/password", volume.password)
-        self.assertEqual((box, code), (("Quilla Error", "RegisterDevice() failed"), 0))
-        volume.raw.unlink()
-        box, code = self.run_with_box("mount", volume.path, "/password", volume.password)
-        self.assertEqual(box, ("Quilla Error", "RegisterDevice() failed"))
-        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
-        self.assertEqual(self.desktop.close(first), 0)
-
-    def test_three_volumes_at_once(self):
-        names = ("One", "Two", "Three", "Four")
-        volumes = [self.volume(name, cipher=cipher) for name, cipher in zip(names, (6, 10, 6, 10))]
-        for volume in volumes:
-            oracle.make_files(volume)
-        first = self.desktop.start_serving()
-        addresses = [self.desktop.mount(volume, f"SEC{i}") for i, volume in enumerate(volumes[:3])]
-        self.assertEqual(len(set(addresses)), 3)
-        self.desktop.dismount(volumes[1])
-        self.assertFalse(self.desktop.uri_file("SEC1").exists())
-        # The place that has come free is taken first.
-        self.assertNotEqual(self.desktop.mount(volumes[3], "SEC1"), addresses[1])
-        self.assertEqual([self.desktop.query(v).device for v in (volumes[0], volumes[3], volumes[2])],
-                         ["SEC0:", "SEC1:", "SEC2:"])
-        self.assertEqual([self.desktop.uri("SEC0"), self.desktop.uri("SEC2")], [addresses[0], addresses[2]])
-        for volume in (volumes[0], volumes[2], volumes[3]):
-            self.desktop.dismount(volume)
-        self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
-        self.assertEqual(self.desktop.close(first), 0)
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -1,19 +1,13 @@
-// The Windows side of the end-to-end runs: eyes and hands on the desktop that the program runs on.
+// The eyes and hands of the end-to-end runs on the Windows side. Answers each line of words on its input with
+// one line of words, each in hexadecimal UTF-8; an empty line, if what is asked for is not there. It knows
+// nothing of the program but the names that are its outer interface, so the runs stay black-box:
 //
-// Reads commands from its standard input, one a line, words separated by tabs, and answers each with one line
-// of tab-separated UTF-8 words in which backslash, tab and line ends are escaped. It knows nothing of the
-// program but the names that are its outer interface, so the runs stay black-box:
-//
-//   exchange HEX            one exchange over the request channel; answers the block that came back and its
-//   result box MS ID               waits for a message box of any process and presses button ID (0: the
-//   first, -1:
-//                           none); answers process, caption, text, or "none"
-//   window                  the serving window: process, handle, visible, title; or "none"
-//   send MESSAGE W L        sends a message to the serving window and answers its result
-//   key CODE                has the list of the serving window take a key
+//   exchange HEX            one exchange over the request channel: the block that came back, the result
+//   box MS                  waits for any message box and presses its first button: caption, text
+//   window                  the serving window: process, whether visible
+//   send MESSAGE W L CLASS  sends a message to the serving window, or to its child of a class
 //   objects PID             what a process holds: handles, threads, windows, drawing objects
-//   header                  where the list's header is on the screen: left, bottom, height
-//   focus                   the title of the foreground window, if a window of its thread has the keyboard
+//   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
 #include "tests/support/process_size.h"
 
@@ -21,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -47,51 +42,20 @@ std::string Utf8(std::wstring_view text) {
     return bytes;
 }
 
-std::string Escape(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-        case '\\':
-            escaped += "\\\\";
-            break;
-        case '\t':
-            escaped += "\\t";
-            break;
-        case '\n':
-            escaped += "\\n";
-            break;
-        case '\r':
-            escaped += "\\r";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 Words Split(const std::string& line) {
-    Words words;
     std::istringstream stream(line);
-    for (std::string word; std::getline(stream, word, '\t');)
-        words.push_back(word);
-    return words;
+    return {std::istream_iterator<std::string>(stream), {}};
 }
 
-std::wstring TextOf(HWND window) {
-    std::wstring text(1024, 0);
-    text.resize(static_cast<std::size_t>(GetWindowTextW(window, text.data(), static_cast<int>(text.size()))));
-    return text;
-}
-
-/// The text of a control, asked of the control itself: another process's GetWindowTextW does not reach it.
-std::wstring TextOfControl(HWND control) {
+/// The text of a window or control, asked of itself: GetWindowTextW does not reach the controls of other
+/// processes.
+std::string TextOf(HWND window) {
     std::wstring text(2048, 0);
     DWORD_PTR length = 0;
-    SendMessageTimeoutW(control, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
+    SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
                         SMTO_ABORTIFHUNG, 5000, &length);
     text.resize(length);
-    return text;
+    return Utf8(text);
 }
 
 DWORD ProcessOf(HWND window) {
@@ -113,26 +77,19 @@ HWND ServingWindow() {
 Words Window(const Words&) {
     const HWND window = ServingWindow();
     if (!window)
-        return {"none"};
-    return {std::to_string(ProcessOf(window)), std::to_string(reinterpret_cast<std::uintptr_t>(window)),
-            IsWindowVisible(window) ? "visible" : "hidden", Utf8(TextOf(window))};
+        return {};
+    return {std::to_string(ProcessOf(window)), IsWindowVisible(window) ? "visible" : "hidden"};
 }
 
 Words Send(const Words& words) {
-    const HWND window = ServingWindow();
-    if (!window || words.size() != 4)
-        return {"none"};
-    return {
-        std::to_string(SendMessageW(window, static_cast<UINT>(std::stoul(words[1], nullptr, 0)),
-                                    std::stoull(words[2], nullptr, 0), std::stoll(words[3], nullptr, 0)))};
-}
-
-Words Key(const Words& words) {
-    const HWND list = FindWindowExW(ServingWindow(), nullptr, L"SysListView32", nullptr);
-    if (!list || words.size() != 2)
-        return {"none"};
-    SendMessageW(list, WM_KEYDOWN, std::stoul(words[1]), 0);
-    return {"pressed"};
+    HWND window = ServingWindow();
+    if (window && words.size() > 4)
+        window = FindWindowExA(window, nullptr, words[4].c_str(), nullptr);
+    if (!window || words.size() < 4)
+        return {};
+    SendMessageW(window, static_cast<UINT>(std::stoul(words[1])), std::stoull(words[2]),
+                 std::stoll(words[3]));
+    return {"sent"};
 }
 
 std::string FromHex(std::string_view hex) {
@@ -175,12 +132,12 @@ Words RunExchange(const Words& words) {
     const HWND window = ServingWindow();
     std::string block = words.size() == 2 ? FromHex(words[1]) : "";
     if (!window || block.size() != kBlockSize)
-        return {"none"};
+        return {};
     std::optional<LRESULT> result;
     // The mutex is never released, only its handle is closed: a thread that ends gives it up for good.
     std::thread([&] { result = Exchange(window, block); }).join();
     if (!result)
-        return {"none"};
+        return {};
     return {ToHex(block), std::to_string(*result)};
 }
 
@@ -205,18 +162,11 @@ HWND WaitForBox(const std::string& milliseconds) {
 }
 
 Words Box(const Words& words) {
-    if (words.size() != 3)
-        return {"none"};
-    const HWND box = WaitForBox(words[1]);
+    const HWND box = words.size() == 2 ? WaitForBox(words[1]) : nullptr;
     if (!box)
-        return {"none"};
-    const Words seen = {std::to_string(ProcessOf(box)), Utf8(TextOf(box)),
-                        Utf8(TextOfControl(GetDlgItem(box, kMessageTextId)))};
-    const int wanted = std::stoi(words[2]);
-    if (wanted < 0)
-        return seen;
-    const HWND button =
-        wanted > 0 ? GetDlgItem(box, wanted) : FindWindowExW(box, nullptr, L"Button", nullptr);
+        return {};
+    const Words seen = {TextOf(box), TextOf(GetDlgItem(box, kMessageTextId))};
+    const HWND button = FindWindowExW(box, nullptr, L"Button", nullptr);
     PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(GetDlgCtrlID(button)),
                  reinterpret_cast<LPARAM>(button));
     while (IsWindow(box))
@@ -229,23 +179,13 @@ Words Focus(const Words&) {
     GUITHREADINFO thread{};
     thread.cbSize = sizeof(thread);
     if (!window || !GetGUIThreadInfo(GetWindowThreadProcessId(window, nullptr), &thread) || !thread.hwndFocus)
-        return {"none"};
-    return {Utf8(TextOf(window)), "has the keyboard"};
-}
-
-Words Header(const Words&) {
-    const HWND window = ServingWindow();
-    const HWND list = FindWindowExW(window, nullptr, L"SysListView32", nullptr);
-    RECT place{};
-    if (!window || !GetWindowRect(FindWindowExW(list, nullptr, L"SysHeader32", nullptr), &place))
-        return {"none"};
-    return {std::to_string(place.left), std::to_string(place.bottom),
-            std::to_string(place.bottom - place.top)};
+        return {};
+    return {TextOf(window)};
 }
 
 Words Objects(const Words& words) {
     if (words.size() != 2)
-        return {"none"};
+        return {};
     const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
                                        static_cast<DWORD>(std::stoul(words[1])));
     const quilla::test::ProcessSize size = quilla::test::MeasureProcess(process);
@@ -256,32 +196,27 @@ Words Objects(const Words& words) {
 
 struct Command {
     std::string_view name;
-    Words (*run)(const Words&);
+    Words (*answer)(const Words&);
 };
 
 constexpr Command kCommands[] = {
     {"exchange", RunExchange}, {"box", Box},     {"window", Window}, {"send", Send},
-    {"objects", Objects},      {"focus", Focus}, {"header", Header}, {"key", Key},
+    {"objects", Objects},      {"focus", Focus},
 };
 
-Words Run(const Words& words) {
+Words Answer(const Words& words) {
     for (const Command& command : kCommands)
         if (!words.empty() && words[0] == command.name)
-            return command.run(words);
-    return {"unknown command"};
+            return command.answer(words);
+    return {};
 }
 
 } // namespace
 
 int main() {
-    std::ios::sync_with_stdio(false);
-    SetProcessDPIAware(); // places are wanted in the screen's own pixels
     for (std::string line; std::getline(std::cin, line);) {
-        while (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        const Words answer = Run(Split(line));
-        for (std::size_t i = 0; i < answer.size(); ++i)
-            std::cout << (i ? "\t" : "") << Escape(answer[i]);
+        for (const std::string& word : Answer(Split(line)))
+            std::cout << ToHex(word) << ' ';
         std::cout << std::endl;
     }
     return 0;

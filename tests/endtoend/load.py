@@ -71,7 +71,7 @@ class Load:
                     pending.append(run)
                     client.send_write(first * SECTOR, b"".join(content(s, self.sent[s]) for s in run))
                 else:
-                    client.receive_acknowledgement()
+                    client.receive_reply()
                     for sector in pending.popleft():
                         self.safe[sector] = self.sent[sector]
                     self.writes += 1
@@ -88,7 +88,7 @@ class Load:
                 client.connection.shutdown(socket.SHUT_RDWR)
         self.join()
         for client in self.clients:
-            client.connection.close()
+            client.close()
 
     def join(self):
         """Waits until no client is at work any more."""

@@ -1,10 +1,6 @@
-"""Key files and volume data made and opened without any code of the program: ciphers by nettle and libgcrypt.
-
-nettle knows Twofish with 192-bit keys, which key files need; libgcrypt knows whole modes, XTS and CBC.
-"""
+"""Key files and volume data made and opened without any code of the program: the ciphers and their modes are nettle's."""
 
 import ctypes
-import functools
 import os
 import struct
 import zlib
@@ -14,156 +10,86 @@ import quilla
 SECTOR = 512
 KEY_FILE_SIZE = 760
 
-
-@functools.cache
-def nettle():
-    return ctypes.CDLL("libnettle.so.8")
+NETTLE = ctypes.CDLL("libnettle.so.8")
+CONTEXT_SIZE = 16384  # larger than any of the library's contexts
 
 
-@functools.cache
-def gcrypt():
-    library = ctypes.CDLL("libgcrypt.so.20")
-    library.gcry_check_version.restype = ctypes.c_char_p
-    if not library.gcry_check_version(None):
-        raise quilla.Failure("libgcrypt does not start")
-    return library
+class BlockCipher:
+    """One of nettle's ciphers with its key."""
 
+    def __init__(self, cipher, key):
+        self.name, setter, self.block = (("cast128", "cast5", 8) if cipher == quilla.CIPHER_CAST128 else
+                                         ("twofish", "twofish", 16))
+        self.context = ctypes.create_string_buffer(CONTEXT_SIZE)
+        self.call(f"{setter}_set_key", self.context, len(key), key)
 
-class NettleCipher:
-    """One block at a time."""
+    @staticmethod
+    def call(name, *arguments):
+        getattr(NETTLE, f"nettle_{name}")(*(ctypes.c_size_t(a) if isinstance(a, int) else a for a in arguments))
 
-    CONTEXT_SIZE = 16384  # larger than any of the library's contexts
+    def function(self, direction):
+        return getattr(NETTLE, f"nettle_{self.name}_{direction}")
 
-    def __init__(self, name, key, block):
-        self.name, self.block = name, block
-        self.context = ctypes.create_string_buffer(self.CONTEXT_SIZE)
-        if name == "cast128":
-            nettle().nettle_cast5_set_key(self.context, ctypes.c_size_t(len(key)), key)
-        else:
-            nettle().nettle_twofish_set_key(self.context, ctypes.c_size_t(len(key)), key)
-
-    def _run(self, direction, data):
+    def encrypt_blocks(self, data):
         out = ctypes.create_string_buffer(len(data))
-        getattr(nettle(), f"nettle_{self.name}_{direction}")(self.context, ctypes.c_size_t(len(data)), out, data)
+        self.call(f"{self.name}_encrypt", self.context, len(data), out, data)
         return out.raw
 
-    def encrypt(self, data):
-        return self._run("encrypt", data)
-
-    def decrypt(self, data):
-        return self._run("decrypt", data)
-
-
-class GcryptCipher:
-    """A whole mode over a buffer."""
-
-    CAST5, TWOFISH = 3, 10
-    CBC, XTS = 3, 13
-
-    def __init__(self, algorithm, mode, key):
-        self.handle = ctypes.c_void_p()
-        self._check(gcrypt().gcry_cipher_open(ctypes.byref(self.handle), algorithm, mode, 0))
-        self._check(gcrypt().gcry_cipher_setkey(self.handle, key, ctypes.c_size_t(len(key))))
-
-    def _check(self, error):
-        if error & 0xFFFF:
-            raise quilla.Failure(f"libgcrypt error {error & 0xFFFF}")
-
-    def _run(self, function, data, iv):
+    def chain(self, mode, direction, iv, data):
+        """Cipher block chaining ("cbc") or cipher feedback ("cfb"), which enciphers blocks in both directions."""
+        function = self.function("encrypt" if mode == "cfb" else direction)
         out = ctypes.create_string_buffer(len(data))
-        self._check(gcrypt().gcry_cipher_setiv(self.handle, iv, ctypes.c_size_t(len(iv))))
-        self._check(function(self.handle, out, ctypes.c_size_t(len(data)), data, ctypes.c_size_t(len(data))))
+        register = ctypes.create_string_buffer(iv, self.block)
+        self.call(f"{mode}_{direction}", self.context, function, self.block, register, len(data), out, data)
         return out.raw
 
-    def encrypt(self, data, iv):
-        return self._run(gcrypt().gcry_cipher_encrypt, data, iv)
-
-    def decrypt(self, data, iv):
-        return self._run(gcrypt().gcry_cipher_decrypt, data, iv)
-
-    def __del__(self):
-        gcrypt().gcry_cipher_close(self.handle)
-
-
-def exclusive_or(a, b):
-    return bytes(x ^ y for x, y in zip(a, b))
-
-
-# The key block: 128 bytes under the password key
-
-
-def key_block_cipher(cipher, password):
-    key = quilla.password_key(password)
-    if cipher == quilla.CIPHER_CAST128:
-        return NettleCipher("cast128", key[:16], 8)
-    return NettleCipher("twofish", key + bytes(4), 16)
-
-
-def seal_master_key(cipher, password, master, iv):
-    """CAST-128 by cipher feedback, Twofish by cipher block chaining; without a cipher it stays as it is."""
-    if cipher == quilla.CIPHER_NONE:
-        return master
-    keyed = key_block_cipher(cipher, password)
-    register, out = iv[:keyed.block], b""
-    for i in range(0, len(master), keyed.block):
-        block = master[i:i + keyed.block]
-        if cipher == quilla.CIPHER_CAST128:
-            register = exclusive_or(keyed.encrypt(register), block)
-        else:
-            register = keyed.encrypt(exclusive_or(register, block))
-        out += register
-    return out
-
-
-def open_master_key(cipher, password, sealed, iv):
-    keyed = key_block_cipher(cipher, password)
-    register, out = iv[:keyed.block], b""
-    for i in range(0, len(sealed), keyed.block):
-        block = sealed[i:i + keyed.block]
-        if cipher == quilla.CIPHER_CAST128:
-            out += exclusive_or(keyed.encrypt(register), block)
-        else:
-            out += exclusive_or(keyed.decrypt(block), register)
-        register = block
-    return out
+    def tweak(self, direction, tweak_cipher, number, data):
+        """XTS of one sector."""
+        out = ctypes.create_string_buffer(len(data))
+        functions = [self.function(way) for way in dict.fromkeys((direction, "encrypt"))]  # of the data, of the tweak
+        self.call(f"xts_{direction}_message", self.context, tweak_cipher.context, *functions,
+                  struct.pack("<QQ", number, 0), len(data), out, data)
+        return out.raw
 
 
 # The key file
+
+
+def crypt_key_block(direction, cipher, password, iv, block):
+    """CAST-128 by cipher feedback, Twofish by cipher block chaining; without a cipher it stays as it is."""
+    key = quilla.password_key(password)
+    if cipher == quilla.CIPHER_CAST128:
+        return BlockCipher(cipher, key[:16]).chain("cfb", direction, iv[:8], block)
+    if cipher == quilla.CIPHER_TWOFISH:
+        return BlockCipher(cipher, key + bytes(4)).chain("cbc", direction, iv[:16], block)
+    return block
 
 
 def chunk_header(tag, param, length):
     return struct.pack("<IHHQ", tag, param, 0, length)
 
 
-def build_key_file(cipher, password, master, iv, timeout, option=0):
+def build_key_file(cipher, password, master, iv, timeout):
     """The 760 bytes of a key file; iv are the 20 bytes stored with the key block."""
-    block = seal_master_key(cipher, password, master, iv) + struct.pack("<I", zlib.crc32(master)) + iv
+    block = crypt_key_block("encrypt", cipher, password, iv, master) + struct.pack("<I", zlib.crc32(master)) + iv
     return (chunk_header(0, 0, 16)
-            + chunk_header(1, 0, 24) + struct.pack("<IHHQII", 0, 65, 0, timeout, option, 0)
+            + chunk_header(1, 0, 24) + struct.pack("<IHHQII", 0, 65, 0, timeout, 0, 0)
             + chunk_header(2, cipher, 152) + block
             + chunk_header(3, 2, 520) + bytes(520))
 
 
 def parse_key_file(data, cipher, password):
-    """(master key, iv, time-out, option word), or a Failure that names what is wrong."""
-    def expect(offset, wanted, what):
-        if data[offset:offset + len(wanted)] != wanted:
-            raise quilla.Failure(f"{what} at {offset}: {data[offset:offset + len(wanted)].hex()}, not {wanted.hex()}")
-
+    """(master key, iv, time-out), or a Failure."""
     if len(data) != KEY_FILE_SIZE:
         raise quilla.Failure(f"a key file of {len(data)} bytes")
-    expect(0, chunk_header(0, 0, 16), "file header")
-    expect(16, chunk_header(1, 0, 24), "settings header")
-    expect(32, struct.pack("<IHH", 0, 65, 0), "settings")
-    timeout, option = struct.unpack_from("<QI", data, 40)
-    expect(52, bytes(4), "settings")
-    expect(56, chunk_header(2, cipher, 152), "key block header")
-    sealed, (check,), iv = data[72:200], struct.unpack_from("<I", data, 200), data[204:224]
-    expect(224, chunk_header(3, 2, 520) + bytes(520), "reserved chunk")
-    master = open_master_key(cipher, password, sealed, iv)
+    timeout, = struct.unpack_from("<Q", data, 40)
+    sealed, check, iv = struct.unpack_from("<128sI20s", data, 72)
+    master = crypt_key_block("decrypt", cipher, password, iv, sealed)
     if zlib.crc32(master) != check:
         raise quilla.Failure("the key block does not open with the password")
-    return master, iv, timeout, option
+    if data != build_key_file(cipher, password, master, iv, timeout):
+        raise quilla.Failure("bytes outside the key block are not as documented")
+    return master, iv, timeout
 
 
 def make_files(volume):
@@ -183,23 +109,13 @@ def make_files(volume):
 class SectorCipher:
     """What stands in the data file for a sector, from the 32-byte data key."""
 
-    def __init__(self, cipher, data_key):
-        self.cipher = cipher
-        if cipher == quilla.CIPHER_TWOFISH:
-            keyed = NettleCipher("twofish", data_key, 16)
-            tweak_key = keyed.encrypt(b"QuillaTweakKey 1QuillaTweakKey 2")
-            self.mode = GcryptCipher(GcryptCipher.TWOFISH, GcryptCipher.XTS, data_key + tweak_key)
-        elif cipher == quilla.CIPHER_CAST128:
-            self.mode = GcryptCipher(GcryptCipher.CAST5, GcryptCipher.CBC, data_key[:16])
-            self.iv_cipher = NettleCipher("cast128", data_key[16:32], 8)
+    def __init__(self, cipher, key):
+        self.is_twofish = cipher == quilla.CIPHER_TWOFISH
+        self.data = BlockCipher(cipher, key if self.is_twofish else key[:16])
+        tweak_key = self.data.encrypt_blocks(b"QuillaTweakKey 1QuillaTweakKey 2") if self.is_twofish else key[16:]
+        self.numbers = BlockCipher(cipher, tweak_key)
 
-    def _iv(self, number):
-        if self.cipher == quilla.CIPHER_TWOFISH:
-            return struct.pack("<QQ", number, 0)
-        return self.iv_cipher.encrypt(struct.pack("<Q", number))
-
-    def encrypt(self, number, sector):
-        return sector if self.cipher == quilla.CIPHER_NONE else self.mode.encrypt(sector, self._iv(number))
-
-    def decrypt(self, number, sector):
-        return sector if self.cipher == quilla.CIPHER_NONE else self.mode.decrypt(sector, self._iv(number))
+    def crypt(self, direction, number, sector):
+        if self.is_twofish:
+            return self.data.tweak(direction, self.numbers, number, sector)
+        return self.data.chain("cbc", direction, self.numbers.encrypt_blocks(struct.pack("<Q", number)), sector)

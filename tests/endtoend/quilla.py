@@ -10,14 +10,15 @@ Nothing sleeps blindly: whatever is waited for is watched, with a limit. Whateve
 """
 
 import collections
+import contextlib
+import dataclasses
 import fcntl
+import hashlib
 import os
 import pathlib
 import shutil
-import signal
 import struct
 import subprocess
-import sys
 import tempfile
 import threading
 import time
@@ -29,7 +30,6 @@ PROGRAM = BUILD / "bin" / "QuillaTarn.exe"
 DESK = BUILD / "endtoend" / "desk.exe"
 
 LIMIT = 60  # seconds until something that should happen soon counts as not happening
-SKIPPED = 77  # what CTest takes for "skipped"
 
 WM_CLOSE = 0x0010
 WM_COMMAND = 0x0111
@@ -64,28 +64,33 @@ def windows_path(path):
     return "Z:" + str(pathlib.Path(path)).replace("/", "\\")
 
 
+@dataclasses.dataclass
 class Record:
     """The 1128-byte record of a volume, packed here from its documented layout."""
 
-    LAYOUT = struct.Struct("<520sQ520sI4xQQB1x12s2xI32s4x")
-    FIELDS = ("path", "size", "key_path", "cipher", "timeout", "activity", "flags", "device", "handle", "key")
-    DEFAULTS = ("", 0, "", 0, 0, 0, 0, "", 0, bytes(32))
-    TEXTS = ("path", "key_path", "device")
+    path: str = ""
+    size: int = 0
+    key_path: str = ""
+    cipher: int = 0
+    timeout: int = 0
+    activity: int = 0
+    flags: int = 0
+    device: str = ""
+    handle: int = 0
+    key: bytes = bytes(32)
 
-    def __init__(self, **fields):
-        for name, value in zip(self.FIELDS, self.DEFAULTS):
-            setattr(self, name, fields.get(name, value))
+    LAYOUT = struct.Struct("<520sQ520sI4xQQB1x12s2xI32s4x")
 
     def pack(self):
-        values = [getattr(self, name) for name in self.FIELDS]
-        return self.LAYOUT.pack(*(v.encode("utf-16-le") if isinstance(v, str) else v for v in values))
+        fields = dataclasses.astuple(self)
+        return self.LAYOUT.pack(*(field.encode("utf-16-le") if isinstance(field, str) else field for field in fields))
 
     @classmethod
     def unpack(cls, data):
-        fields = dict(zip(cls.FIELDS, cls.LAYOUT.unpack(data)))
-        for name in cls.TEXTS:
-            fields[name] = fields[name].decode("utf-16-le", "replace").split("\0")[0]
-        return cls(**fields)
+        record = cls(*cls.LAYOUT.unpack(data))
+        for name in ("path", "key_path", "device"):
+            setattr(record, name, getattr(record, name).decode("utf-16-le", "replace").split("\0")[0])
+        return record
 
 
 class Volume:
@@ -112,36 +117,20 @@ class Volume:
 class Desk:
     """The helper on the Windows side; asks it one thing at a time."""
 
-    UNESCAPED = {"\\\\": "\\", "\\t": "\t", "\\n": "\n", "\\r": "\r"}
-
     def __init__(self, desktop):
         self.lock = threading.Lock()
-        self.process = desktop.spawn([str(DESK)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-                                     encoding="utf-8")
+        self.process = desktop.spawn("wine", str(DESK), stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                     text=True)
 
     def ask(self, *words):
+        """Its answer's words; none, if what is asked for is not there."""
         with self.lock:
-            return self.exchange(words)
-
-    def exchange(self, words):
-        self.process.stdin.write("\t".join(map(str, words)) + "\n")
-        self.process.stdin.flush()
-        line = self.process.stdout.readline()
+            self.process.stdin.write(" ".join(map(str, words)) + "\n")
+            self.process.stdin.flush()
+            line = self.process.stdout.readline()
         if not line:
             raise Failure("the helper on the Windows side has ended")
-        return [self.unescape(word) for word in line.rstrip("\r\n").split("\t")]
-
-    def unescape(self, word):
-        out, i = [], 0
-        while i < len(word):
-            pair = word[i:i + 2]
-            out.append(self.UNESCAPED.get(pair, word[i]))
-            i += 2 if pair in self.UNESCAPED else 1
-        return "".join(out)
-
-    def close(self):
-        self.process.stdin.close()
-        self.process.wait(LIMIT)
+        return [bytes.fromhex(word).decode() for word in line.split()]
 
 
 Counts = collections.namedtuple("Counts", "handles threads windows drawing_objects KiB")
@@ -150,15 +139,13 @@ Counts = collections.namedtuple("Counts", "handles threads windows drawing_objec
 class Desktop:
     """A Wine prefix and a screen for the length of a run. One run at a time uses the prefix."""
 
-    def __init__(self, managed=False, screen="1280x1024x24", dpi=96):
+    def __init__(self, managed=False, dpi=96):
         self.folder = BUILD / "endtoend"
         self.dpi = dpi
         self.prefix = self.folder / "prefix"
         self.work = self.folder / "work"
-        self.managed, self.screen = managed, screen
-        self.processes = []
-        self.desk = None
-        self.manager = None
+        self.managed = managed
+        self.processes, self.instances = [], []
 
     # The run's surroundings
 
@@ -166,24 +153,29 @@ class Desktop:
         if not PROGRAM.exists():
             raise Failure(f"{PROGRAM} is not built")
         self.prefix.mkdir(parents=True, exist_ok=True)
-        self.lock = open(self.folder / "lock", "w")
-        fcntl.flock(self.lock, fcntl.LOCK_EX)
-        shutil.rmtree(self.work, ignore_errors=True)
-        self.work.mkdir()
-        try:
-            self.start_screen()
+        with contextlib.ExitStack() as cleanup:
+            fcntl.flock(cleanup.enter_context(open(self.folder / "lock", "w")), fcntl.LOCK_EX)
+            shutil.rmtree(self.work, ignore_errors=True)
+            self.work.mkdir()
+            cleanup.callback(shutil.rmtree, self.work, ignore_errors=True)
+            self.start_screen(cleanup)
+            cleanup.callback(self.end_wine)
+            cleanup.callback(self.end_processes)
             self.prepare_prefix()
             self.desk = Desk(self)
-        except BaseException:
-            self.__exit__(*sys.exc_info())
-            raise
+            self.cleanup = cleanup.pop_all()
         return self
 
-    def start_screen(self):
+    def __exit__(self, *error):
+        self.cleanup.close()
+
+    def start_screen(self, cleanup):
         read, write = os.pipe()
-        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", self.screen, "-nolisten", "tcp"],
-                                       pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                       stdin=subprocess.DEVNULL)
+        server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+                                  pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                  stdin=subprocess.DEVNULL)
+        cleanup.callback(server.wait)
+        cleanup.callback(server.terminate)
         os.close(write)
         with os.fdopen(read) as answer:
             number = answer.readline().strip()
@@ -203,16 +195,23 @@ class Desktop:
         self.tool("wine", "reg", "add", r"HKCU\Control Panel\Desktop", "/v", "LogPixels", "/t", "REG_DWORD", "/d",
                   str(self.dpi), "/f")
         self.tool("wine", "reg", "delete", r"HKCU\Software\Orvane", "/f", check=False)
+        # The first process sees the pixels and the window manager, and nothing is left of an interrupted run.
+        self.end_wine()
         if self.managed:
-            # Wine has to see the window manager, and the pixels, from its first process on.
-            self.tool("wineserver", "-k", check=False)
-            self.tool("wineserver", "-w")
-            self.manager = subprocess.Popen(["openbox", "--sm-disable"], env=self.environment, stdin=subprocess.DEVNULL,
-                                            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            self.processes.append(self.manager)
+            self.spawn("openbox", "--sm-disable")
             wait_until(lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in
                        self.tool("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"), "the window manager")
         shutil.rmtree(self.local_data(), ignore_errors=True)
+
+    def end_wine(self):
+        """Ends what is left in this prefix and waits until it is gone."""
+        self.tool("wineserver", "-k", check=False)
+        self.tool("wineserver", "-w")
+
+    def end_processes(self):
+        for process in self.processes:
+            with process:
+                process.kill()
 
     def tool(self, *command, limit=120, check=True):
         """Runs a program of the Unix side in the run's surroundings."""
@@ -226,39 +225,19 @@ class Desktop:
             raise Failure(f"{' '.join(command[:3])} ... ended with {code}:\n{told.strip()}")
         return told
 
-    def __exit__(self, *error):
-        if self.desk:
-            self.desk.process.kill()
-        for process in self.processes:
-            if process.poll() is None:
-                process.kill()
-            process.wait(LIMIT)
-            for stream in (process.stdin, process.stdout):
-                if stream:
-                    stream.close()
-        if hasattr(self, "environment"):
-            # Ends what is left in this prefix and waits until it is gone.
-            for flag in ("-k", "-w"):
-                subprocess.run(["wineserver", flag], env=self.environment, timeout=LIMIT, check=False,
-                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        if hasattr(self, "server"):
-            self.server.send_signal(signal.SIGTERM)
-            self.server.wait(LIMIT)
-        shutil.rmtree(self.work, ignore_errors=True)
-        self.lock.close()
-
     # The program
 
-    def spawn(self, command, **options):
+    def spawn(self, *command, **options):
         options.setdefault("stdin", subprocess.DEVNULL)
         options.setdefault("stdout", subprocess.DEVNULL)
-        process = subprocess.Popen(["wine", *command], env=self.environment, stderr=subprocess.DEVNULL, **options)
+        process = subprocess.Popen(command, env=self.environment, stderr=subprocess.DEVNULL, **options)
         self.processes.append(process)
         return process
 
     def start(self, *words):
         """Starts an instance and lets it run: one that serves, or one whose message box is to be answered."""
-        return self.spawn([str(PROGRAM), *words])
+        self.instances.append(self.spawn("wine", str(PROGRAM), *words))
+        return self.instances[-1]
 
     def start_serving(self, *words):
         """Starts the serving instance and waits for its window."""
@@ -274,24 +253,19 @@ class Desktop:
         try:
             return process.wait(limit)
         except subprocess.TimeoutExpired:
-            box = self.box(0, answer=-1)
-            raise Failure(f"'{' '.join(words[:2])}' has not ended after {limit} s; box on the screen: {box}") from None
+            raise Failure(f"'{' '.join(words[:2])}' has not ended after {limit} s; box: {self.box(0)}") from None
 
     def window(self):
-        """(process, handle, state, title) of the serving window, or None."""
-        answer = self.desk.ask("window")
-        return answer if len(answer) == 4 else None
+        """[process, state] of the serving window, or nothing."""
+        return self.desk.ask("window")
 
     def is_visible(self):
-        window = self.window()
-        return bool(window) and window[2] == "visible"
+        return self.window()[1:] == ["visible"]
 
-    def send(self, message, wide=0, long=0):
-        """Sends a message to the serving window and returns when it has been handled."""
-        answer = self.desk.ask("send", message, wide, long)
-        if answer == ["none"]:
+    def send(self, message, wide=0, long=0, child=""):
+        """Sends a message to the serving window, or to its child of a class, and returns when it has been handled."""
+        if not self.desk.ask("send", message, wide, long, child):
             raise Failure("there is no window to send to")
-        return int(answer[0])
 
     def close(self, process):
         """Closes the serving window, which has nothing mounted, and returns the instance's exit code."""
@@ -300,17 +274,16 @@ class Desktop:
 
     def end_instances(self):
         """Ends every instance that a failed test has left behind, and the traces of what it had mounted."""
-        for process in self.processes:
-            if process not in (self.desk.process, self.manager) and process.poll() is None:
-                process.kill()
-                process.wait(LIMIT)
+        for process in self.instances:
+            process.kill()
+            process.wait(LIMIT)
+        self.instances.clear()
         wait_until(lambda: not self.window(), "the last window to go")
         shutil.rmtree(self.local_data(), ignore_errors=True)
 
-    def box(self, limit=LIMIT, answer=0):
-        """Waits for a message box, presses a button of it (0: the first) and returns (caption, text), or None."""
-        seen = self.desk.ask("box", int(limit * 1000), answer)
-        return tuple(seen[1:]) if len(seen) == 3 else None
+    def box(self, limit=LIMIT):
+        """Waits for a message box and presses its first button; returns (caption, text), or () without one."""
+        return tuple(self.desk.ask("box", int(limit * 1000)))
 
     def counts(self, process):
         """What a running instance holds of the system; process is what start returned."""
@@ -325,7 +298,7 @@ class Desktop:
         """One exchange; returns the record that came back and the server's result."""
         block = struct.pack("<II", REQUESTS[name], 0) + (record or Record()).pack() + digest + bytes(4)
         answer = self.desk.ask("exchange", block.hex())
-        if len(answer) != 2:
+        if not answer:
             raise Failure("nobody serves requests")
         return Record.unpack(bytes.fromhex(answer[0])[8:8 + Record.LAYOUT.size]), int(answer[1])
 
@@ -342,17 +315,15 @@ class Desktop:
 
     def mount(self, volume, device="SEC0"):
         """Mounts from the command line by a second instance (or the first, which then serves)."""
-        if self.window():
-            code = self.run("mount", volume.path, "/password", volume.password)
-            if code:
-                raise Failure(f"the mount ended with exit code {code}")
-        else:
-            self.start("mount", volume.path, "/password", volume.password)
+        command = "mount", volume.path, "/password", volume.password
+        if not self.window():
+            self.start(*command)
+        elif code := self.run(*command):
+            raise Failure(f"the mount ended with exit code {code}")
         return self.uri(device)
 
     def dismount(self, volume):
-        code = self.run("dismount", volume.path)
-        if code:
+        if code := self.run("dismount", volume.path):
             raise Failure(f"the dismount ended with exit code {code}")
 
     # The export
@@ -376,13 +347,8 @@ class Desktop:
 
 def password_key(password):
     """SHA-1 of the UTF-16 text, each word of the digest little-endian."""
-    import hashlib
     digest = hashlib.sha1(password.encode("utf-16-le")).digest()
     return struct.pack("<5I", *struct.unpack(">5I", digest))
-
-
-def has_fuse():
-    return os.access("/dev/fuse", os.R_OK | os.W_OK) and shutil.which("nbdfuse") is not None
 
 
 class DesktopTest(unittest.TestCase):

@@ -14,8 +14,7 @@ import quilla
 
 MIB = 1 << 20
 OLD_PASSWORD, NEW_PASSWORD = "97531", "Correct horse 24680"
-# Places in the pop-up menu of a row, counted in presses of the Down key.
-DISMOUNT, CHANGE_PASSWORD = 2, 3
+FIRST_ROW = 60, 68  # a place in the list's first row, in the window without its frame, at 96 pixels per inch
 
 
 class Hands:
@@ -33,7 +32,7 @@ class Hands:
 
     def has_keyboard(self, title):
         """Whether the window manager and the program agree that the window of this title is being typed to."""
-        return self.active_title() == title and self.desktop.desk.ask("focus")[0] == title
+        return self.active_title() == title and self.desktop.desk.ask("focus") == [title]
 
     def expect(self, title):
         """Waits until the window of this title has the keyboard."""
@@ -48,7 +47,7 @@ class Hands:
         the same time, may have taken the keyboard."""
         quilla.wait_until(self.desktop.is_visible, "the main window")
         quilla.wait_until(lambda: self.active_title() == "Quilla Tarn", "the main window to be in front")
-        self.click(*self.row())
+        self.click_row()
         self.expect("Quilla Tarn")
 
     def keys(self, *names):
@@ -62,48 +61,29 @@ class Hands:
         self.keys("ctrl+a")
         self.type(text)
 
-    def row(self):
-        """A place on the screen in the first row of the list, right below the header."""
-        left, bottom, height = map(int, self.desktop.desk.ask("header"))
-        return left + 3 * height, bottom + height // 2
-
-    def click(self, x, y, button=1, repeat=1):
-        self.tool("mousemove", x, y)
+    def click_row(self, button=1, repeat=1):
+        """Clicks into the first row of the list; the main window has to be in front."""
+        place = [pixels * self.desktop.dpi // 96 for pixels in FIRST_ROW]
+        self.tool("mousemove", "--window", self.tool("getactivewindow"), *place)
         self.tool("click", "--repeat", repeat, "--delay", 60, button)
 
     def capture(self):
         command = ["import", "-silent", "-window", "root", "rgb:-"]
         return subprocess.run(command, env=self.desktop.environment, stdout=subprocess.PIPE, check=True).stdout
 
-    def settle(self, other_than=None, limit=10):
-        """Waits until two looks at the screen are the same (and differ from an earlier one); returns the last."""
+    def settle(self, limit=10):
+        """Waits until two looks at the screen are the same, or for long enough: a caret may blink."""
         end = time.monotonic() + limit
-        before = self.capture()
-        while time.monotonic() < end:
+        before, now = None, self.capture()
+        while now != before and time.monotonic() < end:
             time.sleep(0.1)
-            now = self.capture()
-            if now == before and now != other_than:
-                return now
-            before = now
-        if other_than is not None and before == other_than:
-            raise quilla.Failure("nothing happens on the screen")
-        return before  # a caret blinks or a clock runs
+            before, now = now, self.capture()
 
     def picture(self, name):
         self.settle()
         self.number += 1
         path = self.pictures / f"{self.number:02}-{name}.png"
         self.desktop.tool("import", "-silent", "-window", "root", str(path))
-        return path
-
-    def pop_up(self, x, y, presses, name):
-        """Right click, then the entry that so many presses of the Down key lead to."""
-        before = self.capture()
-        self.click(x, y, button=3)
-        self.settle(other_than=before)
-        self.keys(*["Down"] * presses)
-        self.picture(name)
-        self.keys("Return")
 
 
 class UserInterfaceTest(unittest.TestCase):
@@ -111,7 +91,7 @@ class UserInterfaceTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.dpi = int(os.environ.get("QUILLA_DPI", "96"))
-        cls.desktop = cls.enterClassContext(quilla.Desktop(managed=True, screen="1280x960x24", dpi=cls.dpi))
+        cls.desktop = cls.enterClassContext(quilla.Desktop(managed=True, dpi=cls.dpi))
 
     def setUp(self):
         suffix = "" if self.dpi == 96 else f"-{self.dpi}"
@@ -154,7 +134,7 @@ class UserInterfaceTest(unittest.TestCase):
     def mount(self, password, wrong=None):
         hands = self.hands
         hands.expect("Quilla Tarn")
-        hands.click(*hands.row(), repeat=2)
+        hands.click_row(repeat=2)
         hands.expect("Mount")
         if wrong:
             hands.type(wrong)
@@ -185,7 +165,9 @@ class UserInterfaceTest(unittest.TestCase):
         self.assertEqual(self.settings(OLD_PASSWORD)[2], 45 * quilla.MINUTE)
 
     def dismount(self):
-        self.hands.pop_up(*self.hands.row(), DISMOUNT, "pop-up")
+        self.hands.keys("alt+v")
+        self.hands.picture("volume-menu")
+        self.hands.keys("d")
         self.desktop.wait_gone("SEC0")
         self.hands.expect("Quilla Tarn")
         self.hands.picture("dismounted")
@@ -193,7 +175,10 @@ class UserInterfaceTest(unittest.TestCase):
     def change_password(self):
         hands = self.hands
         master = self.settings(OLD_PASSWORD)[0]
-        hands.pop_up(*hands.row(), CHANGE_PASSWORD, "pop-up-change-password")
+        hands.click_row(button=3)
+        hands.keys("Down", "Down", "Down")  # over Mount and Dismount
+        hands.picture("pop-up")
+        hands.keys("Return")
         hands.expect("Change Password")
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
