@@ -171,7 +171,9 @@ class Desktop:
 
     def start_screen(self, cleanup):
         read, write = os.pipe()
-        server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+        # Without -noreset a screen starts afresh when its last client leaves, and cuts off who comes at that moment.
+        server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
+                                   "-noreset"],
                                   pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                   stdin=subprocess.DEVNULL)
         cleanup.callback(server.wait)
