@@ -207,7 +207,7 @@ class Session {
         request.start = static_cast<std::uint32_t>(input_.TakeNumber());
         request.status = 0xFFFF;
         request.completion = input_.Take<std::uint8_t>() % 4 == 0 ? CountCompletion : nullptr;
-        const std::uint32_t filled = input_.Take<std::uint8_t>() % (kMaxScatterBuffers + 1);
+        const std::uint32_t filled = input_.Take<std::uint8_t>() % std::uint32_t{kMaxScatterBuffers + 1};
         Bytes memory[kMaxScatterBuffers];
         std::uint64_t total = 0;
         bool isBacked = true;

@@ -58,14 +58,15 @@ class MemoryFile {
 
 /// Where the payload of the wanted chunk begins. Inputs are far too short for the limit on chunks to matter.
 std::optional<std::size_t> FindModel(const Bytes& file, const ChunkHeader& wanted) {
-    using Wide = unsigned __int128;
-    Wide position = 16;
-    while (position + 16 <= file.size()) {
-        const std::byte* const header = &file[static_cast<std::size_t>(position)];
+    for (std::size_t position = 16; position + 16 <= file.size();) {
+        const std::byte* const header = &file[position];
         position += 16;
         if (std::memcmp(header, &wanted, 16) == 0)
-            return static_cast<std::size_t>(position);
-        position += LoadLittle<std::uint64_t>(header + 8);
+            return position;
+        const auto length = LoadLittle<std::uint64_t>(header + 8);
+        if (length > file.size() - position)
+            break;
+        position += static_cast<std::size_t>(length);
     }
     return std::nullopt;
 }

@@ -7,7 +7,6 @@
 #include "driver/window_messages.h"
 #include "platform/clock.h"
 #include "tests/driver/device_fixture.h"
-#include "tests/nbd/nbd_client.h"
 #include "tests/support/list_window.h"
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/process_size.h"
@@ -165,18 +164,6 @@ TEST_F(RequestServerTest, MountsAndDismounts) {
     EXPECT_EQ(dismounted_[0].reason, DismountReason::User);
     EXPECT_EQ(dismounted_[0].report.clientsCutOff, 0U);
     EXPECT_TRUE(dismounted_[0].report.flushed);
-}
-
-TEST_F(RequestServerTest, TellsOfClientsItCutOff) {
-    const VolumeRecord record = Mount(Create(L"a", CipherId::Cast128));
-    const test::Address address(test::ReadSmallFile(test::UriFile(0)).value_or(""));
-    test::NbdClient client(address.port);
-    ASSERT_TRUE(client.Enter(address.name));
-    window_.Select(0);
-    server_.DismountSelected();
-    EXPECT_FALSE(Listed(record).IsMounted());
-    ASSERT_EQ(dismounted_.size(), 1U);
-    EXPECT_EQ(dismounted_[0].report.clientsCutOff, 1U);
 }
 
 TEST_F(RequestServerTest, TellsOfDataThatDidNotReachTheFile) {

@@ -1,4 +1,4 @@
-#include "tests/support/sector_oracle.h"
+#include "fuzz/sector_oracle.h"
 
 #include "platform/disk_codes.h"
 
