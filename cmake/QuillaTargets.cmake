@@ -10,11 +10,11 @@ function(quilla_room name)
     target_link_libraries(${name} PUBLIC quilla_product ${ROOM_LINKS})
 endfunction()
 
-# quilla_test(NAME SOURCES ... [LINKS ...] [TIMEOUT seconds] [LABELS ...]): one GoogleTest program, run by CTest.
+# quilla_test(NAME SOURCES ... [LINKS ...] [TIMEOUT seconds]): one GoogleTest program, run by CTest.
 # Natively every case is a CTest test of its own; under Wine the whole program is one test, since each start of a
 # Windows process costs a good part of a second.
 function(quilla_test name)
-    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS;LABELS" ${ARGN})
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LINKS" ${ARGN})
     if(NOT TEST_TIMEOUT)
         set(TEST_TIMEOUT 120)
     endif()
@@ -25,10 +25,10 @@ function(quilla_test name)
         target_link_options(${name} PRIVATE -static)
         add_test(NAME windows.${name} COMMAND ${name})
         # One Wine prefix serves all, and with it one set of named objects and one registry.
-        set_tests_properties(windows.${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "windows;${TEST_LABELS}"
+        set_tests_properties(windows.${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS windows
             RESOURCE_LOCK wine-prefix)
     else()
         gtest_discover_tests(${name} TEST_PREFIX native. DISCOVERY_MODE PRE_TEST
-            PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS "native;${TEST_LABELS}")
+            PROPERTIES TIMEOUT ${TEST_TIMEOUT} LABELS native)
     endif()
 endfunction()
