@@ -5,7 +5,8 @@ import unittest
 import oracle
 import quilla
 
-USAGE = ("Incorrect command line format\n\nmount\t[/volume] VolumeFile.raw [/key KeyFile.key] [/password 97531]\n"
+USAGE = ("Quilla Tarn",
+         "Incorrect command line format\n\nmount\t[/volume] VolumeFile.raw [/key KeyFile.key] [/password 97531]\n"
          "dismount\t[/volume] VolumeFile.raw")
 WRONG_PASSWORD = ("Quilla Tarn Error", "Incorrect password")
 MINUS_ONE = 255  # as much of it as a Unix exit status holds
@@ -28,13 +29,13 @@ class CommandLineTest(quilla.DesktopTest):
         # Wine turns the owner-only access list into rights of the user and of his group.
         self.assertEqual(self.desktop.uri_file("SEC0").stat().st_mode & 0o007, 0, "others can read the address")
 
-        self.desktop.send(quilla.WM_CLOSE)
+        self.desktop.press_close()
         self.assertIsNotNone(self.desktop.window(), "closed with a volume mounted")
         self.assertNotEqual(self.desktop.query(volume).handle, 0)
 
         self.assertEqual(self.desktop.run(), 0)  # a start without a command brings the window to the front
         self.assertTrue(self.desktop.is_visible())
-        self.desktop.send(quilla.WM_CLOSE)
+        self.desktop.press_close()
         self.assertFalse(self.desktop.is_visible())
 
         self.desktop.dismount(volume)
@@ -43,30 +44,22 @@ class CommandLineTest(quilla.DesktopTest):
         self.assertIsNone(first.poll(), "nobody has closed it")
         self.assertEqual(self.desktop.close(first), 0)
 
-    def test_wrong_password_mounts_nothing(self):
+    def test_what_cannot_be_done_is_told_and_leaves_nothing(self):
         volume = self.volume()
         oracle.make_files(volume)
         before = volume.key.read_bytes()
+        wrong_password = "mount", volume.path, "/password", "97532"
         # The first instance shows the box, closes its hidden window and ends.
-        box, code = self.run_with_box("mount", volume.path, "/password", "97532")
-        self.assertEqual((box, code), (WRONG_PASSWORD, 0))
-
+        self.assertEqual(self.run_with_box(*wrong_password), (WRONG_PASSWORD, 0))
+        self.assertEqual(self.run_with_box("mount", "a.raw", "b.key", "password", "surplus"), (USAGE, 0))
         first = self.desktop.start_serving()
-        box, code = self.run_with_box("mount", volume.path, "/password", "97532")
-        self.assertEqual((box, code), (WRONG_PASSWORD, MINUS_ONE))
+        self.assertEqual(self.run_with_box(*wrong_password), (WRONG_PASSWORD, MINUS_ONE))
+        for line in (["mount", "/volume", "a.raw", "/volume", "b.raw"], ["dismount", "a.raw", "/key", "b.key"],
+                     ["mount", "x" * 260]):
+            self.assertEqual(self.run_with_box(*line), (USAGE, 1), line)
         self.assertEqual(self.desktop.query(volume).handle, 0)
         self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
         self.assertEqual(volume.key.read_bytes(), before)
-        self.assertEqual(self.desktop.close(first), 0)
-
-    def test_malformed_lines_show_the_usage(self):
-        box, code = self.run_with_box("mount", "a.raw", "b.key", "password", "surplus")
-        self.assertEqual((box, code), (("Quilla Tarn", USAGE), 0))
-        first = self.desktop.start_serving()
-        for line in (["mount", "/volume", "a.raw", "/volume", "b.raw"], ["dismount", "a.raw", "/key", "b.key"],
-                     ["mount", "x" * 260]):
-            box, code = self.run_with_box(*line)
-            self.assertEqual((box, code), (("Quilla Tarn", USAGE), 1), line)
         self.assertEqual(self.desktop.close(first), 0)
 
 

@@ -5,32 +5,34 @@
 //   exchange HEX            one exchange over the request channel: the block that came back, the result
 //   box MS                  waits for any message box and presses its first button: caption, text
 //   window                  the serving window: process, whether visible
-//   send MESSAGE W L CLASS  sends a message to the serving window, or to its child of a class
-//   objects PID             what a process holds: handles, threads, windows, drawing objects
+//   close                   presses the close box of the serving window
+//   objects PID             what a process holds: handles, threads, windows
 //   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
+#include "platform/win32/handle.h"
+#include "tests/support/hex.h"
 #include "tests/support/process_size.h"
+#include "tests/support/window_text.h"
 
 #include <chrono>
-#include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <iterator>
-#include <optional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 #include <windows.h>
 
 namespace {
 
 using Words = std::vector<std::string>;
+using namespace quilla;
+using namespace quilla::test;
 
 constexpr UINT kRequest = 0x8002;
 constexpr std::size_t kBlockSize = 1160;
-constexpr int kMessageTextId = 0xFFFF;
 
 std::string Utf8(std::wstring_view text) {
     const int units = static_cast<int>(text.size());
@@ -47,30 +49,11 @@ Words Split(const std::string& line) {
     return {std::istream_iterator<std::string>(stream), {}};
 }
 
-/// The text of a window or control, asked of itself: GetWindowTextW does not reach the controls of other
-/// processes.
-std::string TextOf(HWND window) {
-    std::wstring text(2048, 0);
-    DWORD_PTR length = 0;
-    SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
-                        SMTO_ABORTIFHUNG, 5000, &length);
-    text.resize(length);
-    return Utf8(text);
-}
-
-DWORD ProcessOf(HWND window) {
-    DWORD process = 0;
-    GetWindowThreadProcessId(window, &process);
-    return process;
-}
-
 /// The window of an instance that is ready for requests, which its event tells; a window that is still being
 /// made is none yet.
 HWND ServingWindow() {
-    const HANDLE event = OpenEventW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn");
-    const bool ready = event && WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
-    if (event)
-        CloseHandle(event);
+    const UniqueEvent event(OpenEventW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn"));
+    const bool ready = event && WaitForSingleObject(event.Get(), 0) == WAIT_OBJECT_0;
     return ready ? FindWindowW(L"BWindow", L"Quilla Tarn") : nullptr;
 }
 
@@ -81,91 +64,51 @@ Words Window(const Words&) {
     return {std::to_string(ProcessOf(window)), IsWindowVisible(window) ? "visible" : "hidden"};
 }
 
-Words Send(const Words& words) {
-    HWND window = ServingWindow();
-    if (window && words.size() > 4)
-        window = FindWindowExA(window, nullptr, words[4].c_str(), nullptr);
-    if (!window || words.size() < 4)
+Words Close(const Words&) {
+    const HWND window = ServingWindow();
+    if (!window)
         return {};
-    SendMessageW(window, static_cast<UINT>(std::stoul(words[1])), std::stoull(words[2]),
-                 std::stoll(words[3]));
-    return {"sent"};
+    SendMessageW(window, WM_CLOSE, 0, 0);
+    return {"closed"};
 }
 
-std::string FromHex(std::string_view hex) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes += static_cast<char>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16));
-    return bytes;
-}
-
-std::string ToHex(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string hex;
-    for (const char c : bytes) {
-        hex += digits[static_cast<unsigned char>(c) >> 4];
-        hex += digits[static_cast<unsigned char>(c) & 15];
-    }
-    return hex;
+/// Takes the mutex of the senders. The program never releases it, only closes it, so whoever keeps it open
+/// while it waits may wait for as long as the owner's thread lives.
+UniqueMutex TakeMutex() {
+    UniqueMutex mutex;
+    do {
+        mutex.Reset();
+        mutex.Reset(CreateMutexW(nullptr, FALSE, L"Orvane Quilla Tarn Remote"));
+    } while (WaitForSingleObject(mutex.Get(), 20) == WAIT_TIMEOUT);
+    return mutex;
 }
 
 /// The exchange that every sender makes: mutex, mapping, synchronous message, reply.
-std::optional<LRESULT> Exchange(HWND window, std::string& block) {
-    const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Orvane Quilla Tarn Remote");
-    if (GetLastError() == ERROR_ALREADY_EXISTS)
-        WaitForSingleObject(mutex, INFINITE);
-    std::optional<LRESULT> result;
-    const HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096,
-                                              L"Orvane Quilla Tarn Mapping");
-    if (void* const view = MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0)) {
-        std::memcpy(view, block.data(), kBlockSize);
-        result = SendMessageW(window, kRequest, 0, 0);
-        std::memcpy(block.data(), view, kBlockSize);
-        UnmapViewOfFile(view);
-    }
-    CloseHandle(mapping);
-    CloseHandle(mutex);
-    return result;
-}
-
-Words RunExchange(const Words& words) {
+Words Exchange(const Words& words) {
     const HWND window = ServingWindow();
-    std::string block = words.size() == 2 ? FromHex(words[1]) : "";
+    Bytes block = FromHex(words.at(1));
     if (!window || block.size() != kBlockSize)
         return {};
-    std::optional<LRESULT> result;
-    // The mutex is never released, only its handle is closed: a thread that ends gives it up for good.
-    std::thread([&] { result = Exchange(window, block); }).join();
-    if (!result)
-        return {};
-    return {ToHex(block), std::to_string(*result)};
-}
-
-BOOL CALLBACK Look(HWND window, LPARAM parameter) {
-    wchar_t name[16];
-    if (!IsWindowVisible(window) || GetClassNameW(window, name, 16) == 0 ||
-        std::wstring_view(name) != L"#32770" || !GetDlgItem(window, kMessageTextId))
-        return TRUE;
-    *reinterpret_cast<HWND*>(parameter) = window;
-    return FALSE;
-}
-
-HWND WaitForBox(const std::string& milliseconds) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::stoul(milliseconds));
-    for (;;) {
-        HWND found = nullptr;
-        EnumWindows(Look, reinterpret_cast<LPARAM>(&found));
-        if (found || std::chrono::steady_clock::now() >= end)
-            return found;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    const UniqueMutex mutex = TakeMutex();
+    const UniqueMapping mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096,
+                                                   L"Orvane Quilla Tarn Mapping"));
+    const UniqueView view(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+    std::memcpy(view.Get(), block.data(), kBlockSize);
+    const LRESULT result = SendMessageW(window, kRequest, 0, 0);
+    std::memcpy(block.data(), view.Get(), kBlockSize);
+    ReleaseMutex(mutex.Get());
+    return {ToHex(block), std::to_string(result)};
 }
 
 Words Box(const Words& words) {
-    const HWND box = words.size() == 2 ? WaitForBox(words[1]) : nullptr;
-    if (!box)
-        return {};
-    const Words seen = {TextOf(box), TextOf(GetDlgItem(box, kMessageTextId))};
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::stoul(words.at(1)));
+    HWND box = nullptr;
+    while ((box = FindMessageBox()) == nullptr) {
+        if (std::chrono::steady_clock::now() >= end)
+            return {};
+        Sleep(10);
+    }
+    const Words seen = {Utf8(TextOf(box)), Utf8(TextOf(GetDlgItem(box, kMessageTextId)))};
     const HWND button = FindWindowExW(box, nullptr, L"Button", nullptr);
     PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(GetDlgCtrlID(button)),
                  reinterpret_cast<LPARAM>(button));
@@ -180,43 +123,28 @@ Words Focus(const Words&) {
     thread.cbSize = sizeof(thread);
     if (!window || !GetGUIThreadInfo(GetWindowThreadProcessId(window, nullptr), &thread) || !thread.hwndFocus)
         return {};
-    return {TextOf(window)};
+    return {Utf8(TextOf(window))};
 }
 
 Words Objects(const Words& words) {
-    if (words.size() != 2)
-        return {};
-    const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
-                                       static_cast<DWORD>(std::stoul(words[1])));
-    const quilla::test::ProcessSize size = quilla::test::MeasureProcess(process);
-    CloseHandle(process);
-    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows),
-            std::to_string(size.drawingObjects)};
+    const UniqueProcess process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
+                                            static_cast<DWORD>(std::stoul(words.at(1)))));
+    const ProcessSize size = MeasureProcess(process.Get());
+    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows)};
 }
 
-struct Command {
-    std::string_view name;
-    Words (*answer)(const Words&);
+const std::map<std::string, Words (*)(const Words&)> kAnswers = {
+    {"exchange", Exchange}, {"box", Box},         {"window", Window},
+    {"close", Close},       {"objects", Objects}, {"focus", Focus},
 };
-
-constexpr Command kCommands[] = {
-    {"exchange", RunExchange}, {"box", Box},     {"window", Window}, {"send", Send},
-    {"objects", Objects},      {"focus", Focus},
-};
-
-Words Answer(const Words& words) {
-    for (const Command& command : kCommands)
-        if (!words.empty() && words[0] == command.name)
-            return command.answer(words);
-    return {};
-}
 
 } // namespace
 
 int main() {
     for (std::string line; std::getline(std::cin, line);) {
-        for (const std::string& word : Answer(Split(line)))
-            std::cout << ToHex(word) << ' ';
+        const Words words = Split(line);
+        for (const std::string& word : kAnswers.at(words.at(0))(words))
+            std::cout << ToHex(AsBytes(word)) << ' ';
         std::cout << std::endl;
     }
     return 0;

@@ -1,6 +1,7 @@
-"""Dismounts, closing and the end of the session while eight clients write: what was acknowledged is there afterwards.
+"""Kills, dismounts, time-outs, closing and the end of the session while eight clients write. Whatever was acknowledged is
+there afterwards, and no sector outside the requested ranges has changed.
 
-QUILLA_LONG_RUN makes it many rounds instead of one.
+QUILLA_LONG_RUN makes it fifty kills and 25 rounds of the others instead of a few.
 """
 
 import os
@@ -17,13 +18,16 @@ ROUNDS = 25 if "QUILLA_LONG_RUN" in os.environ else 1
 
 class LoadTest(quilla.DesktopTest):
 
-    def setUp(self):
-        super().setUp()
-        self.mounted = self.volume(size=load.SIZE)
+    def mount(self, **settings):
+        """Starts an instance with a volume that is full of what the clients know."""
+        self.mounted = self.volume(size=load.SIZE, **settings)
         oracle.make_files(self.mounted)
-        self.program = self.desktop.start("mount", self.mounted.path, "/password", self.mounted.password)
+        self.start()
         self.clients = load.Load()
         self.clients.fill(self.desktop.uri())
+
+    def start(self):
+        self.program = self.desktop.start("mount", self.mounted.path, "/password", self.mounted.password)
 
     def let_loose(self):
         self.clients.start(self.desktop.uri())
@@ -33,9 +37,33 @@ class LoadTest(quilla.DesktopTest):
         self.clients.check(self, self.desktop.uri(), when)
 
     def report(self, what):
-        print(f"\n  {ROUNDS} times {what} during {self.clients.writes} acknowledged writes")
+        print(f"\n  {what} during {self.clients.writes} acknowledged writes")
+
+    def kill(self, cipher):
+        self.mount(cipher=cipher)
+        key_file = self.mounted.key.read_bytes()
+        kills = max(2, ROUNDS)
+        for number in range(kills):
+            self.let_loose()
+            self.program.kill()
+            self.program.wait(quilla.LIMIT)
+            self.clients.end()  # Wine's server at times keeps the connections of a killed process open
+            self.assertEqual(self.mounted.key.read_bytes(), key_file)
+            self.assertEqual(self.mounted.raw.stat().st_size, self.mounted.size)
+            self.desktop.uri_file("SEC0").unlink(missing_ok=True)  # what a killed program cannot remove
+            quilla.wait_until(lambda: not self.desktop.window(), "the killed window to go")
+            self.start()
+            self.check(f"after kill {number}")
+        self.report(f"{quilla.CIPHER_NAMES[cipher]}: killed {kills} times")
+
+    def test_kill_with_twofish(self):
+        self.kill(quilla.CIPHER_TWOFISH)
+
+    def test_kill_with_cast128(self):
+        self.kill(quilla.CIPHER_CAST128)
 
     def test_dismount_by_command(self):
+        self.mount()
         for number in range(ROUNDS):
             self.let_loose()
             self.desktop.dismount(self.mounted)
@@ -43,13 +71,12 @@ class LoadTest(quilla.DesktopTest):
             self.clients.end()
             self.desktop.mount(self.mounted)
             self.check(f"after dismount {number}")
-        self.report("dismounted")
-        self.desktop.dismount(self.mounted)
-        self.assertEqual(self.desktop.close(self.program), 0)
+        self.report(f"dismounted {ROUNDS} times")
 
     def test_closing_leaves_the_clients_alone(self):
+        self.mount()
         self.let_loose()
-        self.desktop.send(quilla.WM_CLOSE)
+        self.desktop.press_close()
         before = self.clients.writes
         quilla.wait_until(lambda: self.clients.writes > before + 1000, "writes after the window was closed")
         self.clients.stop()
@@ -58,15 +85,35 @@ class LoadTest(quilla.DesktopTest):
         self.check("after closing")
 
     def test_end_of_the_session(self):
+        self.mount()
         for number in range(ROUNDS):
             self.let_loose()
             self.desktop.tool("wineboot", "--end-session")
             self.program.wait(quilla.LIMIT)
             self.clients.end()
             self.assertFalse(self.desktop.uri_file("SEC0").exists(), "still mounted at the end of the session")
-            self.program = self.desktop.start("mount", self.mounted.path, "/password", self.mounted.password)
+            self.start()
             self.check(f"after session {number}")
-        self.report("ended the session")
+        self.report(f"ended the session {ROUNDS} times")
+
+    def test_use_keeps_a_volume_mounted_and_idleness_ends_it(self):
+        # Due after six idle seconds; the instance's own timer looks every fifteen.
+        self.mount(timeout=21 * quilla.SECOND)
+        self.clients.start(self.desktop.uri())
+        time.sleep(18)
+        self.assertEqual(self.desktop.run("AppRunAtTime"), 0)
+        self.assertTrue(self.desktop.uri_file("SEC0").exists(), "dismounted in the middle of use")
+        self.clients.stop()  # idle connections keep nothing mounted
+        self.desktop.wait_gone("SEC0", limit=40)
+        self.clients.end()
+        self.desktop.mount(self.mounted)
+        self.check("after the time-out")
+        self.report("timed out once")
+
+        time.sleep(7)  # due again, but the timer's next look is still to come
+        self.assertEqual(self.desktop.run("AppRunAtTime"), 0)
+        self.assertFalse(self.desktop.uri_file("SEC0").exists(), "the wake-up word has swept nothing")
+        self.assertEqual(self.desktop.close(self.program), 0)
 
 
 if __name__ == "__main__":

@@ -31,9 +31,6 @@ DESK = BUILD / "endtoend" / "desk.exe"
 
 LIMIT = 60  # seconds until something that should happen soon counts as not happening
 
-WM_CLOSE = 0x0010
-WM_COMMAND = 0x0111
-
 CIPHER_NONE, CIPHER_CAST128, CIPHER_TWOFISH = 0, 6, 10
 CIPHER_NAMES = {CIPHER_NONE: "none", CIPHER_CAST128: "CAST-128", CIPHER_TWOFISH: "Twofish"}
 
@@ -133,7 +130,7 @@ class Desk:
         return [bytes.fromhex(word).decode() for word in line.split()]
 
 
-Counts = collections.namedtuple("Counts", "handles threads windows drawing_objects KiB")
+Counts = collections.namedtuple("Counts", "handles threads windows KiB")
 
 
 class Desktop:
@@ -264,14 +261,14 @@ class Desktop:
     def is_visible(self):
         return self.window()[1:] == ["visible"]
 
-    def send(self, message, wide=0, long=0, child=""):
-        """Sends a message to the serving window, or to its child of a class, and returns when it has been handled."""
-        if not self.desk.ask("send", message, wide, long, child):
-            raise Failure("there is no window to send to")
+    def press_close(self):
+        """Presses the close box of the serving window and returns when that has been handled."""
+        if not self.desk.ask("close"):
+            raise Failure("there is no window to close")
 
     def close(self, process):
         """Closes the serving window, which has nothing mounted, and returns the instance's exit code."""
-        self.send(WM_CLOSE)
+        self.press_close()
         return process.wait(LIMIT)
 
     def end_instances(self):

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/window_text.h"
+
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -39,41 +41,12 @@ class MessageBoxWatcher {
     }
 
   private:
-    static constexpr int kTextId = 0xFFFF; // the text of every message box is the static control of this id
-
     void Run() {
         while (!ending_) {
-            if (const HWND box = FindBox())
+            if (const HWND box = FindMessageBox(GetCurrentProcessId()))
                 Answer(box);
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-    }
-
-    static HWND FindBox() {
-        HWND found = nullptr;
-        EnumWindows(
-            [](HWND window, LPARAM context) -> BOOL {
-                DWORD process = 0;
-                GetWindowThreadProcessId(window, &process);
-                wchar_t name[16];
-                const bool isBox = process == GetCurrentProcessId() && IsWindowVisible(window) &&
-                                   GetClassNameW(window, name, 16) > 0 && std::wstring(name) == L"#32770" &&
-                                   GetDlgItem(window, kTextId);
-                if (isBox)
-                    *reinterpret_cast<HWND*>(context) = window;
-                return !isBox;
-            },
-            reinterpret_cast<LPARAM>(&found));
-        return found;
-    }
-
-    static std::wstring TextOf(HWND window) {
-        std::wstring text(1024, L'\0');
-        DWORD_PTR length = 0;
-        SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
-                            SMTO_NORMAL, 5000, &length);
-        text.resize(length);
-        return text;
     }
 
     /// The icon is a static control beside the text; an error icon is the system's shared one.
@@ -88,7 +61,7 @@ class MessageBoxWatcher {
     }
 
     void Answer(HWND box) {
-        SeenBox seen{TextOf(box), TextOf(GetDlgItem(box, kTextId)), HasErrorIcon(box),
+        SeenBox seen{TextOf(box), TextOf(GetDlgItem(box, kMessageTextId)), HasErrorIcon(box),
                      GetWindow(box, GW_OWNER)};
         const HWND button =
             answer_ ? GetDlgItem(box, answer_) : FindWindowExW(box, nullptr, L"Button", nullptr);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/window_text.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstddef>
@@ -18,7 +20,6 @@ struct ProcessSize {
     DWORD handles = 0;
     DWORD threads = 0;
     DWORD windows = 0;
-    DWORD drawingObjects = 0;
     std::size_t committedBytes = 0;
 };
 
@@ -46,59 +47,13 @@ inline DWORD CountHandles(DWORD process) {
         std::count_if(entries, entries + total, [&](const Entry& e) { return e.owner == process; }));
 }
 
-struct WindowCount {
-    DWORD process;
-    DWORD windows = 0;
-};
-
-inline BOOL CALLBACK CountWindow(HWND window, LPARAM parameter) {
-    auto& count = *reinterpret_cast<WindowCount*>(parameter);
-    DWORD owner = 0;
-    GetWindowThreadProcessId(window, &owner);
-    count.windows += owner == count.process;
-    return TRUE;
-}
-
-/// Counts the windows of a process on the desktop, children included.
-inline DWORD CountWindows(DWORD process) {
-    WindowCount count{.process = process};
-    const auto countTree = [](HWND window, LPARAM parameter) -> BOOL {
-        CountWindow(window, parameter);
-        EnumChildWindows(window, CountWindow, parameter); // its answer means nothing
-        return TRUE;
-    };
-    EnumWindows(countTree, reinterpret_cast<LPARAM>(&count));
-    return count.windows;
-}
-
-/// Counts a 64-bit process's drawing objects in its own table, where Wine keeps them: its GetGuiResources
-/// knows of nothing.
-inline DWORD CountDrawingObjects(HANDLE process) {
-    struct Entry {
-        ULONG64 object;
-        ULONG owner;
-        USHORT unique;
-        BYTE type, flags;
-        ULONG64 data;
-    };
-    struct Basic {
-        LONG_PTR status;
-        const std::byte* environment;
-        ULONG_PTR rest[4];
-    };
-    constexpr std::size_t kTableInEnvironment = 0xF8;
-    using Query = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
-    const auto query =
-        std::bit_cast<Query>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationProcess"));
-    Basic basic{};
-    const std::byte* table = nullptr;
-    std::vector<Entry> entries(16384);
-    SIZE_T got = 0;
-    if (query(process, 0, &basic, sizeof(basic), nullptr) >= 0 &&
-        ReadProcessMemory(process, basic.environment + kTableInEnvironment, &table, sizeof(table), &got))
-        ReadProcessMemory(process, table, entries.data(), entries.size() * sizeof(Entry), &got);
-    return static_cast<DWORD>(
-        std::count_if(entries.begin(), entries.end(), [](const Entry& entry) { return entry.type != 0; }));
+/// Counts the windows of a process, children included; without a parent, all that are on the desktop.
+inline DWORD CountWindows(DWORD process, HWND parent = nullptr) {
+    DWORD count = 0;
+    HWND window = nullptr;
+    while ((window = FindWindowExW(parent, window, nullptr, nullptr)) != nullptr)
+        count += (ProcessOf(window) == process) + CountWindows(process, window);
+    return count;
 }
 
 /// Measures a process (by default this one).
@@ -106,7 +61,6 @@ inline ProcessSize MeasureProcess(HANDLE process = GetCurrentProcess()) {
     ProcessSize size;
     size.handles = CountHandles(GetProcessId(process));
     size.windows = CountWindows(GetProcessId(process));
-    size.drawingObjects = CountDrawingObjects(process);
     PROCESS_MEMORY_COUNTERS memory{};
     GetProcessMemoryInfo(process, &memory, sizeof(memory));
     size.committedBytes = memory.PagefileUsage;
@@ -121,8 +75,7 @@ inline ProcessSize MeasureProcess(HANDLE process = GetCurrentProcess()) {
 
 inline std::ostream& operator<<(std::ostream& out, const ProcessSize& size) {
     return out << size.handles << " handles, " << size.threads << " threads, " << size.windows << " windows, "
-               << size.drawingObjects << " drawing objects, " << size.committedBytes / 1024
-               << " KiB committed";
+               << size.committedBytes / 1024 << " KiB committed";
 }
 
 } // namespace quilla::test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <windows.h>
 
@@ -9,24 +11,15 @@ namespace quilla::test {
 class TemporaryFolder {
   public:
     TemporaryFolder() {
-        wchar_t base[MAX_PATH];
         wchar_t path[MAX_PATH];
-        GetTempPathW(MAX_PATH, base);
-        GetTempFileNameW(base, L"qt", 0, path); // creates a file, whose name is then free for a folder
-        DeleteFileW(path);
+        GetTempFileNameW(std::filesystem::temp_directory_path().c_str(), L"qt", 0, path);
+        DeleteFileW(path); // it was created, to find a name that is free for a folder
         CreateDirectoryW(path, nullptr);
         path_ = path;
     }
     ~TemporaryFolder() {
-        WIN32_FIND_DATAW found;
-        const HANDLE search = FindFirstFileW((path_ + L"\\*").c_str(), &found);
-        if (search != INVALID_HANDLE_VALUE) {
-            do
-                DeleteFileW((path_ + L"\\" + found.cFileName).c_str());
-            while (FindNextFileW(search, &found));
-            FindClose(search);
-        }
-        RemoveDirectoryW(path_.c_str());
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
@@ -36,14 +29,10 @@ class TemporaryFolder {
 
     /// Creates a file of zeros and returns its full path.
     std::wstring MakeFile(const std::wstring& name, std::uint64_t size) const {
-        const HANDLE file = CreateFileW(File(name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr);
-        LARGE_INTEGER end{};
-        end.QuadPart = static_cast<LONGLONG>(size);
-        SetFilePointerEx(file, end, nullptr, FILE_BEGIN);
-        SetEndOfFile(file);
-        CloseHandle(file);
-        return File(name);
+        const std::filesystem::path file = File(name);
+        std::ofstream{file}.close();
+        std::filesystem::resize_file(file, size);
+        return file;
     }
 
   private:

@@ -39,45 +39,30 @@ class Dialog : public ToolkitTest {
         ASSERT_TRUE(Activate(frame.hwnd));
     }
 
-    /// Runs a dialog over an owner; the action is done when it is on the screen and active.
-    int Run(TestDialog& shown, HWND owner, const std::function<void()>& action) {
-        shown.owner = owner;
-        application.Play({{[&] { return shown.hwnd && GetForegroundWindow() == shown.hwnd; },
+    /// Runs the dialog over the frame; the action is done when it is on the screen and active.
+    int Run(const std::function<void()>& action) {
+        dialog.owner = frame.hwnd;
+        application.Play({{[&] { return dialog.hwnd && GetForegroundWindow() == dialog.hwnd; },
                            [&] {
-                               EXPECT_FALSE(IsWindowEnabled(owner));
+                               EXPECT_FALSE(IsWindowEnabled(frame.hwnd));
                                action();
                            }}});
-        const int result = shown.DoModal();
+        const int result = dialog.DoModal();
         EXPECT_TRUE(application.PlayedToTheEnd());
-        EXPECT_FALSE(shown.hwnd || shown.modal);
-        EXPECT_TRUE(IsWindowEnabled(owner));
+        EXPECT_FALSE(dialog.hwnd || dialog.modal);
+        EXPECT_TRUE(IsWindowEnabled(frame.hwnd));
         return result;
     }
-    int Run(const std::function<void()>& action) { return Run(dialog, frame.hwnd, action); }
 
     Owned<Recorder<Frame>> frame{log, "frame"};
     TestDialog dialog;
 };
 
-TEST_F(Dialog, LoopIsIdleOnceEachTimeTheQueueRunsDry) {
-    frame.loggedMessage = WM_APP;
-    application.PumpPending();
-    application.idleCount = 0;
-    for (int i = 0; i < 50; ++i)
-        PostMessageW(frame.hwnd, WM_APP, 0, 0);
-    application.Play({{[&] { return log.size() == 50; },
-                       [&] {
-                           EXPECT_EQ(application.idleCount, 1);
-                           PostQuitMessage(3);
-                       }}});
-    EXPECT_EQ(application.Run(), 3);
-}
-
 TEST_F(Dialog, EndsWithTheResultOfTheUsersChoice) {
     EXPECT_EQ(Run([&] { PostMessageW(dialog.hwnd, WM_SYSCOMMAND, SC_CLOSE, 0); }), 2) << "the close box";
     EXPECT_EQ(GetActiveWindow(), frame.hwnd);
-    EXPECT_EQ(Run([] { PressKeys({VK_ESCAPE}); }), 2);
-    EXPECT_EQ(Run([] { PressKeys({VK_RETURN}); }), 1);
+    EXPECT_EQ(Run([] { PressKey(VK_ESCAPE); }), 2);
+    EXPECT_EQ(Run([] { PressKey(VK_RETURN); }), 1);
     EXPECT_EQ(Run([&] { dialog.EndDialog(-5); }), -5);
 }
 
@@ -104,32 +89,6 @@ TEST_F(Dialog, CaptureIsCancelledBeforeTheLoop) {
         EXPECT_EQ(log, (Log{"holder message"}));
         dialog.EndDialog(0);
     });
-}
-
-TEST_F(Dialog, NestedOnesEndFromTheInnermost) {
-    EXPECT_EQ(Run([&] {
-                  TestDialog inner;
-                  EXPECT_EQ(Run(inner, dialog.hwnd, [&] { inner.EndDialog(7); }), 7);
-                  EXPECT_FALSE(IsWindowEnabled(frame.hwnd));
-                  dialog.EndDialog(5);
-              }),
-              5);
-}
-
-TEST_F(Dialog, ModelessOnesPostNoQuit) {
-    frame.loggedMessage = WM_ENABLE;
-    for (const WORD key : {WORD{VK_RETURN}, WORD{VK_ESCAPE}}) {
-        dialog.owner = frame.hwnd;
-        ASSERT_TRUE(Activate(static_cast<BDialog&>(dialog).Create()));
-        PressKeys({key});
-        EXPECT_TRUE(PumpUntil([&] { return dialog.hwnd == nullptr; }));
-    }
-    BDialog missing;
-    EXPECT_EQ(missing.DoModal(frame.hwnd, MAKEINTRESOURCEW(9999)), 2) << "counts as cancelled";
-    EXPECT_EQ(missing.DoModal(), 2) << "neither name nor memory";
-    EXPECT_EQ(log, Log{}) << "the parent stays enabled";
-    MSG message;
-    EXPECT_FALSE(PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_NOREMOVE));
 }
 
 } // namespace

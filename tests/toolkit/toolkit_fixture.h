@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/window_text.h"
 #include "tests/toolkit/recorder.h"
 #include "toolkit/application.h"
 #include "toolkit/window.h"
@@ -45,7 +46,6 @@ class TestApplication : public BApplication {
     }
 
     void OnIdle() override {
-        ++idleCount;
         if (next_ == steps_.size())
             return;
         if (steps_[next_].condition()) {
@@ -59,8 +59,6 @@ class TestApplication : public BApplication {
     }
 
     bool PlayedToTheEnd() const { return next_ == steps_.size(); }
-
-    int idleCount = 0;
 
   private:
     static constexpr std::chrono::seconds kLimit{10};
@@ -125,28 +123,16 @@ class ToolkitTest : public ::testing::Test {
     Log log;
 };
 
-/// Presses keys in order and lets them go in the opposite order, by the system's input queue.
-inline void PressKeys(std::initializer_list<WORD> keys) {
-    std::vector<INPUT> inputs;
-    const auto add = [&](WORD key, DWORD flags) {
-        INPUT input = {};
+/// Presses a key and lets it go, by the system's input queue.
+inline void PressKey(WORD key) {
+    INPUT inputs[2] = {};
+    for (INPUT& input : inputs) {
         input.type = INPUT_KEYBOARD;
         input.ki.wVk = key;
         input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
-        input.ki.dwFlags = flags;
-        inputs.push_back(input);
-    };
-    for (const WORD key : keys)
-        add(key, 0);
-    for (auto key = std::rbegin(keys); key != std::rend(keys); ++key)
-        add(*key, KEYEVENTF_KEYUP);
-    SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
-}
-
-inline std::wstring TextOf(HWND window) {
-    std::wstring text(static_cast<std::size_t>(GetWindowTextLengthW(window)), L'\0');
-    GetWindowTextW(window, text.data(), static_cast<int>(text.size()) + 1);
-    return text;
+    }
+    inputs[1].ki.dwFlags = KEYEVENTF_KEYUP;
+    SendInput(2, inputs, sizeof(INPUT));
 }
 
 /// The place of a window, in its parent if it is a child.

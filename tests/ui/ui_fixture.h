@@ -49,17 +49,6 @@ inline void MoveFocusTo(int id) {
                  TRUE);
 }
 
-/// Chooses an entry of a list as the user does: the list drops down, the entry is picked, the list closes.
-inline void Choose(int id, int index) {
-    const HWND combo = GetDlgItem(FindOpenDialog(), id);
-    SendMessageW(combo, CB_SHOWDROPDOWN, TRUE, 0);
-    for (int i = 0; i < 3; ++i)
-        SendMessageW(combo, WM_KEYDOWN, VK_UP, 0);
-    for (int i = 0; i < index; ++i)
-        SendMessageW(combo, WM_KEYDOWN, VK_DOWN, 0);
-    SendMessageW(combo, WM_KEYDOWN, VK_RETURN, 0);
-}
-
 inline int Chosen(int id) {
     return static_cast<int>(SendMessageW(GetDlgItem(FindOpenDialog(), id), CB_GETCURSEL, 0, 0));
 }
