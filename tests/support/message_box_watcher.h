@@ -63,14 +63,14 @@ class MessageBoxWatcher {
     void Answer(HWND box) {
         SeenBox seen{TextOf(box), TextOf(GetDlgItem(box, kMessageTextId)), HasErrorIcon(box),
                      GetWindow(box, GW_OWNER)};
+        {
+            const std::lock_guard guard(lock_); // before the button: who waits for the box may look at once
+            boxes_.push_back(std::move(seen));
+        }
         const HWND button =
             answer_ ? GetDlgItem(box, answer_) : FindWindowExW(box, nullptr, L"Button", nullptr);
         PostMessageW(box, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(button), BN_CLICKED),
                      reinterpret_cast<LPARAM>(button));
-        {
-            const std::lock_guard guard(lock_);
-            boxes_.push_back(std::move(seen));
-        }
         while (IsWindow(box) && !ending_)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
