@@ -5,7 +5,6 @@
 #include "tests/nbd/nbd_client.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <optional>
@@ -17,24 +16,15 @@ namespace quilla::test {
 
 inline constexpr std::string_view kExport = "SEC3-0123456789abcdef0123456789abcdef";
 
-/// How often a test repeats its work: `usual` times, or `longRun` times when QUILLA_LONG_RUN is set.
-inline int Rounds(int usual, int longRun) {
-    return std::getenv("QUILLA_LONG_RUN") != nullptr ? longRun : usual;
-}
-
 /// A Twofish volume in a file of its own, served over NBD as a mounted one is.
 class ExportedVolume {
   public:
     explicit ExportedVolume(std::uint64_t size) {
-        std::filesystem::remove(path_);
         const File file =
             File::Open(path_.c_str(), FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
         EXPECT_TRUE(file.IsOpen() && file.SetSize(size));
     }
-    ~ExportedVolume() {
-        Dismount();
-        std::filesystem::remove(path_);
-    }
+    ~ExportedVolume() { std::filesystem::remove(path_); }
     ExportedVolume(const ExportedVolume&) = delete;
     ExportedVolume& operator=(const ExportedVolume&) = delete;
 

@@ -1,9 +1,7 @@
 // Who may reach a mounted volume, what the program loads, and what its memory may do.
 
 #include "tests/hardening/memory_scan.h"
-#include "tests/hardening/program.h"
-#include "volume/sha1.h"
-#include "volume/volume_files.h"
+#include "tests/support/quilla_tarn.h"
 
 #include <aclapi.h>
 #include <algorithm>
@@ -20,16 +18,6 @@ constexpr std::wstring_view kPassword = L"97531";
 
 class AccessTest : public testing::Test {
   protected:
-    void SetUp() override {
-        CopyText(record.Path, folder.File(L"mine.raw"));
-        CopyText(record.KeyPath, folder.File(L"mine.key"));
-        record.Size = 1 << 20;
-        record.Cipher = CipherId::Twofish;
-        PasswordDigest key;
-        PasswordKey(key, kPassword);
-        ASSERT_TRUE(BuildVolumeFiles(record, key));
-    }
-
     [[nodiscard]] QuillaTarn Mount(const wchar_t* currentFolder = nullptr) const {
         QuillaTarn program(L"mount \"" + std::wstring(record.Path) + L"\" /password " +
                                std::wstring(kPassword),
@@ -44,7 +32,7 @@ class AccessTest : public testing::Test {
     }
 
     TemporaryFolder folder;
-    VolumeRecord record{};
+    const VolumeRecord record = CreateVolume(folder, CipherId::Twofish, kPassword);
 };
 
 /// Whether the rules of a file or folder let nobody in but its owner and the system itself, which may do
@@ -146,8 +134,8 @@ TEST_F(AccessTest, PlantedLibrariesAreNotLoaded) {
 TEST_F(AccessTest, NoMemoryIsWritableAndExecutable) {
     const QuillaTarn program = Mount();
     program.AwaitMainWindow();
-    for (const std::uintptr_t address : FindWritableCode(program.Process()))
-        ADD_FAILURE() << std::hex << address;
+    for (const auto& region : FindRegions(program.Process(), PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY))
+        ADD_FAILURE() << region.BaseAddress;
     Dismount(program);
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,12 +18,52 @@ struct Needle {
     std::vector<std::byte> bytes;
 };
 
+/// The committed regions of a process whose protection is one of some kinds.
+inline std::vector<MEMORY_BASIC_INFORMATION> FindRegions(HANDLE process, DWORD protections) {
+    std::vector<MEMORY_BASIC_INFORMATION> regions;
+    MEMORY_BASIC_INFORMATION region{};
+    for (const std::byte* at = nullptr;
+         VirtualQueryEx(process, at, &region, sizeof(region)) == sizeof(region) && region.RegionSize > 0;
+         at = static_cast<const std::byte*>(region.BaseAddress) + region.RegionSize)
+        if (region.State == MEM_COMMIT && (region.Protect & protections) != 0 &&
+            (region.Protect & PAGE_GUARD) == 0)
+            regions.push_back(region);
+    return regions;
+}
+
 /// Looks for the needles in everything that is committed and readable in a process; what is found, and where.
 /// A scan that sees nothing fails the test: it would prove nothing.
-[[nodiscard]] std::vector<std::pair<std::string, std::uintptr_t>>
-ScanMemory(HANDLE process, const std::vector<Needle>& needles);
-
-/// Regions of a process that can be written and executed at once.
-[[nodiscard]] std::vector<std::uintptr_t> FindWritableCode(HANDLE process);
+inline std::vector<std::pair<std::string, std::uintptr_t>> ScanMemory(HANDLE process,
+                                                                      const std::vector<Needle>& needles) {
+    constexpr std::size_t kPiece = std::size_t{1} << 20;
+    constexpr std::size_t kOverlap = 256; // no needle is longer
+    using Searcher = std::boyer_moore_horspool_searcher<std::vector<std::byte>::const_iterator>;
+    std::vector<Searcher> searchers;
+    for (const Needle& needle : needles)
+        searchers.emplace_back(needle.bytes.begin(), needle.bytes.end());
+    std::vector<std::pair<std::string, std::uintptr_t>> findings;
+    std::vector<std::byte> memory(kPiece + kOverlap);
+    std::size_t bytesScanned = 0;
+    for (const auto& region : FindRegions(process, ~DWORD{PAGE_NOACCESS | PAGE_EXECUTE})) {
+        const auto* const start = static_cast<const std::byte*>(region.BaseAddress);
+        for (std::size_t done = 0; done < region.RegionSize; done += kPiece) {
+            const std::size_t want = std::min(memory.size(), region.RegionSize - done);
+            SIZE_T got = 0;
+            if (!ReadProcessMemory(process, start + done, memory.data(), want, &got))
+                continue;
+            bytesScanned += got;
+            const auto end = memory.begin() + static_cast<std::ptrdiff_t>(got);
+            for (std::size_t i = 0; i < needles.size(); ++i)
+                for (auto at = std::search(memory.begin(), end, searchers[i]); at != end;
+                     at = std::search(at + 1, end, searchers[i]))
+                    if (at - memory.begin() < static_cast<std::ptrdiff_t>(kPiece))
+                        findings.emplace_back(needles[i].what,
+                                              reinterpret_cast<std::uintptr_t>(start) + done +
+                                                  static_cast<std::size_t>(at - memory.begin()));
+        }
+    }
+    EXPECT_GT(bytesScanned, kPiece) << "nothing could be read";
+    return findings;
+}
 
 } // namespace quilla::test

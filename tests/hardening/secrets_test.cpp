@@ -4,13 +4,11 @@
 #include "app/request_channel.h"
 #include "quilladriver/sector_kernel.h"
 #include "tests/hardening/memory_scan.h"
-#include "tests/hardening/program.h"
 #include "tests/nbd/nbd_client.h"
+#include "tests/support/quilla_tarn.h"
 #include "ui/resource.h"
 #include "volume/cast128.h"
-#include "volume/sha1.h"
 #include "volume/twofish.h"
-#include "volume/volume_files.h"
 #include "volume/volume_password.h"
 
 #include <optional>
@@ -44,12 +42,6 @@ void AddPieces(Needles& needles, const std::string& what, std::span<const std::b
             Add(needles, what, schedule.first(32));
             ++count;
         }
-}
-
-PasswordDigest KeyOf(std::wstring_view password) {
-    PasswordDigest key;
-    PasswordKey(key, password);
-    return key;
 }
 
 KeyBlock OpenKey(const VolumeRecord& record, std::wstring_view password) {
@@ -110,13 +102,6 @@ class SecretsTest : public testing::TestWithParam<CipherId> {
     void SetUp() override {
         // What earlier runs have put on the list would stand before the volume of this one.
         RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Orvane\\Quilla\\Volumes");
-        CopyText(record.Path, folder.File(L"secret.raw"));
-        CopyText(record.KeyPath, folder.File(L"secret.key"));
-        record.Size = 1 << 20;
-        record.Cipher = GetParam();
-        ASSERT_TRUE(BuildVolumeFiles(record, KeyOf(kPassword)));
-        secrets = SecretsOf(record, kPassword);
-        schedules = SchedulesOf(record, kPassword);
     }
 
     /// Reads and writes a little, so that every part of the way has been in use.
@@ -150,9 +135,9 @@ class SecretsTest : public testing::TestWithParam<CipherId> {
     }
 
     TemporaryFolder folder;
-    VolumeRecord record{};
-    Needles secrets;
-    Needles schedules;
+    const VolumeRecord record = CreateVolume(folder, GetParam(), kPassword);
+    const Needles secrets = SecretsOf(record, kPassword);
+    const Needles schedules = SchedulesOf(record, kPassword);
     const Needles other = SecretsOf(kOtherPassword, GetParam());
 };
 

@@ -23,7 +23,7 @@ class MemoryDevice final : public BlockDevice {
     [[nodiscard]] std::uint64_t Size() const override { return bytes.size(); }
 
     [[nodiscard]] bool Read(std::uint64_t offset, std::span<std::byte> buffer) override {
-        if (!Admit(offset, buffer.size()))
+        if (!Admit(offset, buffer.size()) || IsBad(offset, buffer.size()))
             return false;
         std::memcpy(buffer.data(), bytes.data() + offset, buffer.size());
         std::this_thread::yield(); // lets others in between the halves of a read-modify-write
@@ -31,7 +31,7 @@ class MemoryDevice final : public BlockDevice {
     }
 
     [[nodiscard]] bool Write(std::uint64_t offset, std::span<std::byte> payload) override {
-        if (!Admit(offset, payload.size()))
+        if (!Admit(offset, payload.size()) || (!onlyReadsFail && IsBad(offset, payload.size())))
             return false;
         std::memcpy(bytes.data() + offset, payload.data(), payload.size());
         std::ranges::fill(payload, std::byte{0xDD}); // as a cipher in place would leave it
@@ -39,7 +39,7 @@ class MemoryDevice final : public BlockDevice {
     }
 
     [[nodiscard]] bool WriteZeroes(std::uint64_t offset, std::uint64_t length) override {
-        if (!Admit(offset, length))
+        if (!Admit(offset, length) || IsBad(offset, length))
             return false;
         std::memset(bytes.data() + offset, 0, static_cast<std::size_t>(length));
         return true;
@@ -58,20 +58,24 @@ class MemoryDevice final : public BlockDevice {
 
     std::vector<std::byte> bytes;
     std::atomic<std::uint64_t> badSector = ~std::uint64_t{0};
+    std::atomic<bool> onlyReadsFail = false; ///< of the bad sector
     std::atomic<bool> flushFails = false;
     std::atomic<int> flushes = 0;
     std::atomic<int> requests = 0;    ///< that have come, to the gate if it is closed
     std::atomic<int> rulesBroken = 0; ///< requests that are empty, not made of sectors or not inside
 
   private:
-    /// Waits until a transfer may begin; whether it may succeed.
+    /// Waits until a transfer may begin; whether it may.
     bool Admit(std::uint64_t offset, std::uint64_t length) {
         ++requests;
         gateClosed_.wait(true);
         const bool isFit = length > 0 && offset % 512 == 0 && length % 512 == 0 && offset <= Size() &&
                            length <= Size() - offset;
         rulesBroken += isFit ? 0 : 1;
-        return isFit && (badSector < offset / 512 || badSector >= (offset + length) / 512);
+        return isFit;
+    }
+    [[nodiscard]] bool IsBad(std::uint64_t offset, std::uint64_t length) const {
+        return badSector >= offset / 512 && badSector < (offset + length) / 512;
     }
 
     std::atomic<bool> gateClosed_ = false;

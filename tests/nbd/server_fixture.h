@@ -22,6 +22,12 @@ class ServerTest : public testing::Test {
     }
 
     [[nodiscard]] NbdClient Connect() const { return NbdClient(server.Port()); }
+    /// A client inside the export.
+    [[nodiscard]] NbdClient Enter() const {
+        NbdClient client = Connect();
+        EXPECT_TRUE(client.Enter(kName));
+        return client;
+    }
     [[nodiscard]] Bytes Stored(std::uint64_t offset, std::size_t length) const {
         const auto* const first = reinterpret_cast<const std::uint8_t*>(device.bytes.data()) + offset;
         return Bytes(first, first + length);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <random>
 #include <thread>
 
 namespace quilla::test {
@@ -23,19 +24,22 @@ class SharedSectors {
         constexpr void (SharedSectors::*kSteps[])() = {&SharedSectors::WriteWhole, &SharedSectors::ReadWhole,
                                                        &SharedSectors::UseLane, &SharedSectors::MixBoth};
         for (int i = 0; i < rounds && !testing::Test::HasFatalFailure(); ++i)
-            (this->*kSteps[random_.Below(4)])();
+            (this->*kSteps[Below(4)])();
     }
 
   private:
     static constexpr std::uint32_t kSectors = 24; ///< of one area
 
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random_() % limit); }
+    std::uint8_t Byte() { return static_cast<std::uint8_t>(random_()); }
+
     void WriteWhole() {
-        const std::uint32_t first = random_.Below(kSectors);
-        const std::uint32_t count = 1 + random_.Below(kSectors - first);
+        const std::uint32_t first = Below(kSectors);
+        const std::uint32_t count = 1 + Below(kSectors - first);
         Bytes payload(count * 512);
         for (std::uint32_t i = 0; i < count; ++i)
-            std::fill_n(payload.begin() + i * 512, 512, random_.Byte());
-        ASSERT_EQ(client_.Write(first * 512, payload, random_.Below(8) == 0 ? kFua : std::uint16_t{0}), kOk);
+            std::fill_n(payload.begin() + i * 512, 512, Byte());
+        ASSERT_EQ(client_.Write(first * 512, payload, Below(8) == 0 ? kFua : std::uint16_t{0}), kOk);
     }
 
     void ReadWhole() {
@@ -47,31 +51,31 @@ class SharedSectors {
     }
 
     void UseLane() {
-        const std::uint32_t sector = random_.Below(kSectors);
+        const std::uint32_t sector = Below(kSectors);
         const std::uint64_t at = (kSectors + sector) * 512 + index_ * 64;
         ASSERT_EQ(client_.Read(at, 64), lane_[sector]) << "lost update";
-        lane_[sector] = Bytes(64, random_.Byte());
+        lane_[sector] = Bytes(64, Byte());
         ASSERT_EQ(client_.Write(at, lane_[sector]), kOk);
-        if (random_.Below(16) == 0) {
+        if (Below(16) == 0) {
             ASSERT_EQ(client_.Do(kCmdFlush, 0, 0), kOk);
         }
     }
 
     void MixBoth() {
-        const std::uint32_t sector = random_.Below(kSectors);
+        const std::uint32_t sector = Below(kSectors);
         const std::uint64_t at = (2 * kSectors + sector) * 512;
         if (index_ != 0) {
-            ASSERT_EQ(client_.Write(at, Bytes(64, random_.Byte())), kOk);
+            ASSERT_EQ(client_.Write(at, Bytes(64, Byte())), kOk);
             return;
         }
         ASSERT_EQ(client_.Read(at + 64, 448), rest_[sector]) << "lost write";
-        rest_[sector] = Bytes(448, random_.Byte());
+        rest_[sector] = Bytes(448, Byte());
         ASSERT_EQ(client_.Write(at, Bytes(512, rest_[sector][0])), kOk);
     }
 
     NbdClient client_;
     const unsigned index_;
-    Random random_;
+    std::mt19937 random_;
     std::vector<Bytes> lane_{kSectors, Bytes(64)};
     std::vector<Bytes> rest_{kSectors, Bytes(448)};
 };
@@ -83,11 +87,7 @@ TEST_F(SharedSectorsTest, SectorsAreAtomicUnderEightClients) {
     const int rounds = std::getenv("QUILLA_LONG_RUN") != nullptr ? 10'000 : 300;
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 8; ++i)
-        threads.emplace_back([this, i, rounds] {
-            NbdClient client = Connect();
-            ASSERT_TRUE(client.Enter(kName));
-            SharedSectors(std::move(client), i).Run(rounds);
-        });
+        threads.emplace_back([this, i, rounds] { SharedSectors(Enter(), i).Run(rounds); });
     for (std::thread& thread : threads)
         thread.join();
 }

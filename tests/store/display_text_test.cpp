@@ -48,12 +48,6 @@ TEST(DisplayTextTest, FormatsSizes) {
         EXPECT_LT(Formatted(~std::uint64_t{0} >> shift).size(), kSizeTextUnits);
 }
 
-TEST(DisplayTextTest, NamesCiphersByTheirNumbers) {
-    EXPECT_EQ(Narrow(CipherName(CipherId::None)), "None");
-    EXPECT_EQ(Narrow(CipherName(CipherId::Cast128)), "CAST - 128");
-    EXPECT_EQ(Narrow(CipherName(CipherId::Twofish)), "Twofish - 256");
-}
-
 TEST(DefaultKeyPathTest, ReplacesTheExtensionOfTheLastComponent) {
     const struct {
         std::string volume;
@@ -61,9 +55,6 @@ TEST(DefaultKeyPathTest, ReplacesTheExtensionOfTheLastComponent) {
     } cases[] = {
         {"\\Storage\\Data.raw", "\\Storage\\Data.key"},
         {"\\My.Files\\Data", "\\My.Files\\Data.key"},
-        {"X", "X.key"},
-        {"a.b.c", "a.b.key"},
-        {"", ".key"},
         {std::string(255, 'x'), std::string(255, 'x') + ".key"},
         {std::string(257, 'x'), std::string(257, 'x') + ".k"},
         {std::string(400, 'x'), std::string(259, 'x')},

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
-#include <windows.h>
 
 namespace quilla::test {
 
@@ -14,15 +16,10 @@ inline std::wstring UriFile(unsigned index) {
 
 /// Content of a small file; nothing if there is none.
 inline std::optional<std::string> ReadSmallFile(const std::wstring& path) {
-    const HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
+    std::ifstream file(std::filesystem::path{path}, std::ios::binary);
+    if (!file)
         return std::nullopt;
-    char content[4096];
-    DWORD size = 0;
-    ReadFile(file, content, sizeof(content), &size, nullptr);
-    CloseHandle(file);
-    return std::string(content, size);
+    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 /// Port and export name of "nbd://127.0.0.1:PORT/NAME\n".

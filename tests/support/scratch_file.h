@@ -20,8 +20,6 @@ class ScratchFile {
                 ("quilla-" + std::to_string(std::random_device()()) + extension)) {}
     ~ScratchFile() {
         std::error_code ignored;
-        std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, ignored);
         std::filesystem::remove_all(path_, ignored);
     }
     ScratchFile(const ScratchFile&) = delete;

@@ -1,12 +1,9 @@
-// Key files and their ciphers in both directions, with other libraries on the far side: the files of the
-// format's description open here, and a file written here opens for the test, after changes of the password
-// too.
+// Key files in both directions, with other libraries on the far side: the files of the format's description
+// open here, and a file written here opens for the test, after changes of the password too.
 
 #include "tests/support/key_file_builder.h"
 #include "tests/support/oracle.h"
-#include "tests/support/random_bytes.h"
 #include "tests/support/scratch_file.h"
-#include "volume/cipher_frame.h"
 #include "volume/key_file.h"
 #include "volume/sha1.h"
 
@@ -127,22 +124,6 @@ TEST(KeyFileOracle, WrittenFilesOpenElsewhereWithEveryPasswordTheyGet) {
             EXPECT_EQ(OpenElsewhere(after, cipher, password, record.Timeout, 1), masterKey);
             EXPECT_NE(Slice(after, 204, 20), Slice(before, 204, 20));
         }
-    }
-}
-
-TEST(CipherFrameOracle, KeysAndDataOfAnyLength) {
-    test::RandomBytes random(19970501);
-    for (std::size_t size = 0; size < 400; ++size) {
-        const CipherId cipher = size % 16 == 0 ? CipherId::Twofish : CipherId::Cast128;
-        const Bytes key = random.Make(random.Below(41));
-        const Bytes iv = random.Make(16);
-        const Bytes plain = random.Make(size);
-        Cipher frame(key, cipher);
-        Bytes data = plain;
-        ASSERT_TRUE(frame.Encrypt(data, iv));
-        ASSERT_EQ(data, test::OracleEncipher(static_cast<std::uint32_t>(cipher), key, iv, plain)) << size;
-        ASSERT_TRUE(frame.Decrypt(data, iv)); // starts anew from the IV
-        ASSERT_EQ(data, plain) << size;
     }
 }
 

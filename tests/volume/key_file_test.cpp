@@ -1,5 +1,5 @@
-// The key file walk over damaged and hostile files: it ends, reads nothing outside the file and changes
-// nothing it refuses. Any bytes at all, and what they mean, are fuzz/key_file_fuzz.cpp's.
+// Key files on a file system that fails, is killed or says that a file is huge. Damaged and hostile content
+// is fuzz/key_file_fuzz.cpp's.
 
 #include "tests/support/key_file_builder.h"
 #include "tests/support/scratch_file.h"
@@ -23,60 +23,11 @@ namespace {
 
 using test::BuildKeyFile;
 using test::Bytes;
-using test::KeyFileBuilder;
 using test::ScratchFile;
 
 constexpr std::uint64_t kTimeout = 18'000'000'000;
 const ChunkHeader kCastBlock = KeyBlockHeader(CipherId::Cast128);
 const Bytes kBlock(152, std::byte{0xC7});
-
-TEST(KeyFile, EveryTruncation) {
-    const Bytes whole = BuildKeyFile(6, kTimeout, 0, kBlock);
-    const ScratchFile file(".key");
-    for (std::size_t size = 0; size <= whole.size(); ++size) {
-        SCOPED_TRACE(size);
-        file.Write(std::span(whole).first(size));
-        VolumeRecord record{};
-        record.Cipher = CipherId::Twofish;
-        record.Flags = 1;
-        // Up to the last byte of the number that tells the cipher something is missing.
-        EXPECT_EQ(ReadSummary(file.Path(), record),
-                  size < 64 ? KeyFileStatus::UnknownFormat : KeyFileStatus::Done);
-        EXPECT_EQ(record.Cipher, size < 64 ? CipherId::Twofish : CipherId::Cast128);
-        EXPECT_EQ(record.Flags, size < 20 ? 1 : 0);
-        Bytes payload(152);
-        EXPECT_EQ(ReadKeyFileChunk(file.Path(), kCastBlock, payload),
-                  size < 224 ? KeyFileStatus::CannotRead : KeyFileStatus::Done);
-        EXPECT_EQ(payload == kBlock, size >= 224);
-    }
-}
-
-TEST(KeyFile, SummaryRefusesWhatItDoesNotKnow) {
-    const ScratchFile file(".key");
-    for (const auto& [offset, value] : {std::pair{0U, 1}, {3U, 1}, {16U, 2}, {56U, 3}, {60U, 11}, {62U, 1}}) {
-        Bytes content = BuildKeyFile(6, kTimeout, 0, kBlock);
-        content[offset] = static_cast<std::byte>(value);
-        file.Write(content);
-        VolumeRecord record{};
-        EXPECT_EQ(ReadSummary(file.Path(), record), KeyFileStatus::UnknownFormat) << "offset " << offset;
-    }
-}
-
-TEST(KeyFile, SearchesForWhatIsNotThereEnd) {
-    // What is searched for stands where a length that wraps would lead: in the place of the file header,
-    // which is not looked at, and right behind.
-    for (const std::uint64_t length :
-         {0xFFFFFFFFFFFFFFF0U, 0xFFFFFFFFFFFFFFE0U, 0x8000000000000000U, 0x100000000U}) {
-        const Bytes content =
-            KeyFileBuilder().Header(2, 6, 152).Header(1, 0, length).Header(2, 6, 152).Raw(Bytes(300)).Get();
-        const ScratchFile file(".key");
-        file.Write(content);
-        Bytes payload(152);
-        EXPECT_EQ(ReadKeyFileChunk(file.Path(), kCastBlock, payload), KeyFileStatus::CannotRead);
-        EXPECT_EQ(RewriteKeyFileChunk(file.Path(), kCastBlock, kBlock), KeyFileStatus::CannotRead);
-        EXPECT_EQ(file.Read(), content);
-    }
-}
 
 TEST(KeyFile, ATebibyteOfEmptyChunksKeepsNobodyBusy) {
     const ScratchFile file(".key");
@@ -89,7 +40,7 @@ TEST(KeyFile, ATebibyteOfEmptyChunksKeepsNobodyBusy) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST(KeyFile, NeverHoldsAPlainKey) {
+TEST(KeyFile, NeverHoldsAPlainKeyNorReplacesAnother) {
     const ScratchFile file(".key");
     VolumeRecord record{};
     record.Timeout = kTimeout;
@@ -100,6 +51,7 @@ TEST(KeyFile, NeverHoldsAPlainKey) {
     }
     record.Cipher = CipherId::None;
     ASSERT_EQ(CreateKeyFile(file.Path(), record, PasswordDigest{}), KeyFileStatus::Done);
+    EXPECT_EQ(CreateKeyFile(file.Path(), record, PasswordDigest{}), KeyFileStatus::CannotCreate);
     EXPECT_EQ(file.Read(), BuildKeyFile(0, kTimeout, 0, {}));
 }
 

@@ -3,6 +3,8 @@
 #include "tests/support/export_address.h"
 #include "tests/support/program.h"
 #include "tests/support/temporary_folder.h"
+#include "volume/sha1.h"
+#include "volume/volume_files.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -27,6 +29,24 @@ inline bool Exists(const std::wstring& path) {
 /// Whether the first device is mounted and its address told.
 inline bool IsMounted() {
     return Exists(UriFile(0));
+}
+
+/// The password key of a password.
+inline PasswordDigest KeyOf(std::wstring_view password) {
+    PasswordDigest key;
+    PasswordKey(key, password);
+    return key;
+}
+
+/// Creates the two files of a volume of 1 MiB.
+inline VolumeRecord CreateVolume(const TemporaryFolder& folder, CipherId cipher, std::wstring_view password) {
+    VolumeRecord record{};
+    CopyText(record.Path, folder.File(L"mine.raw"));
+    CopyText(record.KeyPath, folder.File(L"mine.key"));
+    record.Size = 1 << 20;
+    record.Cipher = cipher;
+    EXPECT_TRUE(BuildVolumeFiles(record, KeyOf(password)));
+    return record;
 }
 
 /// One run of the built program.
