@@ -21,11 +21,6 @@ class Recorder : public Base {
         return id == handledCommand ? 0 : Base::OnCommand(id, code, control);
     }
 
-    LRESULT OnNotify(NMHDR& header) override {
-        log_.push_back(name_ + " notify " + std::to_string(static_cast<int>(header.code)));
-        return notifyResult ? notifyResult : Base::OnNotify(header);
-    }
-
     void OnUpdateCommand(BCommandState& state) override {
         if (state.id == disabledCommand)
             state.Enable(false);
@@ -33,17 +28,14 @@ class Recorder : public Base {
     }
 
     LRESULT OnMessage(BMessage& message) override {
-        if (message.message != loggedMessage)
-            return Base::OnMessage(message);
-        log_.push_back(name_ + " message");
-        return messageResult ? messageResult : Base::OnMessage(message);
+        if (message.message == loggedMessage)
+            log_.push_back(name_ + " message");
+        return Base::OnMessage(message);
     }
 
     int handledCommand = -1;
     int disabledCommand = -1;
-    LRESULT notifyResult = 0;
     UINT loggedMessage = 0;
-    LRESULT messageResult = 0;
 
   private:
     Log& log_;

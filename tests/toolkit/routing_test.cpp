@@ -1,9 +1,7 @@
-// Which objects commands, notifications, reflected messages and questions reach, in which order.
+// Which objects commands and questions reach, in which order.
 
 #include "tests/toolkit/toolkit_fixture.h"
 #include "toolkit/edit.h"
-
-#include <commctrl.h>
 
 namespace quilla {
 namespace {
@@ -32,22 +30,6 @@ class Routing : public ToolkitTest {
         log.clear();
         SendMessageW(frame.hwnd, WM_COMMAND, MAKEWPARAM(id, code), reinterpret_cast<LPARAM>(control));
         return Take();
-    }
-
-    /// Where a message goes that names the button, without and with an object.
-    void ExpectReflection(UINT message, LPARAM parameter) {
-        frame.loggedMessage = button.loggedMessage = message;
-        frame.messageResult = 77;
-        button.messageResult = 0;
-        log.clear();
-        const auto send = [&] { return SendMessageW(frame.hwnd, message, 0, parameter); };
-        EXPECT_EQ(send(), 77);
-        button.Attach(plainButton);
-        EXPECT_EQ(send(), 77);
-        button.messageResult = 78;
-        EXPECT_EQ(send(), 78);
-        EXPECT_EQ(log, (Log{"frame message", "button message", "frame message", "button message"}));
-        button.Detach();
     }
 
     Owned<Recorder<Frame>> frame{log, "frame"};
@@ -89,33 +71,6 @@ TEST_F(Routing, DisabledCommandsAreNotExecuted) {
     BProbeState probe(kButtonId);
     panel.RouteUpdateCommand(probe);
     EXPECT_TRUE(probe.enabled) << "a question ends where it began";
-}
-
-TEST_F(Routing, NotificationsReachTheControlThenTheReceiverOnly) {
-    log.clear();
-    SendMessageW(edit.hwnd, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"x"));
-    EXPECT_EQ(Take(), (Log{"edit command 8/1024", "panel command 8/1024",  // EN_UPDATE
-                           "edit command 8/768", "panel command 8/768"})); // EN_CHANGE
-
-    NMHDR header = {plainButton, kButtonId, static_cast<UINT>(NM_CLICK)};
-    const auto expect = [&](LRESULT result, const Log& way) {
-        EXPECT_EQ(SendMessageW(frame.hwnd, WM_NOTIFY, kButtonId, reinterpret_cast<LPARAM>(&header)), result);
-        EXPECT_EQ(Take(), way);
-    };
-    frame.notifyResult = 6;
-    expect(6, {"frame notify -2"});
-    button.Attach(plainButton);
-    expect(6, {"button notify -2", "frame notify -2"});
-    button.notifyResult = 5;
-    expect(5, {"button notify -2"});
-}
-
-TEST_F(Routing, ColourAndDrawMessagesAreReflectedAndComeBack) {
-    DRAWITEMSTRUCT draw = {};
-    draw.hwndItem = plainButton;
-    ExpectReflection(WM_DRAWITEM, reinterpret_cast<LPARAM>(&draw));
-    ExpectReflection(WM_CTLCOLORBTN, reinterpret_cast<LPARAM>(plainButton));
-    ExpectReflection(WM_CTLCOLORSTATIC, reinterpret_cast<LPARAM>(plainButton));
 }
 
 } // namespace
