@@ -265,6 +265,7 @@ TEST_F(RequestServerTest, DoesNotGrow) {
     EXPECT_LE(after.handles, before.handles) << before << " / " << after;
     EXPECT_LE(after.threads, before.threads) << before << " / " << after;
     EXPECT_LE(after.windows, before.windows) << before << " / " << after;
+    EXPECT_LE(after.drawingObjects, before.drawingObjects) << before << " / " << after;
     EXPECT_LE(after.committedBytes, before.committedBytes + 256 * 1024) << before << " / " << after;
 }
 

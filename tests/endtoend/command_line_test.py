@@ -29,13 +29,13 @@ class CommandLineTest(quilla.DesktopTest):
         # Wine turns the owner-only access list into rights of the user and of his group.
         self.assertEqual(self.desktop.uri_file("SEC0").stat().st_mode & 0o007, 0, "others can read the address")
 
-        self.desktop.press_close()
+        self.desktop.send(quilla.WM_CLOSE)
         self.assertIsNotNone(self.desktop.window(), "closed with a volume mounted")
         self.assertNotEqual(self.desktop.query(volume).handle, 0)
 
         self.assertEqual(self.desktop.run(), 0)  # a start without a command brings the window to the front
         self.assertTrue(self.desktop.is_visible())
-        self.desktop.press_close()
+        self.desktop.send(quilla.WM_CLOSE)
         self.assertFalse(self.desktop.is_visible())
 
         self.desktop.dismount(volume)

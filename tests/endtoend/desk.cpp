@@ -5,8 +5,8 @@
 //   exchange HEX            one exchange over the request channel: the block that came back, the result
 //   box MS                  waits for any message box and presses its first button: caption, text
 //   window                  the serving window: process, whether visible
-//   close                   presses the close box of the serving window
-//   objects PID             what a process holds: handles, threads, windows
+//   send MESSAGE W CLASS    sends a message to the serving window, or to its child of a class
+//   objects PID             what a process holds: handles, threads, windows, drawing objects
 //   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
 #include "platform/win32/handle.h"
@@ -64,12 +64,14 @@ Words Window(const Words&) {
     return {std::to_string(ProcessOf(window)), IsWindowVisible(window) ? "visible" : "hidden"};
 }
 
-Words Close(const Words&) {
-    const HWND window = ServingWindow();
+Words Send(const Words& words) {
+    HWND window = ServingWindow();
+    if (window && words.size() > 3)
+        window = FindWindowExA(window, nullptr, words[3].c_str(), nullptr);
     if (!window)
         return {};
-    SendMessageW(window, WM_CLOSE, 0, 0);
-    return {"closed"};
+    SendMessageW(window, static_cast<UINT>(std::stoul(words.at(1))), std::stoull(words.at(2)), 0);
+    return {"sent"};
 }
 
 /// Takes the mutex of the senders. The program never releases it, only closes it, so whoever keeps it open
@@ -130,12 +132,13 @@ Words Objects(const Words& words) {
     const UniqueProcess process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
                                             static_cast<DWORD>(std::stoul(words.at(1)))));
     const ProcessSize size = MeasureProcess(process.Get());
-    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows)};
+    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows),
+            std::to_string(size.drawingObjects)};
 }
 
 const std::map<std::string, Words (*)(const Words&)> kAnswers = {
     {"exchange", Exchange}, {"box", Box},         {"window", Window},
-    {"close", Close},       {"objects", Objects}, {"focus", Focus},
+    {"send", Send},         {"objects", Objects}, {"focus", Focus},
 };
 
 } // namespace

@@ -12,7 +12,7 @@ import oracle
 import quilla
 
 SECONDS = 300 if "QUILLA_LONG_RUN" in os.environ else 0
-SLACK = quilla.Counts(handles=2, threads=0, windows=0, KiB=2048)
+SLACK = quilla.Counts(handles=2, threads=0, windows=0, drawing_objects=0, KiB=2048)
 
 
 class GrowthTest(quilla.DesktopTest):

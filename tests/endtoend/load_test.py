@@ -76,7 +76,7 @@ class LoadTest(quilla.DesktopTest):
     def test_closing_leaves_the_clients_alone(self):
         self.mount()
         self.let_loose()
-        self.desktop.press_close()
+        self.desktop.send(quilla.WM_CLOSE)
         before = self.clients.writes
         quilla.wait_until(lambda: self.clients.writes > before + 1000, "writes after the window was closed")
         self.clients.stop()

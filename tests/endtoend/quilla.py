@@ -31,6 +31,8 @@ DESK = BUILD / "endtoend" / "desk.exe"
 
 LIMIT = 60  # seconds until something that should happen soon counts as not happening
 
+WM_CLOSE = 0x0010
+
 CIPHER_NONE, CIPHER_CAST128, CIPHER_TWOFISH = 0, 6, 10
 CIPHER_NAMES = {CIPHER_NONE: "none", CIPHER_CAST128: "CAST-128", CIPHER_TWOFISH: "Twofish"}
 
@@ -130,7 +132,7 @@ class Desk:
         return [bytes.fromhex(word).decode() for word in line.split()]
 
 
-Counts = collections.namedtuple("Counts", "handles threads windows KiB")
+Counts = collections.namedtuple("Counts", "handles threads windows drawing_objects KiB")
 
 
 class Desktop:
@@ -261,14 +263,14 @@ class Desktop:
     def is_visible(self):
         return self.window()[1:] == ["visible"]
 
-    def press_close(self):
-        """Presses the close box of the serving window and returns when that has been handled."""
-        if not self.desk.ask("close"):
-            raise Failure("there is no window to close")
+    def send(self, message, wide=0, child=""):
+        """Sends a message to the serving window, or to its child of a class, and returns when it has been handled."""
+        if not self.desk.ask("send", message, wide, child):
+            raise Failure("there is no window to send to")
 
     def close(self, process):
         """Closes the serving window, which has nothing mounted, and returns the instance's exit code."""
-        self.press_close()
+        self.send(WM_CLOSE)
         return process.wait(LIMIT)
 
     def end_instances(self):
