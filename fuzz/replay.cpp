@@ -4,6 +4,8 @@
 //
 //   replay FOLDER COUNT
 
+#include "tests/support/random_bytes.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -11,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -43,22 +44,23 @@ class Splicer {
         Input spliced = Choose();
         spliced.resize(Below(spliced.size() + 1));
         const Input& other = Choose();
-        const std::size_t from = Below(other.size() + 1);
-        spliced.insert(spliced.end(), other.begin() + static_cast<std::ptrdiff_t>(from), other.end());
+        const auto from = static_cast<std::ptrdiff_t>(Below(other.size() + 1));
+        spliced.insert(spliced.end(), other.begin() + from, other.end());
         for (std::uint8_t& byte : spliced)
             if (Below(16) == 0)
-                byte = static_cast<std::uint8_t>(Below(256));
+                byte = RandomByte();
         for (std::size_t tail = Below(64); tail > 0; --tail)
-            spliced.push_back(static_cast<std::uint8_t>(Below(256)));
+            spliced.push_back(RandomByte());
         return spliced;
     }
 
   private:
-    std::size_t Below(std::size_t limit) { return random_() % limit; }
+    std::size_t Below(std::size_t limit) { return random_.Below(static_cast<std::uint32_t>(limit)); }
+    std::uint8_t RandomByte() { return static_cast<std::uint8_t>(Below(256)); }
     const Input& Choose() { return inputs_[Below(inputs_.size())]; }
 
     const std::vector<Input>& inputs_;
-    std::minstd_rand random_;
+    quilla::test::RandomBytes random_{1};
 };
 
 void Try(const Input& input) {
@@ -69,11 +71,11 @@ void Try(const Input& input) {
 
 int main(int /*count*/, char** arguments) {
     const std::vector<Input> inputs = ReadInputs(arguments[1]);
-    const int spliced = std::atoi(arguments[2]);
+    const long spliced = std::strtol(arguments[2], nullptr, 10);
     std::ranges::for_each(inputs, Try);
     Splicer splicer(inputs);
-    for (int i = 0; i < spliced; ++i)
+    for (long i = 0; i < spliced; ++i)
         Try(splicer.Splice());
-    std::printf("%zu inputs, %d spliced\n", inputs.size(), spliced);
+    std::printf("%zu inputs, %ld spliced\n", inputs.size(), spliced);
     return inputs.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
