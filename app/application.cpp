@@ -2,12 +2,12 @@
 
 #include "app/command_worker.h"
 #include "app/usage.h"
-#include "driver/window_messages.h"
-#include "platform/desktop/ce_services.h"
-#include "platform/desktop/command_line_memory.h"
-#include "platform/desktop/device_export.h"
-#include "platform/desktop/foreground.h"
+#include "desktop/ce_services.h"
+#include "desktop/command_line_memory.h"
+#include "desktop/device_export.h"
+#include "desktop/foreground.h"
 #include "platform/wipe.h"
+#include "service/window_messages.h"
 
 #include <commctrl.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "app/command_line.h"
-#include "app/request_channel.h"
-#include "driver/driver_control.h"
 #include "platform/win32/handle.h"
+#include "service/driver_control.h"
+#include "service/request_channel.h"
 #include "toolkit/application.h"
 #include "ui/file_picker.h"
 #include "ui/main_window.h"

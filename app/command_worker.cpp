@@ -1,12 +1,12 @@
 #include "app/command_worker.h"
 
-#include "platform/desktop/current_folder.h"
+#include "desktop/current_folder.h"
 #include "platform/wipe.h"
 #include "store/default_key_path.h"
+#include "store/volume_password.h"
 #include "ui/mount_dialog.h"
 #include "ui/resource.h"
 #include "volume/sha1.h"
-#include "volume/volume_password.h"
 
 namespace quilla {
 

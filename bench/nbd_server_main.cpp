@@ -1,9 +1,9 @@
 // quilla-nbd-server: the volume driver's core and the NBD export as a native program. It serves one data file
 // until it is interrupted. Measurements and tests with real clients run against it, sanitizers included.
 
+#include "export/export_name.h"
+#include "export/nbd/nbd_server.h"
 #include "platform/clock.h"
-#include "platform/nbd/export_name.h"
-#include "platform/nbd/nbd_server.h"
 #include "platform/wipe.h"
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/sector_kernel.h"
@@ -99,7 +99,7 @@ int Serve(VolumeDevice& device, std::uint16_t port) {
     std::fflush(stdout);
     int signal = 0;
     sigwait(&ends, &signal);
-    const NbdStopReport report = server.Stop();
+    const StopReport report = server.Stop();
     if (report.clientsCutOff > 0)
         std::fprintf(stderr, "quilla-nbd-server: %u connections cut off\n", report.clientsCutOff);
     return report.flushed ? EXIT_SUCCESS : Fail("cannot flush");

@@ -1,13 +1,13 @@
-# quilla_room(NAME [SOURCES ...] [LINKS ...]): one room of the product as a static library.
-function(quilla_room name)
-    cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
-    if(NOT ROOM_SOURCES)
+# quilla_module(NAME [SOURCES ...] [LINKS ...]): one module of the product as a static library.
+function(quilla_module name)
+    cmake_parse_arguments(MODULE "" "" "SOURCES;LINKS" ${ARGN})
+    if(NOT MODULE_SOURCES)
         add_library(${name} INTERFACE)
-        target_link_libraries(${name} INTERFACE quilla_product ${ROOM_LINKS})
+        target_link_libraries(${name} INTERFACE quilla_product ${MODULE_LINKS})
         return()
     endif()
-    add_library(${name} STATIC ${ROOM_SOURCES})
-    target_link_libraries(${name} PUBLIC quilla_product ${ROOM_LINKS})
+    add_library(${name} STATIC ${MODULE_SOURCES})
+    target_link_libraries(${name} PUBLIC quilla_product ${MODULE_LINKS})
 endfunction()
 
 # quilla_test(NAME SOURCES ... [LINKS ...] [TIMEOUT seconds]): one GoogleTest program, run by CTest.

@@ -6,11 +6,11 @@
 // byte read and all bytes of the device at the end are compared with a slow and obvious model of the
 // protocol.
 
+#include "export/byte_device.h"
+#include "export/nbd/handshake.h"
+#include "export/nbd/transmission.h"
 #include "platform/byte_order.h"
-#include "platform/nbd/byte_device.h"
-#include "platform/nbd/handshake.h"
-#include "platform/nbd/transmission.h"
-#include "tests/nbd/memory_device.h"
+#include "tests/export/nbd/memory_device.h"
 
 #include <algorithm>
 #include <cstdio>

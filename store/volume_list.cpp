@@ -1,8 +1,8 @@
 #include "store/volume_list.h"
 
 #include "store/display_text.h"
+#include "store/volume_files.h"
 #include "toolkit/list_view.h"
-#include "volume/volume_files.h"
 
 #include <memory>
 #include <new>

@@ -1,11 +1,11 @@
 #include "ui/change_password_dialog.h"
 
 #include "platform/wipe.h"
+#include "store/volume_password.h"
 #include "ui/dialog_layout.h"
 #include "ui/dialog_message.h"
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
-#include "volume/volume_password.h"
 
 #include <cwchar>
 

@@ -1,6 +1,6 @@
 #include "ui/device_address.h"
 
-#include "platform/desktop/device_manager.h"
+#include "desktop/device_manager.h"
 
 namespace quilla {
 

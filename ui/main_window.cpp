@@ -3,9 +3,9 @@
 
 #include "ui/main_window.h"
 
-#include "driver/window_messages.h"
-#include "platform/desktop/ce_services.h"
+#include "desktop/ce_services.h"
 #include "platform/error_box.h"
+#include "service/window_messages.h"
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
 #include "ui/menu_shortcuts.h"
@@ -261,7 +261,7 @@ void MainWindow::OnDropFiles(HDROP drop) {
 }
 
 void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                                    const NbdStopReport& report) {
+                                    const StopReport& report) {
     const bool isHarmless = report.flushed && report.clientsCutOff == 0;
     if (reason == DismountReason::User && isHarmless)
         return;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/mount_observer.h"
-#include "driver/request_server.h"
+#include "service/mount_observer.h"
+#include "service/request_server.h"
 #include "toolkit/window.h"
 #include "ui/command_bar.h"
 #include "ui/notification_icon.h"
@@ -44,7 +44,7 @@ class MainWindow final : public BWindow, private MountObserver {
     void OnDpiChanged(const RECT& place);
     void OnDropFiles(HDROP drop);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                            const NbdStopReport& report) override;
+                            const StopReport& report) override;
 
     /// The record of the one selected row; null with no or several rows selected.
     [[nodiscard]] VolumeRecord* SelectedVolume() const;

@@ -1,7 +1,7 @@
 #include "ui/notification_icon.h"
 
-#include "driver/window_messages.h"
 #include "platform/text.h"
+#include "service/window_messages.h"
 
 #include <shellapi.h>
 

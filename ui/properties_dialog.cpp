@@ -1,7 +1,7 @@
 #include "ui/properties_dialog.h"
 
+#include "store/volume_files.h"
 #include "ui/resource.h"
-#include "volume/volume_files.h"
 
 namespace quilla {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/request_channel.h"
-#include "driver/driver_control.h"
 #include "platform/win32/handle.h"
+#include "service/driver_control.h"
+#include "service/request_channel.h"
 #include "ui/file_picker.h"
 
 namespace quilla {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/nbd/nbd_server.h"
+#include "export/nbd/nbd_server.h"
 #include "quilladriver/volume_device.h"
-#include "tests/nbd/nbd_client.h"
+#include "tests/export/nbd/nbd_client.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -1,15 +1,15 @@
 // After a volume's key has done its work, nothing of it may lie about: the whole memory of the real program
 // is searched from outside for every form that a password or a key takes on its way.
 
-#include "app/request_channel.h"
 #include "quilladriver/sector_kernel.h"
+#include "service/request_channel.h"
+#include "store/volume_password.h"
+#include "tests/export/nbd/nbd_client.h"
 #include "tests/hardening/memory_scan.h"
-#include "tests/nbd/nbd_client.h"
 #include "tests/support/quilla_tarn.h"
 #include "ui/resource.h"
 #include "volume/cast128.h"
 #include "volume/twofish.h"
-#include "volume/volume_password.h"
 
 #include <optional>
 #include <set>

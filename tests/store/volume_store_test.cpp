@@ -2,11 +2,11 @@
 
 #include "platform/win32/handle.h"
 #include "store/registry_store.h"
+#include "store/volume_files.h"
 #include "store/volume_list.h"
 #include "tests/support/list_window.h"
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/temporary_folder.h"
-#include "volume/volume_files.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

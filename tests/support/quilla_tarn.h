@@ -1,10 +1,10 @@
 #pragma once
 
+#include "store/volume_files.h"
 #include "tests/support/export_address.h"
 #include "tests/support/program.h"
 #include "tests/support/temporary_folder.h"
 #include "volume/sha1.h"
-#include "volume/volume_files.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "app/request_channel.h"
-#include "driver/driver_control.h"
-#include "driver/window_messages.h"
+#include "service/driver_control.h"
+#include "service/request_channel.h"
+#include "service/window_messages.h"
+#include "store/volume_files.h"
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/toolkit/toolkit_fixture.h"
@@ -10,7 +11,6 @@
 #include "ui/open_dialog.h"
 #include "ui/resource.h"
 #include "volume/sha1.h"
-#include "volume/volume_files.h"
 
 #include <memory>
 #include <optional>

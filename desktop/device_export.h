@@ -1,0 +1,49 @@
+#pragma once
+
+#include "export/nbd/nbd_server.h"
+#include "platform/block_device.h"
+
+#include <array>
+#include <memory>
+
+namespace quilla {
+
+/// A device offered to block device clients of this machine: an NBD server under a name that only the user
+/// can know, and a file with the URI of the export for the user's own programs.
+class DeviceExport {
+  public:
+    /// Devices are numbered from 0 to 9.
+    static constexpr unsigned kMaxDevices = 10;
+    /// Units of a URI, terminating zero included.
+    static constexpr std::size_t kUriSize = 96;
+
+    DeviceExport() = default;
+    ~DeviceExport() { Stop(); }
+    DeviceExport(const DeviceExport&) = delete;
+    DeviceExport& operator=(const DeviceExport&) = delete;
+
+    /// Starts to serve the device, which must outlive the export, under the name "SECn-" + 32 hexadecimal
+    /// digits of the system's generator. False if there are no random bytes or no port. A URI file that
+    /// cannot be written keeps nobody from using the export.
+    [[nodiscard]] bool Start(BlockDevice& device, unsigned index);
+
+    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. A second
+    /// call does nothing.
+    StopReport Stop();
+
+    /// Removes the URI files that a process left which was ended with volumes mounted. To be called while
+    /// nothing is exported.
+    static void RemoveLeftovers();
+
+    /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not started.
+    [[nodiscard]] const char* Uri() const { return uri_.data(); }
+
+    [[nodiscard]] unsigned ConnectedClients() const { return server_ ? server_->ConnectedClients() : 0; }
+
+  private:
+    std::unique_ptr<NbdServer> server_;
+    std::array<char, kUriSize> uri_{};
+    unsigned index_ = 0;
+};
+
+} // namespace quilla

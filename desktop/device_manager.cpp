@@ -1,0 +1,162 @@
+#include "desktop/device_manager.h"
+
+#include "platform/disk_codes.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <new>
+
+namespace quilla {
+
+namespace {
+
+constexpr std::wstring_view kDevicePrefix = L"SEC";
+
+/// Whether a library lies in the folder of the running program and is named by its full path.
+bool IsBesideProgram(std::wstring_view library) {
+    PathText program;
+    const DWORD length = GetModuleFileNameW(nullptr, program, kPathUnits);
+    if (length == 0 || length >= kPathUnits)
+        return false;
+    const std::wstring_view path(program, length);
+    const std::size_t folderLength = path.rfind(L'\\') + 1;
+    if (folderLength == 0 || library.size() <= folderLength)
+        return false;
+    return CompareStringOrdinal(library.data(), static_cast<int>(folderLength), path.data(),
+                                static_cast<int>(folderLength), TRUE) == CSTR_EQUAL &&
+           library.find_first_of(L"\\/", folderLength) == std::wstring_view::npos;
+}
+
+/// The number in a device name.
+unsigned DeviceIndex(std::wstring_view name) {
+    return static_cast<unsigned>(name[kDevicePrefix.size()] - L'0');
+}
+
+} // namespace
+
+std::uint32_t DeviceManager::Register(std::wstring_view prefix, unsigned index, const wchar_t* library,
+                                      std::uintptr_t context) {
+    if (prefix != kDevicePrefix || index >= kMaxDevices || !IsBesideProgram(library)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    if (devices_[index]) {
+        SetLastError(ERROR_DEVICE_IN_USE);
+        return 0;
+    }
+    std::unique_ptr<Device> device(new (std::nothrow) Device);
+    if (!device || !device->driver.Load(library, kDevicePrefix.data(), context) || !device->disk.Open() ||
+        !device->exported.Start(device->disk, index))
+        return 0;
+    if (!library_)
+        library_ = StreamDriver::LoadFile(library);
+    device->handle = ++lastHandle_;
+    devices_[index] = std::move(device);
+    return lastHandle_;
+}
+
+bool DeviceManager::Deregister(std::uint32_t handle) {
+    const auto found = std::ranges::find_if(
+        devices_, [&](const auto& device) { return device && device->handle == handle; });
+    if (handle == 0 || found == devices_.end()) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    Device& device = **found;
+    EndExport(device);
+    for (Opened& opened : opened_)
+        if (opened.device == &device) {
+            device.driver.Close(opened.open);
+            opened = {};
+        }
+    found->reset();
+    return true;
+}
+
+void DeviceManager::EndExport(Device& device) {
+    const StopReport report = device.exported.Stop();
+    stopReport_.clientsCutOff += report.clientsCutOff;
+    stopReport_.flushed = stopReport_.flushed && report.flushed;
+}
+
+bool DeviceManager::IsDeviceName(std::wstring_view name) {
+    const std::size_t digit = kDevicePrefix.size();
+    return name.size() == digit + 2 && name[digit] >= L'0' && name[digit] <= L'9' &&
+           name[digit + 1] == L':' &&
+           CompareStringOrdinal(name.data(), static_cast<int>(digit), kDevicePrefix.data(),
+                                static_cast<int>(digit), TRUE) == CSTR_EQUAL;
+}
+
+DeviceManager::Device* DeviceManager::Find(std::wstring_view name) const {
+    return IsDeviceName(name) ? devices_[DeviceIndex(name)].get() : nullptr;
+}
+
+DeviceManager::Opened* DeviceManager::FindOpened(std::uintptr_t file) {
+    const std::uintptr_t slot = file >> 2;
+    return IsOpenDevice(file) && slot < opened_.size() && opened_[slot].device != nullptr ? &opened_[slot]
+                                                                                          : nullptr;
+}
+
+std::uintptr_t DeviceManager::OpenDevice(std::wstring_view name, DWORD access, DWORD sharing) {
+    Device* const device = Find(name);
+    if (device == nullptr) {
+        SetLastError(ERROR_DEV_NOT_EXIST);
+        return 0;
+    }
+    const auto slot = std::ranges::find(opened_, nullptr, &Opened::device);
+    if (slot == opened_.end()) {
+        SetLastError(ERROR_TOO_MANY_OPEN_FILES);
+        return 0;
+    }
+    const std::uintptr_t open = device->driver.Open(access, sharing);
+    if (open == 0)
+        return 0;
+    *slot = {.device = device, .open = open};
+    return static_cast<std::uintptr_t>(slot - opened_.begin()) << 2 | 2;
+}
+
+bool DeviceManager::CloseDevice(std::uintptr_t file) {
+    Opened* const opened = FindOpened(file);
+    if (opened == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    opened->device->driver.Close(opened->open);
+    *opened = {};
+    return true;
+}
+
+bool DeviceManager::Control(std::uintptr_t file, DWORD code, void* input, DWORD inputSize, void* output,
+                            DWORD outputSize, DWORD* returned) {
+    const Opened* const opened = FindOpened(file);
+    if (opened == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    if (code == kIoctlVolumeDetach)
+        EndExport(*opened->device);
+    return opened->device->driver.Control(opened->open, code, input, inputSize, output, outputSize, returned);
+}
+
+bool DeviceManager::CopyUri(std::wstring_view name, std::span<wchar_t> text) const {
+    const Device* const device = Find(name);
+    if (device == nullptr || text.empty())
+        return false;
+    const std::string_view uri = device->exported.Uri();
+    const std::size_t length = std::min(uri.size(), text.size() - 1);
+    std::copy_n(uri.data(), length, text.data());
+    text[length] = 0;
+    return !uri.empty() && length == uri.size();
+}
+
+unsigned DeviceManager::CountClients(std::wstring_view name) const {
+    const Device* const device = Find(name);
+    return device != nullptr ? device->exported.ConnectedClients() : 0;
+}
+
+DeviceManager& GetDeviceManager() {
+    static DeviceManager manager;
+    return manager;
+}
+
+} // namespace quilla

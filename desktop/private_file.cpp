@@ -1,0 +1,95 @@
+#include "desktop/private_file.h"
+
+#include "platform/text.h"
+#include "platform/win32/handle.h"
+
+#include <array>
+#include <cstdio>
+
+#include <sddl.h>
+
+namespace quilla {
+
+namespace {
+
+struct LocalMemoryTraits {
+    using Type = void*;
+    static Type Empty() { return nullptr; }
+    static void Close(Type memory) { LocalFree(memory); }
+};
+using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
+
+/// The text form of the security identifier that this process runs under.
+UniqueLocalMemory CurrentUserSid() {
+    HANDLE opened = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened))
+        return {};
+    const UniqueHandle<KernelHandleTraits> token(opened);
+    alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user;
+    DWORD size = 0;
+    wchar_t* text = nullptr;
+    if (!GetTokenInformation(token.Get(), TokenUser, user.data(), static_cast<DWORD>(user.size()), &size) ||
+        !ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid, &text))
+        return {};
+    return UniqueLocalMemory(text);
+}
+
+/// A security descriptor that gives everything to the current user, nothing to anybody else, and inherits
+/// nothing; what is created below a folder of this kind gets the same.
+UniqueLocalMemory OwnerOnlyDescriptor() {
+    const UniqueLocalMemory user = CurrentUserSid();
+    std::array<wchar_t, 256> rules;
+    if (!user || std::swprintf(rules.data(), rules.size(), L"D:P(A;OICI;FA;;;%ls)",
+                               static_cast<const wchar_t*>(user.Get())) < 0)
+        return {};
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(rules.data(), SDDL_REVISION_1, &descriptor, nullptr);
+    return UniqueLocalMemory(descriptor);
+}
+
+/// Full path of the folder, or of a file in it; false if it does not fit or there is no such place.
+bool PrivatePath(std::wstring_view name, PathText& path) {
+    PathText base;
+    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", base, kPathUnits);
+    if (length == 0 || length >= kPathUnits)
+        return false;
+    const int written = std::swprintf(path, kPathUnits, name.empty() ? L"%ls\\%ls" : L"%ls\\%ls\\%.*ls", base,
+                                      kPrivateFolder, static_cast<int>(name.size()), name.data());
+    return written > 0 && static_cast<std::size_t>(written) < kPathUnits;
+}
+
+bool WriteNewFile(const wchar_t* path, SECURITY_ATTRIBUTES& security, std::string_view content) {
+    const UniqueFile file(
+        CreateFileW(path, GENERIC_WRITE, 0, &security, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    return file &&
+           WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written, nullptr) &&
+           written == content.size();
+}
+
+} // namespace
+
+bool WritePrivateFile(std::wstring_view name, std::string_view content) {
+    PathText folder;
+    PathText path;
+    PathText unfinished;
+    if (!PrivatePath({}, folder) || !PrivatePath(name, path) || !PrivatePath(L"unfinished", unfinished))
+        return false;
+    const UniqueLocalMemory descriptor = OwnerOnlyDescriptor();
+    if (!descriptor)
+        return false;
+    SECURITY_ATTRIBUTES security{
+        .nLength = sizeof(security), .lpSecurityDescriptor = descriptor.Get(), .bInheritHandle = FALSE};
+    CreateDirectoryW(folder, &security); // it may well exist
+    DeleteFileW(unfinished);             // left by a process that was ended half-way
+    return WriteNewFile(unfinished, security, content) &&
+           MoveFileExW(unfinished, path, MOVEFILE_REPLACE_EXISTING);
+}
+
+void RemovePrivateFile(std::wstring_view name) {
+    PathText path;
+    if (PrivatePath(name, path))
+        DeleteFileW(path);
+}
+
+} // namespace quilla

@@ -1,0 +1,52 @@
+#include "export/nbd/connection.h"
+
+#include "export/byte_device.h"
+#include "export/nbd/handshake.h"
+#include "export/nbd/reply_writer.h"
+#include "export/nbd/stream_reader.h"
+#include "export/nbd/transmission.h"
+
+#include <new>
+
+namespace quilla {
+
+namespace {
+
+constexpr std::size_t kReceiveSize = 512U << 10;
+constexpr std::size_t kReplySize = 1U << 20;
+
+} // namespace
+
+void NbdConnection::Dismiss() {
+    state = State::Dismissed;
+    socket_.Shutdown();
+}
+
+void NbdConnection::RunThread(void* connection) {
+    static_cast<NbdConnection*>(connection)->Run();
+}
+
+void NbdConnection::Run() {
+    {
+        // Memory that is never touched costs nothing, so that the limit of a buffer is no one's burden.
+        const std::unique_ptr<std::byte[]> buffers(new (std::nothrow) std::byte[kReceiveSize + kReplySize]);
+        if (buffers)
+            Serve({buffers.get(), kReceiveSize}, {buffers.get() + kReceiveSize, kReplySize});
+    }
+    server_.Finish(*this);
+}
+
+void NbdConnection::Serve(std::span<std::byte> received, std::span<std::byte> gathered) {
+    nbd::StreamReader reader(socket_, received);
+    nbd::ReplyWriter replies(socket_, gathered);
+    nbd::Handshake handshake(socket_, reader, replies, server_.TheExport());
+    if (!handshake.Run(server_.limits_.handshakeMilliseconds) || !server_.Attach(*this))
+        return;
+    socket_.SetTimeout(0);
+    nbd::ByteDevice device(server_.device_, server_.ranges_);
+    nbd::Transmission transmission(reader, replies, device, server_.phase_);
+    saidGoodbye = transmission.Run();
+    socket_.FinishSending();
+}
+
+} // namespace quilla

@@ -1,0 +1,82 @@
+// The limits of the server, and how it stops.
+
+#include "tests/export/nbd/server_fixture.h"
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+namespace quilla::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+bool Await(const std::function<bool()>& condition) {
+    for (const auto end = Clock::now() + 10s; Clock::now() < end; std::this_thread::sleep_for(1ms))
+        if (condition())
+            return true;
+    return false;
+}
+
+class NbdServerTest : public ServerTest {
+  protected:
+    NbdServerTest() : ServerTest(NbdLimits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
+};
+
+TEST_F(NbdServerTest, StrangersMakeRoomForClientsAndClientsForNobody) {
+    std::vector<NbdClient> strangers;
+    std::vector<NbdClient> clients;
+    for (std::size_t i = 0; i < NbdServer::kMaxConnections; ++i) {
+        strangers.push_back(Connect());
+        strangers.push_back(Connect());
+        clients.push_back(Enter());
+    }
+    EXPECT_TRUE(Connect().IsClosed());
+    clients.front().Close();
+    ASSERT_TRUE(Await([this] { return server.ConnectedClients() < NbdServer::kMaxConnections; }));
+    EXPECT_EQ(Enter().Read(0, 512), Stored(0, 512));
+    EXPECT_EQ(clients.back().Read(0, 512), Stored(0, 512));
+}
+
+TEST_F(NbdServerTest, StopCompletesWhatIsInFlight) {
+    NbdClient idle = Enter();
+    NbdClient reader = Enter();
+    NbdClient writer = Enter();
+    device.SetGate(true);
+    Message reads;
+    for (std::uint64_t i = 0; i < 8; ++i)
+        reads.Put(RequestBytes(kCmdRead, i * 512, 512, 0, i));
+    ASSERT_TRUE(reader.Send(reads.Get()));
+    ASSERT_TRUE(writer.SendRequest(kCmdWrite, 1 << 20, 4096, Bytes(4096, 0x42)));
+    ASSERT_TRUE(Await([this] { return device.requests == 2; }));
+    StopReport report;
+    std::thread stopper([&] { report = server.Stop(); });
+    EXPECT_TRUE(idle.IsClosed()) << "nothing of this one is in flight";
+    device.SetGate(false);
+    for (std::uint64_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(reader.ReceiveReply(i), kOk);
+        EXPECT_EQ(reader.Receive(512), Stored(i * 512, 512));
+    }
+    EXPECT_EQ(writer.ReceiveReply(), kOk);
+    EXPECT_TRUE(reader.IsClosed());
+    stopper.join();
+    EXPECT_EQ(report.clientsCutOff, 3U);
+    EXPECT_TRUE(report.flushed);
+    EXPECT_EQ(Stored(1 << 20, 4096), Bytes(4096, 0x42));
+}
+
+TEST_F(NbdServerTest, StopDoesNotWaitForPeersThatStall) {
+    NbdClient deaf = Enter(); // never takes its replies
+    NbdClient mute = Enter(); // never ends its write
+    for (int i = 0; i < 64; ++i)
+        ASSERT_TRUE(deaf.SendRequest(kCmdRead, 0, kSize));
+    ASSERT_TRUE(mute.SendRequest(kCmdWrite, 0, 65536, Bytes(100)));
+    std::this_thread::sleep_for(100ms);
+    const auto start = Clock::now();
+    EXPECT_EQ(server.Stop().clientsCutOff, 2U);
+    EXPECT_LT(Clock::now() - start, 4s);
+}
+
+} // namespace
+} // namespace quilla::test

@@ -1,0 +1,161 @@
+// What the device manager lets in and what it tells the rest of the system.
+
+#include "desktop/device_manager.h"
+
+#include "desktop/ce_services.h"
+#include "service/device_change.h"
+#include "tests/service/device_fixture.h"
+
+#include <array>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace quilla {
+namespace {
+
+using test::DeviceTest;
+
+std::wstring BesideProgram(const wchar_t* file) {
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::wstring(path).substr(0, std::wstring(path).rfind(L'\\') + 1) + file;
+}
+
+std::uint32_t Register(VolumeRecord& record, const std::wstring& library, unsigned index = 0,
+                       const wchar_t* prefix = L"SEC") {
+    return GetDeviceManager().Register(prefix, index, library.c_str(),
+                                       reinterpret_cast<std::uintptr_t>(&record));
+}
+
+TEST_F(DeviceTest, LoadsOnlyAProperDriverFromTheProgramsFolder) {
+    VolumeRecord& record = MakeVolume(L"a.raw");
+    const std::wstring driver = BesideProgram(L"QuillaDriver.dll");
+    const std::wstring elsewhere = folder_.File(L"QuillaDriver.dll");
+    ASSERT_TRUE(CopyFileW(driver.c_str(), elsewhere.c_str(), TRUE));
+    EXPECT_EQ(Register(record, elsewhere), 0U);
+    EXPECT_EQ(Register(record, L"QuillaDriver.dll"), 0U);
+    EXPECT_EQ(Register(record, BesideProgram(L"..\\driver\\QuillaDriver.dll")), 0U);
+    EXPECT_EQ(Register(record, BesideProgram(L"")), 0U);
+    EXPECT_EQ(Register(record, L""), 0U);
+    EXPECT_EQ(Register(record, BesideProgram(L"Missing.dll")), 0U);
+    EXPECT_EQ(Register(record, driver, 0, L"DSK"), 0U);
+    EXPECT_EQ(Register(record, driver, 10), 0U);
+    EXPECT_EQ(Register(record, driver, 0xFFFFFFFF), 0U);
+    for (const wchar_t* const faulty :
+         {L"FaultyDriver1.dll", L"FaultyDriver2.dll", L"FaultyDriver3.dll", L"FaultyDriver4.dll"}) {
+        ASSERT_NE(GetFileAttributesW(BesideProgram(faulty).c_str()), INVALID_FILE_ATTRIBUTES);
+        EXPECT_EQ(Register(record, BesideProgram(faulty)), 0U) << faulty;
+        EXPECT_EQ(GetModuleHandleW(faulty), nullptr) << "left loaded";
+    }
+
+    const std::uint32_t handle = Register(record, driver, 7);
+    EXPECT_NE(handle, 0U);
+    VolumeRecord& other = MakeVolume(L"b.raw");
+    EXPECT_EQ(Register(other, driver, 7), 0U) << "taken";
+    EXPECT_FALSE(GetDeviceManager().Deregister(handle + 1));
+    EXPECT_FALSE(GetDeviceManager().Deregister(0));
+    EXPECT_TRUE(GetDeviceManager().Deregister(handle));
+    EXPECT_FALSE(GetDeviceManager().Deregister(handle));
+}
+
+TEST_F(DeviceTest, OpensDevicesByNameAndFilesAsEver) {
+    VolumeRecord& record = MakeVolume(L"a.raw");
+    const auto open = [](const wchar_t* name) {
+        return ce::CreateFileW(name, 0, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    EXPECT_EQ(open(L"SEC3:"), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DEV_NOT_EXIST});
+    const std::uint32_t handle = Register(record, BesideProgram(L"QuillaDriver.dll"), 3);
+    const HANDLE device = open(L"sec3:");
+    ASSERT_NE(device, INVALID_HANDLE_VALUE);
+    DWORD returned = 0;
+    std::uint64_t size = 0;
+    EXPECT_TRUE(ce::DeviceIoControl(device, 0x0007405C, nullptr, 0, &size, sizeof(size), &returned, nullptr));
+    EXPECT_EQ(size, 64U * 1024);
+
+    const HANDLE stale = open(L"SEC3:");
+    EXPECT_TRUE(ce::CloseHandle(device));
+    EXPECT_FALSE(ce::CloseHandle(device));
+    EXPECT_TRUE(GetDeviceManager().Deregister(handle));
+    EXPECT_FALSE(ce::DeviceIoControl(stale, 0x0007405C, nullptr, 0, &size, sizeof(size), &returned, nullptr));
+    EXPECT_EQ(open(L"SEC:"), INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(ce::DeviceIoControl(INVALID_HANDLE_VALUE, 1, nullptr, 0, nullptr, 0, &returned, nullptr));
+    const HANDLE file = open(record.Path);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(ce::CloseHandle(file));
+}
+
+/// A top-level window that keeps the device notices it gets.
+class NoticeWindow {
+  public:
+    struct Notice {
+        WPARAM event;
+        std::uint32_t head[3]; ///< size, type, reserved
+        std::wstring name;
+    };
+
+    NoticeWindow() {
+        SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        SetWindowLongPtrW(window_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
+    }
+    ~NoticeWindow() { DestroyWindow(window_); }
+    NoticeWindow(const NoticeWindow&) = delete;
+    NoticeWindow& operator=(const NoticeWindow&) = delete;
+
+    std::vector<Notice> notices;
+
+  private:
+    static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+        if (message == WM_DEVICECHANGE && lParam != 0) {
+            Notice notice{.event = wParam, .head = {}, .name = reinterpret_cast<const wchar_t*>(lParam + 12)};
+            std::memcpy(notice.head, reinterpret_cast<const void*>(lParam), sizeof(notice.head));
+            reinterpret_cast<NoticeWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA))
+                ->notices.push_back(notice);
+        }
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+
+    HWND window_ = CreateWindowExW(0, L"STATIC", L"notices", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
+                                   nullptr, nullptr);
+};
+
+TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
+    NoticeWindow window;
+    VolumeRecord& record = MakeVolume(L"a.raw");
+    driver_.LoadDriver(record);
+    driver_.UnloadDriver(record);
+    ASSERT_EQ(window.notices.size(), 2U);
+    EXPECT_EQ(window.notices[0].event, 0x8000U);
+    EXPECT_EQ(window.notices[1].event, 0x8004U);
+    for (const auto& notice : window.notices) {
+        EXPECT_EQ(std::to_array(notice.head), (std::array<std::uint32_t, 3>{26, 3, 0}));
+        EXPECT_EQ(notice.name, L"SEC0:");
+    }
+}
+
+TEST_F(DeviceTest, StartsTheUsersHooks) {
+    constexpr wchar_t kKey[] = L"Software\\Orvane\\Quilla\\DeviceChange";
+    const std::wstring log = folder_.File(L"hook.txt");
+    const std::wstring hook = L"cmd.exe /c echo>>" + log;
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              0);
+    RegSetValueExW(key, L"broken", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"Z:\\no such program"), 40);
+    RegSetValueExW(key, L"number", 0, REG_DWORD, reinterpret_cast<const BYTE*>(L"12"), 4);
+    RegSetValueExW(key, L"the hook", 0, REG_SZ, reinterpret_cast<const BYTE*>(hook.c_str()),
+                   static_cast<DWORD>(2 * hook.size())); // without its terminating zero
+    RegCloseKey(key);
+    BroadcastDeviceChange(L"SEC4:", 0x8000, L"/ADD");
+    std::string written;
+    for (int i = 0; i < 300 && written.find(':') == std::string::npos; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        written = test::ReadSmallFile(log).value_or("");
+    }
+    RegDeleteKeyW(HKEY_CURRENT_USER, kKey);
+    EXPECT_NE(written.find("/ADD SEC4:"), std::string::npos) << written;
+    EXPECT_FALSE(ce::CeEventHasOccurred(3, L"/ADD SEC4:")) << "no such event";
+}
+
+} // namespace
+} // namespace quilla
