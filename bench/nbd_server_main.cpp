@@ -2,7 +2,7 @@
 // until it is interrupted. Measurements and tests with real clients run against it, sanitizers included.
 
 #include "export/export_name.h"
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 #include "platform/clock.h"
 #include "platform/wipe.h"
 #include "quilladriver/sector_cipher.h"
@@ -92,7 +92,7 @@ int Serve(VolumeDevice& device, std::uint16_t port) {
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-    NbdServer server(device, name.data());
+    nbd::Server server(device, name.data());
     if (!server.Start(port))
         return Fail("cannot listen");
     std::printf("nbd://127.0.0.1:%u/%s\n", unsigned{server.Port()}, name.data());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 #include "platform/block_device.h"
 
 #include <array>
@@ -41,7 +41,7 @@ class DeviceExport {
     [[nodiscard]] unsigned ConnectedClients() const { return server_ ? server_->ConnectedClients() : 0; }
 
   private:
-    std::unique_ptr<NbdServer> server_;
+    std::unique_ptr<nbd::Server> server_;
     std::array<char, kUriSize> uri_{};
     unsigned index_ = 0;
 };

@@ -7,7 +7,7 @@
 #include <array>
 #include <cstring>
 
-namespace quilla::nbd {
+namespace quilla {
 
 namespace {
 
@@ -92,4 +92,4 @@ bool ByteDevice::WriteInSector(std::uint64_t offset, std::span<const std::byte> 
     return device_.Write(SectorStart(offset), *sector);
 }
 
-} // namespace quilla::nbd
+} // namespace quilla

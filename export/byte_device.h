@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <span>
 
-namespace quilla::nbd {
+namespace quilla {
 
 /// Byte-granular access to a device of sectors, shared by all clients through one RangeLock. Every sector is
 /// read and written as a whole with regard to other clients; a request of several sectors is not. Callers
@@ -35,4 +35,4 @@ class ByteDevice {
     RangeLock& ranges_;
 };
 
-} // namespace quilla::nbd
+} // namespace quilla

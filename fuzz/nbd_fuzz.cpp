@@ -182,7 +182,7 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
     {
         nbd::StreamReader reader(stream, received);
         nbd::ReplyWriter replies(stream, gathered);
-        nbd::ByteDevice bytes(device, ranges);
+        ByteDevice bytes(device, ranges);
         const std::atomic<nbd::ServerPhase> phase = nbd::ServerPhase::Serving;
         static_cast<void>(nbd::Transmission(reader, replies, bytes, phase).Run());
     }

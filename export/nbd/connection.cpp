@@ -8,7 +8,7 @@
 
 #include <new>
 
-namespace quilla {
+namespace quilla::nbd {
 
 namespace {
 
@@ -17,16 +17,16 @@ constexpr std::size_t kReplySize = 1U << 20;
 
 } // namespace
 
-void NbdConnection::Dismiss() {
+void Connection::Dismiss() {
     state = State::Dismissed;
     socket_.Shutdown();
 }
 
-void NbdConnection::RunThread(void* connection) {
-    static_cast<NbdConnection*>(connection)->Run();
+void Connection::RunThread(void* connection) {
+    static_cast<Connection*>(connection)->Run();
 }
 
-void NbdConnection::Run() {
+void Connection::Run() {
     {
         // Memory that is never touched costs nothing, so that the limit of a buffer is no one's burden.
         const std::unique_ptr<std::byte[]> buffers(new (std::nothrow) std::byte[kReceiveSize + kReplySize]);
@@ -36,17 +36,17 @@ void NbdConnection::Run() {
     server_.Finish(*this);
 }
 
-void NbdConnection::Serve(std::span<std::byte> received, std::span<std::byte> gathered) {
-    nbd::StreamReader reader(socket_, received);
-    nbd::ReplyWriter replies(socket_, gathered);
-    nbd::Handshake handshake(socket_, reader, replies, server_.TheExport());
+void Connection::Serve(std::span<std::byte> received, std::span<std::byte> gathered) {
+    StreamReader reader(socket_, received);
+    ReplyWriter replies(socket_, gathered);
+    Handshake handshake(socket_, reader, replies, server_.TheExport());
     if (!handshake.Run(server_.limits_.handshakeMilliseconds) || !server_.Attach(*this))
         return;
     socket_.SetTimeout(0);
-    nbd::ByteDevice device(server_.device_, server_.ranges_);
-    nbd::Transmission transmission(reader, replies, device, server_.phase_);
+    ByteDevice device(server_.device_, server_.ranges_);
+    Transmission transmission(reader, replies, device, server_.phase_);
     saidGoodbye = transmission.Run();
     socket_.FinishSending();
 }
 
-} // namespace quilla
+} // namespace quilla::nbd

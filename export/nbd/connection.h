@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
@@ -9,11 +9,11 @@
 #include <memory>
 #include <span>
 
-namespace quilla {
+namespace quilla::nbd {
 
 /// One client of a server: its socket, its thread and its buffers. The server's lock protects the state; the
 /// socket is closed by the thread, under that lock, when everything is over.
-class NbdConnection {
+class Connection {
   public:
     enum class State : std::uint8_t {
         Handshake,
@@ -24,7 +24,7 @@ class NbdConnection {
         Finished,
     };
 
-    NbdConnection(NbdServer& server, Socket client, std::uint64_t arrival)
+    Connection(Server& server, Socket client, std::uint64_t arrival)
         : number(arrival), server_(server), socket_(std::move(client)) {}
 
     /// Starts the thread; false if the system refuses.
@@ -47,9 +47,9 @@ class NbdConnection {
     void Run();
     void Serve(std::span<std::byte> received, std::span<std::byte> replies);
 
-    NbdServer& server_;
+    Server& server_;
     Socket socket_;
     Thread thread_;
 };
 
-} // namespace quilla
+} // namespace quilla::nbd

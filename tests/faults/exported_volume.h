@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 #include "quilladriver/volume_device.h"
 #include "tests/export/nbd/nbd_client.h"
 
@@ -33,7 +33,7 @@ class ExportedVolume {
                           FileCreation::OpenExisting);
     }
 
-    [[nodiscard]] bool Mount(NbdLimits limits = {}) {
+    [[nodiscard]] bool Mount(nbd::Limits limits = {}) {
         DataKey key{};
         key.fill(std::byte{0x37});
         if (!device_.Open(OpenFile(), CipherId::Twofish, key))
@@ -63,7 +63,7 @@ class ExportedVolume {
     const std::filesystem::path path_ =
         std::filesystem::temp_directory_path() / ("quilla-faults-" + std::to_string(getpid()) + ".raw");
     VolumeDevice device_{[] { return std::uint64_t{1}; }};
-    std::optional<NbdServer> server_;
+    std::optional<nbd::Server> server_;
 };
 
 } // namespace quilla::test

@@ -90,7 +90,7 @@ TEST_F(HandshakeTest, NonsenseEndsTheConnection) {
 
 class HandshakeTimeoutTest : public ServerTest {
   protected:
-    HandshakeTimeoutTest() : ServerTest(NbdLimits{.handshakeMilliseconds = 400}) {}
+    HandshakeTimeoutTest() : ServerTest(nbd::Limits{.handshakeMilliseconds = 400}) {}
 };
 
 TEST_F(HandshakeTimeoutTest, EndsPeersThatAreSilentOrSlow) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 #include "tests/export/nbd/memory_device.h"
 #include "tests/export/nbd/nbd_client.h"
 
@@ -14,7 +14,7 @@ inline constexpr std::uint32_t kSize = 8U << 20;
 /// A server over a device in memory.
 class ServerTest : public testing::Test {
   protected:
-    explicit ServerTest(NbdLimits limits = {}) : server(device, kName, limits) {}
+    explicit ServerTest(nbd::Limits limits = {}) : server(device, kName, limits) {}
     void SetUp() override { ASSERT_TRUE(server.Start()); }
     void TearDown() override {
         server.Stop();
@@ -34,7 +34,7 @@ class ServerTest : public testing::Test {
     }
 
     MemoryDevice device{kSize};
-    NbdServer server;
+    nbd::Server server;
 };
 
 } // namespace quilla::test

@@ -21,20 +21,20 @@ bool Await(const std::function<bool()>& condition) {
 
 class NbdServerTest : public ServerTest {
   protected:
-    NbdServerTest() : ServerTest(NbdLimits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
+    NbdServerTest() : ServerTest(nbd::Limits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
 };
 
 TEST_F(NbdServerTest, StrangersMakeRoomForClientsAndClientsForNobody) {
     std::vector<NbdClient> strangers;
     std::vector<NbdClient> clients;
-    for (std::size_t i = 0; i < NbdServer::kMaxConnections; ++i) {
+    for (std::size_t i = 0; i < nbd::Server::kMaxConnections; ++i) {
         strangers.push_back(Connect());
         strangers.push_back(Connect());
         clients.push_back(Enter());
     }
     EXPECT_TRUE(Connect().IsClosed());
     clients.front().Close();
-    ASSERT_TRUE(Await([this] { return server.ConnectedClients() < NbdServer::kMaxConnections; }));
+    ASSERT_TRUE(Await([this] { return server.ConnectedClients() < nbd::Server::kMaxConnections; }));
     EXPECT_EQ(Enter().Read(0, 512), Stored(0, 512));
     EXPECT_EQ(clients.back().Read(0, 512), Stored(0, 512));
 }

@@ -1,4 +1,4 @@
-#include "export/nbd/nbd_server.h"
+#include "export/nbd/server.h"
 
 #include "export/nbd/connection.h"
 #include "export/nbd/handshake.h"
@@ -10,27 +10,26 @@
 #include <new>
 #include <utility>
 
-namespace quilla {
+namespace quilla::nbd {
 
-using nbd::ServerPhase;
-using State = NbdConnection::State;
+using State = Connection::State;
 
 /// Pause after the system refused a connection for lack of resources.
 constexpr std::uint32_t kRetryMilliseconds = 50;
 
-static_assert(NbdServer::kMaxConnections <= RangeLock::kMaxHolders, "each connection may hold a range");
+static_assert(Server::kMaxConnections <= RangeLock::kMaxHolders, "each connection may hold a range");
 
-NbdServer::NbdServer(BlockDevice& device, std::string_view exportName, NbdLimits limits)
+Server::Server(BlockDevice& device, std::string_view exportName, Limits limits)
     : device_(device), nameLength_(std::min(exportName.size(), kMaxNameLength)), limits_(limits) {
     std::copy_n(exportName.begin(), nameLength_, name_.begin());
 }
 
-NbdServer::~NbdServer() {
+Server::~Server() {
     static_cast<void>(Stop());
     Wipe(name_);
 }
 
-bool NbdServer::Start(std::uint16_t port) {
+bool Server::Start(std::uint16_t port) {
     if (listener_.IsOpen() || !listener_.Open(port))
         return false;
     phase_ = ServerPhase::Serving;
@@ -39,11 +38,11 @@ bool NbdServer::Start(std::uint16_t port) {
     return listener_.IsOpen();
 }
 
-void NbdServer::RunAcceptor(void* server) {
-    static_cast<NbdServer*>(server)->AcceptConnections();
+void Server::RunAcceptor(void* server) {
+    static_cast<Server*>(server)->AcceptConnections();
 }
 
-void NbdServer::AcceptConnections() {
+void Server::AcceptConnections() {
     while (phase_ == ServerPhase::Serving) {
         Socket client = listener_.Accept();
         if (client.IsOpen()) {
@@ -55,11 +54,11 @@ void NbdServer::AcceptConnections() {
     }
 }
 
-void NbdServer::Admit(Socket client) {
+void Server::Admit(Socket client) {
     Slot* const room = FindRoom();
     if (room == nullptr)
         return;
-    room->reset(new (std::nothrow) NbdConnection(*this, std::move(client), ++admitted_));
+    room->reset(new (std::nothrow) Connection(*this, std::move(client), ++admitted_));
     if (!*room)
         return;
     {
@@ -72,7 +71,7 @@ void NbdServer::Admit(Socket client) {
 
 /// A free slot, or one that is made free: its connection has finished, or it is the oldest of those that have
 /// not shown yet that they know the export's name.
-NbdServer::Slot* NbdServer::FindRoom() {
+Server::Slot* Server::FindRoom() {
     Slot* room = nullptr;
     {
         const LockGuard guard(lock_);
@@ -91,12 +90,12 @@ NbdServer::Slot* NbdServer::FindRoom() {
     return room;
 }
 
-nbd::Export NbdServer::TheExport() const {
+Export Server::TheExport() const {
     return {.name = {name_.data(), nameLength_}, .size = device_.Size()};
 }
 
 /// Lets a connection that has passed its handshake in, unless it has been dismissed meanwhile.
-bool NbdServer::Attach(NbdConnection& connection) {
+bool Server::Attach(Connection& connection) {
     const LockGuard guard(lock_);
     if (connection.state != State::Handshake)
         return false;
@@ -105,7 +104,7 @@ bool NbdServer::Attach(NbdConnection& connection) {
     return true;
 }
 
-void NbdServer::Finish(NbdConnection& connection) {
+void Server::Finish(Connection& connection) {
     const LockGuard guard(lock_);
     if (connection.state == State::Attached) {
         --attached_;
@@ -118,7 +117,7 @@ void NbdServer::Finish(NbdConnection& connection) {
     finished_.WakeAll();
 }
 
-StopReport NbdServer::Stop() {
+StopReport Server::Stop() {
     if (!listener_.IsOpen())
         return {};
     phase_ = ServerPhase::Stopping;
@@ -130,7 +129,7 @@ StopReport NbdServer::Stop() {
 }
 
 /// Lets every connection complete what it has received, within the time given, and joins all of them.
-void NbdServer::EndConnections() {
+void Server::EndConnections() {
     const std::uint64_t deadline = MonotonicMilliseconds() + limits_.stopMilliseconds;
     {
         const LockGuard guard(lock_);
@@ -152,4 +151,4 @@ void NbdServer::EndConnections() {
         slot.reset();
 }
 
-} // namespace quilla
+} // namespace quilla::nbd

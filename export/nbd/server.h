@@ -12,17 +12,14 @@
 #include <memory>
 #include <string_view>
 
-namespace quilla {
+namespace quilla::nbd {
 
-class NbdConnection;
-
-namespace nbd {
+class Connection;
 struct Export;
 enum class ServerPhase : std::uint8_t;
-} // namespace nbd
 
 /// Limits of a server; the defaults suit a mounted volume.
-struct NbdLimits {
+struct Limits {
     /// Time a client has for its whole handshake.
     std::uint32_t handshakeMilliseconds = 10'000;
     /// Time that Stop gives clients to take the replies to what is in flight.
@@ -33,7 +30,7 @@ struct NbdLimits {
 /// port chosen by the system. The export's name is a capability: no other name is served and none is ever
 /// listed. Each connection has a thread of its own; a malformed or stalled peer costs only its own
 /// connection.
-class NbdServer {
+class Server {
   public:
     /// Connections at a time. When all are taken, the oldest one still in its handshake makes room for a
     /// newcomer; with none in its handshake the newcomer is closed.
@@ -41,10 +38,10 @@ class NbdServer {
 
     /// The device must outlive the server. The name has 1 to kMaxNameLength bytes of ASCII.
     static constexpr std::size_t kMaxNameLength = 64;
-    NbdServer(BlockDevice& device, std::string_view exportName, NbdLimits limits = {});
-    ~NbdServer();
-    NbdServer(const NbdServer&) = delete;
-    NbdServer& operator=(const NbdServer&) = delete;
+    Server(BlockDevice& device, std::string_view exportName, Limits limits = {});
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
 
     /// Starts to listen (port 0 = the system chooses) and to serve; false if the system refuses.
     [[nodiscard]] bool Start(std::uint16_t port = 0);
@@ -60,9 +57,9 @@ class NbdServer {
     StopReport Stop();
 
   private:
-    friend class NbdConnection;
+    friend class Connection;
 
-    using Slot = std::unique_ptr<NbdConnection>;
+    using Slot = std::unique_ptr<Connection>;
 
     static void RunAcceptor(void* server);
     void AcceptConnections();
@@ -71,15 +68,15 @@ class NbdServer {
     void EndConnections();
 
     // For connections, from their own threads.
-    [[nodiscard]] nbd::Export TheExport() const;
-    [[nodiscard]] bool Attach(NbdConnection& connection);
-    void Finish(NbdConnection& connection);
+    [[nodiscard]] Export TheExport() const;
+    [[nodiscard]] bool Attach(Connection& connection);
+    void Finish(Connection& connection);
 
     BlockDevice& device_;
     RangeLock ranges_;
     std::array<char, kMaxNameLength> name_{};
     std::size_t nameLength_;
-    const NbdLimits limits_;
+    const Limits limits_;
     Listener listener_;
     Thread acceptor_;
     Lock lock_;
@@ -89,7 +86,7 @@ class NbdServer {
     unsigned running_ = 0; // connections that have not finished
     unsigned cutOff_ = 0;  // clients that a stop has cut off
     std::atomic<unsigned> attached_ = 0;
-    std::atomic<nbd::ServerPhase> phase_{};
+    std::atomic<ServerPhase> phase_{};
 };
 
-} // namespace quilla
+} // namespace quilla::nbd
