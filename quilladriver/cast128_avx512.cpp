@@ -294,7 +294,6 @@ void SetUp(void* opaque, const DataKey& key) {
 const SectorKernel kCast128Avx512 = {
     .cipher = CipherId::Cast128,
     .name = "AVX-512, short writes by tables",
-    .isConstantTime = false,
     .isSupported = HasAvx512,
     .scheduleSize = sizeof(Schedule),
     .setUp = SetUp,

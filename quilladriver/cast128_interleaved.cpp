@@ -197,7 +197,6 @@ void CastDecryptSectors(const CastKeyPair& keys, std::uint64_t sector, std::byte
 const SectorKernel kCast128Interleaved = {
     .cipher = CipherId::Cast128,
     .name = "tables, 6 abreast",
-    .isConstantTime = false,
     .isSupported = [] { return true; },
     .scheduleSize = sizeof(CastKeyPair),
     .setUp = SetUp,

@@ -52,7 +52,6 @@ void SetUp(void* opaque, const DataKey& key) {
 const SectorKernel kCast128Portable = {
     .cipher = CipherId::Cast128,
     .name = "portable",
-    .isConstantTime = false,
     .isSupported = [] { return true; },
     .scheduleSize = sizeof(CastKeyPair),
     .setUp = SetUp,

@@ -14,7 +14,6 @@ namespace quilla {
 struct SectorKernel {
     CipherId cipher;
     const char* name;      ///< as the About box shows it
-    bool isConstantTime;   ///< no memory address depends on the key or the data
     bool (*isSupported)(); ///< whether this processor and its system can run it
     std::size_t scheduleSize;
 

@@ -297,7 +297,6 @@ void SetUp(void* opaque, const DataKey& key) {
 const SectorKernel kTwofishAvx2 = {
     .cipher = CipherId::Twofish,
     .name = "AVX2, constant time",
-    .isConstantTime = true,
     .isSupported = HasAvx2,
     .scheduleSize = sizeof(Schedule),
     .setUp = SetUp,

@@ -280,7 +280,6 @@ void SetUp(void* opaque, const DataKey& key) {
 const SectorKernel kTwofishAvx512 = {
     .cipher = CipherId::Twofish,
     .name = "AVX-512, constant time",
-    .isConstantTime = true,
     .isSupported = HasAvx512,
     .scheduleSize = sizeof(Schedule),
     .setUp = SetUp,

@@ -135,7 +135,6 @@ void Run(const void* opaque, std::uint64_t sector, std::byte* data, std::size_t 
 const SectorKernel kTwofishInterleaved = {
     .cipher = CipherId::Twofish,
     .name = "tables, 3 abreast",
-    .isConstantTime = false,
     .isSupported = [] { return true; },
     .scheduleSize = sizeof(TwofishSchedulePair),
     .setUp = BuildTwofishSchedules,

@@ -61,7 +61,6 @@ void Run(const void* opaque, std::uint64_t sector, std::byte* data, std::size_t 
 const SectorKernel kTwofishPortable = {
     .cipher = CipherId::Twofish,
     .name = "portable",
-    .isConstantTime = false,
     .isSupported = [] { return true; },
     .scheduleSize = sizeof(TwofishSchedulePair),
     .setUp = BuildTwofishSchedules,
