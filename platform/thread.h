@@ -61,10 +61,6 @@ class Thread {
 
     Thread() = default;
     ~Thread() { Join(); }
-    Thread(Thread&& other) noexcept : handle_(other.handle_), started_(other.started_) {
-        other.started_ = false;
-    }
-    Thread& operator=(Thread&& other) noexcept;
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 

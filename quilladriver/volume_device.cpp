@@ -126,12 +126,4 @@ bool VolumeDevice::Flush() {
     return !flushFailed_ && IsIntact(Size());
 }
 
-bool VolumeDevice::ReadSectors(std::uint64_t first, std::span<std::byte> buffer) {
-    return first <= sectorCount_ && Read(first * kSectorSize, buffer);
-}
-
-bool VolumeDevice::WriteSectors(std::uint64_t first, std::span<std::byte> payload) {
-    return first <= sectorCount_ && Write(first * kSectorSize, payload);
-}
-
 } // namespace quilla

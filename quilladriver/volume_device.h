@@ -64,10 +64,6 @@ class VolumeDevice final : public BlockDevice {
     /// Waits until everything written is on the medium.
     [[nodiscard]] bool Flush() override;
 
-    /// Read and Write by sector number.
-    [[nodiscard]] bool ReadSectors(std::uint64_t first, std::span<std::byte> buffer);
-    [[nodiscard]] bool WriteSectors(std::uint64_t first, std::span<std::byte> payload);
-
     /// When the device was last read or written; the time of Open at first.
     [[nodiscard]] std::uint64_t LastActivity() const { return lastActivity_.load(std::memory_order_relaxed); }
 

@@ -67,15 +67,6 @@ void Condition::WakeAll() {
     WakeAllConditionVariable(As<CONDITION_VARIABLE>(state_));
 }
 
-Thread& Thread::operator=(Thread&& other) noexcept {
-    if (this != &other) {
-        Join();
-        handle_ = other.handle_;
-        started_ = std::exchange(other.started_, false);
-    }
-    return *this;
-}
-
 bool Thread::Start(Routine routine, void* context) {
     Join();
     std::unique_ptr<StartBlock> start(new (std::nothrow) StartBlock{.routine = routine, .context = context});

@@ -33,10 +33,10 @@ TEST_F(VolumeDeviceTest, FirstMiddleAndLastSectorsOfALargeVolume) {
         for (const std::uint64_t first : {std::uint64_t{0}, kSectors / 2 + 3, kSectors - 4}) {
             const SectorBytes plain = random.MakeSectors(4);
             SectorBytes sectors = plain;
-            ASSERT_TRUE(device.WriteSectors(first, sectors));
-            ASSERT_TRUE(device.ReadSectors(first, sectors));
+            ASSERT_TRUE(device.Write(first * kSectorSize, sectors));
+            ASSERT_TRUE(device.Read(first * kSectorSize, sectors));
             EXPECT_EQ(sectors, plain);
-            ASSERT_TRUE(device.ReadSectors(first + 2, std::span(sectors).first(kSectorSize)));
+            ASSERT_TRUE(device.Read((first + 2) * kSectorSize, std::span(sectors).first(kSectorSize)));
             EXPECT_TRUE(std::equal(sectors.begin(), sectors.begin() + kSectorSize, plain.begin() + 1024));
             device.Close();
             SectorBytes raw = RawBytes(first * kSectorSize, plain.size());
@@ -64,7 +64,6 @@ TEST_F(VolumeDeviceTest, RefusesWhatIsNotInsideTheDevice) {
     }
     EXPECT_FALSE(device.Read(0, std::span(buffer).first(100)));
     EXPECT_FALSE(device.WriteZeroes(kSectorSize, kHuge));
-    EXPECT_FALSE(device.WriteSectors(std::uint64_t{1} << 55, buffer)); // times 512 wraps to zero
     EXPECT_EQ(buffer, before);
     EXPECT_EQ(device.LastActivity(), activity);
     EXPECT_TRUE(device.Read(kEnd, {}));
@@ -117,9 +116,9 @@ TEST_F(VolumeDeviceTest, NotesReadsAndWritesAsActivity) {
     std::uint64_t last = device.LastActivity();
     EXPECT_GT(last, 1000U);
     const auto moved = [&] { return std::exchange(last, device.LastActivity()) != device.LastActivity(); };
-    EXPECT_TRUE(device.ReadSectors(0, buffer));
+    EXPECT_TRUE(device.Read(0, buffer));
     EXPECT_TRUE(moved());
-    EXPECT_TRUE(device.WriteSectors(0, buffer));
+    EXPECT_TRUE(device.Write(0, buffer));
     EXPECT_TRUE(moved());
     EXPECT_TRUE(device.WriteZeroes(0, kSectorSize));
     EXPECT_TRUE(moved());
@@ -140,9 +139,9 @@ int WorkOnPart(VolumeDevice& device, std::uint64_t first, std::size_t sectors) {
         SectorBytes bytes = random.MakeSectors(count);
         if (i % 2 == 0) {
             std::ranges::copy(bytes, mine.begin());
-            faults += !device.WriteSectors(first + start, bytes);
+            faults += !device.Write((first + start) * kSectorSize, bytes);
         } else {
-            faults += !device.ReadSectors(first + start, bytes) || !std::ranges::equal(bytes, mine);
+            faults += !device.Read((first + start) * kSectorSize, bytes) || !std::ranges::equal(bytes, mine);
         }
     }
     return faults;
