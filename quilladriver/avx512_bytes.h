@@ -1,6 +1,6 @@
 #pragma once
 
-#include "quilladriver/inline.h"
+#include "quilladriver/kernels.h"
 
 #include <cstddef>
 #include <immintrin.h>

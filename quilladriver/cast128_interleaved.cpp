@@ -2,7 +2,6 @@
 
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
-#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 
 #include <algorithm>

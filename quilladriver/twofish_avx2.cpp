@@ -7,7 +7,6 @@
 // rows of the lower and the upper half of the table; blends select by the other three bits.
 
 #include "platform/wipe.h"
-#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/processor.h"
 #include "quilladriver/twofish_vector_keys.h"

@@ -4,7 +4,6 @@
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
 #include "platform/wipe.h"
-#include "quilladriver/inline.h"
 #include "quilladriver/kernels.h"
 #include "quilladriver/twofish_keys.h"
 
