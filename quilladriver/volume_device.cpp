@@ -120,7 +120,7 @@ bool VolumeDevice::WriteZeroPiece(std::uint64_t offset, std::size_t size) const 
 bool VolumeDevice::Flush() {
     if (!file_.IsOpen())
         return false;
-    const LockGuard guard(flushing_); // none ends well between another's failure and the note of it
+    const LockGuard guard(flushing_); // a flush that starts after a failed one must see the note of it
     if (!file_.Flush())
         flushFailed_ = true;
     return !flushFailed_ && IsIntact(Size());

@@ -20,12 +20,12 @@ using ActivityClock = std::uint64_t (*)();
 /// sector is not part of the device. Requests of several threads may run at once; overlapping ones are not
 /// ordered among themselves.
 ///
-/// Every request is checked against the device first, and one that is not wholly inside moves nothing. A
-/// transfer that the file cuts short fails, and a failed request may have been carried out in parts. Big
-/// requests are split over the processors, whereby one part is deciphered while another is read. Of a file
-/// that was cut or removed behind the device's back, what is left can be read; writes behind its end fail
-/// instead of extending it, and no flush succeeds any more. Nor does one after a flush that has failed: the
-/// system may have dropped what it could not write, and tells so only once, to whichever client asked.
+/// A request that is not wholly inside the device moves nothing; one that fails may have been carried out in
+/// parts. Big requests are split over the processors: one part is deciphered while another is read.
+///
+/// A file that was cut or removed behind the device's back keeps what is left readable; writes behind its end
+/// fail instead of extending it, and so does every flush. After a flush that has failed all others fail, too:
+/// the system may have dropped what it could not write, and it tells so once only.
 class VolumeDevice final : public BlockDevice {
   public:
     /// The clock supplies the times of LastActivity.

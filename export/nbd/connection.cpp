@@ -28,7 +28,7 @@ void Connection::RunThread(void* connection) {
 
 void Connection::Run() {
     {
-        // Memory that is never touched costs nothing, so that the limit of a buffer is no one's burden.
+        // Pages that are never touched take no memory, so every connection gets buffers of full size.
         const std::unique_ptr<std::byte[]> buffers(new (std::nothrow) std::byte[kReceiveSize + kReplySize]);
         if (buffers)
             Serve({buffers.get(), kReceiveSize}, {buffers.get() + kReceiveSize, kReplySize});
