@@ -1,6 +1,6 @@
 #include "ui/help.h"
 
-#include "platform/win32/handle.h"
+#include "platform/win32/start_program.h"
 #include "ui/program_folder.h"
 
 #include <shellapi.h>
@@ -20,15 +20,7 @@ bool StartHelpViewer() {
     if (!PathBesideProgram(L"PegHelp.exe", viewer))
         return false;
 #endif
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(viewer, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &started))
-        return false;
-    const UniqueProcess thread(started.hThread);
-    const UniqueProcess process(started.hProcess);
-    return true;
+    return StartProgram(viewer, commandLine);
 }
 
 } // namespace
