@@ -5,7 +5,6 @@
 #include "desktop/ce_services.h"
 #include "desktop/command_line_memory.h"
 #include "desktop/device_export.h"
-#include "desktop/foreground.h"
 #include "platform/wipe.h"
 #include "service/window_messages.h"
 

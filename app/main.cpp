@@ -1,6 +1,6 @@
 #include "app/application.h"
+#include "desktop/ce_services.h"
 #include "desktop/command_line_memory.h"
-#include "desktop/library_search.h"
 
 /// The entry of the desktop program. The run-time library's own entry for window programs would keep a copy
 /// of the command line's words out of reach.

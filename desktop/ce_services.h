@@ -64,3 +64,16 @@ BOOL CeEventHasOccurred(LONG event, const wchar_t* tail);
 #endif
 
 } // namespace ce
+
+/// What a process owes a desktop and not Windows CE.
+namespace quilla {
+
+/// Passes this process's right to come to the front on to the process of a window. The user's click started
+/// this process, so desktop Windows would not let the other one take the foreground by itself.
+void AllowComingToFront(HWND window);
+
+/// Confines this process to libraries of the program's own folder and the system's: the current folder and
+/// the search path never supply one. Called before anything else.
+void RestrictLibrarySearch();
+
+} // namespace quilla
