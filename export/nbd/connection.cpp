@@ -40,7 +40,12 @@ void Connection::Serve(std::span<std::byte> received, std::span<std::byte> gathe
     StreamReader reader(socket_, received);
     ReplyWriter replies(socket_, gathered);
     Handshake handshake(socket_, reader, replies, server_.TheExport());
-    if (!handshake.Run(server_.limits_.handshakeMilliseconds) || !server_.Attach(*this))
+    if (!handshake.Run(server_.limits_.handshakeMilliseconds)) {
+        if (handshake.Refusal() != nullptr)
+            server_.TellRefusal(handshake.Refusal());
+        return;
+    }
+    if (!server_.Attach(*this))
         return;
     socket_.SetTimeout(0);
     ByteDevice device(server_.device_, server_.ranges_);

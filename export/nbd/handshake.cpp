@@ -50,21 +50,31 @@ bool AsksFor(const InfoRequest& request, InfoType type) {
     return false;
 }
 
+constexpr char kNoProtocol[] = "it does not keep to the protocol";
+constexpr char kTooMuch[] = "it said more than a handshake may take";
+constexpr char kTooSlow[] = "its handshake took too long";
+constexpr char kWrongName[] = "it does not know the export's name";
+
 } // namespace
 
 bool Handshake::Run(std::uint32_t limitMilliseconds) {
     deadline_ = MonotonicMilliseconds() + limitMilliseconds;
-    if (!Greet())
-        return false;
-    for (unsigned count = 0; count < kMaxOptions; ++count) {
-        const Outcome outcome = ServeOption();
-        if (outcome == Outcome::Attach)
-            return true;
-        if (outcome == Outcome::Close)
-            break;
-    }
+    Outcome outcome = Greet() ? Outcome::Continue : Outcome::Close;
+    for (unsigned count = 0; count < kMaxOptions && outcome == Outcome::Continue; ++count)
+        outcome = ServeOption();
+    if (outcome == Outcome::Attach)
+        return true;
+    if (outcome == Outcome::Continue)
+        refusal_ = kTooMuch;
+    else if (refusal_ == nullptr && MonotonicMilliseconds() >= deadline_)
+        refusal_ = kTooSlow;
     static_cast<void>(replies_.Send()); // the last words to a client that is turned away
     return false;
+}
+
+Handshake::Outcome Handshake::Refuse(const char* why) {
+    refusal_ = why;
+    return Outcome::Close;
 }
 
 bool Handshake::Greet() {
@@ -75,7 +85,9 @@ bool Handshake::Greet() {
     const std::uint32_t flags = reader_.TakeStructure<Big32>();
     fixedNewstyle_ = (flags & kFixedNewstyle) != 0;
     noZeroes_ = (flags & kNoZeroes) != 0;
-    return (flags & ~std::uint32_t{kFixedNewstyle | kNoZeroes}) == 0;
+    if ((flags & ~std::uint32_t{kFixedNewstyle | kNoZeroes}) != 0)
+        refusal_ = kNoProtocol;
+    return refusal_ == nullptr;
 }
 
 /// Sends what the client waits for and receives so many bytes, all before the deadline however slowly they
@@ -108,7 +120,7 @@ Handshake::Outcome Handshake::ServeOption() {
     const auto option = static_cast<Option>(std::uint32_t{header.option});
     const std::size_t length = header.length;
     if (header.magic != kOptionMagic || (!fixedNewstyle_ && option != Option::ExportName))
-        return Outcome::Close;
+        return Refuse(kNoProtocol);
     if (!IsUsed(option) || length > kMaxOptionBytes)
         return RefuseUnread(option, length);
     if (!Require(length))
@@ -119,7 +131,9 @@ Handshake::Outcome Handshake::ServeOption() {
 
 /// Answers an option whose data is not looked at.
 Handshake::Outcome Handshake::RefuseUnread(Option option, std::size_t length) {
-    if (length > kMaxSkippedBytes || option == Option::ExportName || !Skip(length))
+    if (length > kMaxSkippedBytes || option == Option::ExportName)
+        return Refuse(kTooMuch);
+    if (!Skip(length))
         return Outcome::Close;
     if (option == Option::Abort)
         return Answer(option, OptionResult::Ack, Outcome::Close);
@@ -128,7 +142,9 @@ Handshake::Outcome Handshake::RefuseUnread(Option option, std::size_t length) {
 
 /// The old way in: a wrong name can only be answered by closing.
 Handshake::Outcome Handshake::ServeExportName(std::span<const std::byte> name) {
-    if (!IsExport(name) || !replies_.Append(ExportReply{.size = export_.size, .flags = kTransmissionFlags}))
+    if (!IsExport(name))
+        return Refuse(kWrongName);
+    if (!replies_.Append(ExportReply{.size = export_.size, .flags = kTransmissionFlags}))
         return Outcome::Close;
     if (!noZeroes_ && !replies_.Append(std::array<std::byte, kExportReplyZeroes>{}))
         return Outcome::Close;
@@ -141,8 +157,10 @@ Handshake::Outcome Handshake::ServeInfo(Option option, std::span<const std::byte
         return Answer(option, OptionResult::ErrorInvalid);
     if (request.name.size() > kMaxNameBytes)
         return Answer(option, OptionResult::ErrorTooBig);
-    if (!IsExport(request.name))
+    if (!IsExport(request.name)) {
+        refusal_ = kWrongName; // unless it tries again and knows better
         return Answer(option, OptionResult::ErrorUnknown);
+    }
     const ExportInfo exportInfo = {.type = static_cast<std::uint16_t>(InfoType::Export),
                                    .size = export_.size,
                                    .flags = kTransmissionFlags};

@@ -36,12 +36,16 @@ class Handshake {
     /// leaves with the next send.
     [[nodiscard]] bool Run(std::uint32_t limitMilliseconds);
 
+    /// Why the client was not attached, for people; null when it left by itself.
+    [[nodiscard]] const char* Refusal() const { return refusal_; }
+
   private:
     enum class Outcome : std::uint8_t { Continue, Attach, Close };
 
     [[nodiscard]] bool Greet();
     [[nodiscard]] bool Require(std::size_t count);
     [[nodiscard]] bool Skip(std::size_t count);
+    [[nodiscard]] Outcome Refuse(const char* why);
     [[nodiscard]] Outcome ServeOption();
     [[nodiscard]] Outcome RefuseUnread(Option option, std::size_t length);
     [[nodiscard]] Outcome ServeExportName(std::span<const std::byte> name);
@@ -55,6 +59,7 @@ class Handshake {
     StreamReader& reader_;
     ReplyWriter& replies_;
     const Export export_;
+    const char* refusal_ = nullptr;
     std::uint64_t deadline_ = 0;
     bool fixedNewstyle_ = false;
     bool noZeroes_ = false;

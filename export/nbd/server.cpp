@@ -4,9 +4,11 @@
 #include "export/nbd/handshake.h"
 #include "export/nbd/transmission.h"
 #include "platform/clock.h"
+#include "platform/trace.h"
 #include "platform/wipe.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -56,8 +58,10 @@ void Server::AcceptConnections() {
 
 void Server::Admit(Socket client) {
     Slot* const room = FindRoom();
-    if (room == nullptr)
+    if (room == nullptr) {
+        TellRefusal("all connections are taken");
         return;
+    }
     room->reset(new (std::nothrow) Connection(*this, std::move(client), ++admitted_));
     if (!*room)
         return;
@@ -73,6 +77,7 @@ void Server::Admit(Socket client) {
 /// not shown yet that they know the export's name.
 Server::Slot* Server::FindRoom() {
     Slot* room = nullptr;
+    bool isDismissal = false;
     {
         const LockGuard guard(lock_);
         const auto precedence = [](const Slot& slot) {
@@ -82,9 +87,12 @@ Server::Slot* Server::FindRoom() {
             if ((!slot || slot->state != State::Attached) &&
                 (room == nullptr || precedence(slot) < precedence(*room)))
                 room = &slot;
-        if (room != nullptr && *room && (*room)->state == State::Handshake)
+        isDismissal = room != nullptr && *room && (*room)->state == State::Handshake;
+        if (isDismissal)
             (*room)->Dismiss();
     }
+    if (isDismissal)
+        TellRefusal("it made room for another before it gave the export's name");
     if (room != nullptr)
         room->reset(); // joins its thread
     return room;
@@ -115,6 +123,16 @@ void Server::Finish(Connection& connection) {
     connection.Close();
     --running_;
     finished_.WakeAll();
+}
+
+/// Leaves a trace of a client that was not let in, without the secret part of the export's name.
+void Server::TellRefusal(const char* why) const {
+    const std::string_view name = TheExport().name;
+    const std::size_t dash = name.find('-');
+    const int open = dash == std::string_view::npos ? 0 : static_cast<int>(dash);
+    std::array<char, 128> line;
+    std::snprintf(line.data(), line.size(), "Quilla Tarn: %.*s refused a client: %s", open, name.data(), why);
+    Trace(line.data());
 }
 
 StopReport Server::Stop() {

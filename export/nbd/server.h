@@ -71,6 +71,7 @@ class Server {
     [[nodiscard]] Export TheExport() const;
     [[nodiscard]] bool Attach(Connection& connection);
     void Finish(Connection& connection);
+    void TellRefusal(const char* why) const;
 
     BlockDevice& device_;
     RangeLock ranges_;

@@ -69,6 +69,20 @@ TEST_F(HandshakeTest, EndsWhenItIsToldToOrHasHeardEnough) {
     EXPECT_EQ(asking.Ask(kOptGo, InfoData(kName)), 0U);
 }
 
+#ifndef _WIN32 // where a test cannot catch the system's debug output
+TEST_F(HandshakeTest, ARefusalLeavesATraceWithoutTheSecret) {
+    testing::internal::CaptureStderr();
+    for (const std::string_view name : {std::string_view("SEC0"), kName}) {
+        NbdClient client = Connect();
+        EXPECT_EQ(client.Greet() && client.Ask(kOptGo, InfoData(name)) == kRepAck, name == kName);
+        EXPECT_EQ(client.Ask(kOptAbort, {}), name == kName ? 0U : kRepAck);
+    }
+    server.Stop();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Quilla Tarn: SEC0 refused a client: it does not know the export's name\n");
+}
+#endif
+
 TEST_F(HandshakeTest, NonsenseEndsTheConnection) {
     std::vector<Bytes> openings = {
         Message().Put32(4).Get(),                                        // a flag nobody offered
