@@ -2,6 +2,7 @@
 
 #include "platform/disk_codes.h"
 #include "platform/text.h"
+#include "platform/win32/program_folder.h"
 
 #include <algorithm>
 #include <new>
@@ -14,17 +15,11 @@ constexpr std::wstring_view kDevicePrefix = L"SEC";
 
 /// Whether a library lies in the folder of the running program and is named by its full path.
 bool IsBesideProgram(std::wstring_view library) {
-    PathText program;
-    const DWORD length = GetModuleFileNameW(nullptr, program, kPathUnits);
-    if (length == 0 || length >= kPathUnits)
-        return false;
-    const std::wstring_view path(program, length);
-    const std::size_t folderLength = path.rfind(L'\\') + 1;
-    if (folderLength == 0 || library.size() <= folderLength)
-        return false;
-    return CompareStringOrdinal(library.data(), static_cast<int>(folderLength), path.data(),
-                                static_cast<int>(folderLength), TRUE) == CSTR_EQUAL &&
-           library.find_first_of(L"\\/", folderLength) == std::wstring_view::npos;
+    const std::wstring_view name = library.substr(library.find_last_of(L"\\/") + 1);
+    PathText path;
+    return !name.empty() && PathBesideProgram(name, path) &&
+           CompareStringOrdinal(library.data(), static_cast<int>(library.size()), path, -1, TRUE) ==
+               CSTR_EQUAL;
 }
 
 /// The number in a device name.

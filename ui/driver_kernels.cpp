@@ -1,7 +1,7 @@
 #include "ui/driver_kernels.h"
 
 #include "platform/win32/handle.h"
-#include "ui/program_folder.h"
+#include "platform/win32/program_folder.h"
 #include "volume/cipher_id.h"
 
 #include <cwchar>

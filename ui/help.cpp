@@ -1,7 +1,7 @@
 #include "ui/help.h"
 
+#include "platform/win32/program_folder.h"
 #include "platform/win32/start_program.h"
-#include "ui/program_folder.h"
 
 #include <shellapi.h>
 

@@ -5,6 +5,6 @@
 namespace quilla {
 
 /// The path of a file that lies beside the program; false if it is too long.
-[[nodiscard]] bool PathBesideProgram(const wchar_t* fileName, PathText& path);
+[[nodiscard]] bool PathBesideProgram(TextView fileName, PathText& path);
 
 } // namespace quilla
