@@ -14,7 +14,9 @@ namespace {
 
 /// "SECn.uri"
 struct UriFileName {
-    explicit UriFileName(unsigned index) { std::swprintf(text, std::size(text), L"SEC%u.uri", index); }
+    explicit UriFileName(unsigned index) {
+        std::swprintf(text, std::size(text), L"%ls%u.uri", kWideDevicePrefix, index);
+    }
     wchar_t text[16];
 };
 

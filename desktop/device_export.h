@@ -2,6 +2,7 @@
 
 #include "export/nbd/server.h"
 #include "platform/block_device.h"
+#include "platform/device_name.h"
 
 #include <array>
 #include <memory>
@@ -12,8 +13,6 @@ namespace quilla {
 /// can know, and a file with the URI of the export for the user's own programs.
 class DeviceExport {
   public:
-    /// Devices are numbered from 0 to 9.
-    static constexpr unsigned kMaxDevices = 10;
     /// Units of a URI, terminating zero included.
     static constexpr std::size_t kUriSize = 96;
 

@@ -11,7 +11,7 @@ namespace quilla {
 
 namespace {
 
-constexpr std::wstring_view kDevicePrefix = L"SEC";
+constexpr std::wstring_view kPrefix = kWideDevicePrefix;
 
 /// Whether a library lies in the folder of the running program and is named by its full path.
 bool IsBesideProgram(std::wstring_view library) {
@@ -24,14 +24,14 @@ bool IsBesideProgram(std::wstring_view library) {
 
 /// The number in a device name.
 unsigned DeviceIndex(std::wstring_view name) {
-    return static_cast<unsigned>(name[kDevicePrefix.size()] - L'0');
+    return static_cast<unsigned>(name[kPrefix.size()] - L'0');
 }
 
 } // namespace
 
 std::uint32_t DeviceManager::Register(std::wstring_view prefix, unsigned index, const wchar_t* library,
                                       std::uintptr_t context) {
-    if (prefix != kDevicePrefix || index >= kMaxDevices || !IsBesideProgram(library)) {
+    if (prefix != kPrefix || index >= kMaxDevices || !IsBesideProgram(library)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
@@ -40,7 +40,7 @@ std::uint32_t DeviceManager::Register(std::wstring_view prefix, unsigned index, 
         return 0;
     }
     std::unique_ptr<Device> device(new (std::nothrow) Device);
-    if (!device || !device->driver.Load(library, kDevicePrefix.data(), context) || !device->disk.Open() ||
+    if (!device || !device->driver.Load(library, kPrefix.data(), context) || !device->disk.Open() ||
         !device->exported.Start(device->disk, index))
         return 0;
     if (!library_)
@@ -75,11 +75,11 @@ void DeviceManager::EndExport(Device& device) {
 }
 
 bool DeviceManager::IsDeviceName(std::wstring_view name) {
-    const std::size_t digit = kDevicePrefix.size();
+    const std::size_t digit = kPrefix.size();
     return name.size() == digit + 2 && name[digit] >= L'0' && name[digit] <= L'9' &&
            name[digit + 1] == L':' &&
-           CompareStringOrdinal(name.data(), static_cast<int>(digit), kDevicePrefix.data(),
-                                static_cast<int>(digit), TRUE) == CSTR_EQUAL;
+           CompareStringOrdinal(name.data(), static_cast<int>(digit), kPrefix.data(), static_cast<int>(digit),
+                                TRUE) == CSTR_EQUAL;
 }
 
 DeviceManager::Device* DeviceManager::Find(std::wstring_view name) const {

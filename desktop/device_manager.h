@@ -20,8 +20,6 @@ namespace quilla {
 /// window; only the exports have threads of their own.
 class DeviceManager {
   public:
-    static constexpr unsigned kMaxDevices = DeviceExport::kMaxDevices;
-
     DeviceManager() = default;
     DeviceManager(const DeviceManager&) = delete;
     DeviceManager& operator=(const DeviceManager&) = delete;

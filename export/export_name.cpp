@@ -2,7 +2,7 @@
 
 #include "platform/random.h"
 
-#include <cstring>
+#include <string_view>
 
 namespace quilla {
 
@@ -11,8 +11,10 @@ bool MakeExportName(unsigned deviceIndex, ExportName& name) {
     std::array<std::byte, kExportNameRandomBytes> random{};
     if (!FillFromSystemRandom(random))
         return false;
-    name = {'S', 'E', 'C', kDigits[deviceIndex % 10], '-'};
-    std::size_t length = std::strlen(name.data());
+    name.fill(0);
+    std::size_t length = std::string_view(kDevicePrefix).copy(name.data(), name.size());
+    name[length++] = kDigits[deviceIndex % kMaxDevices];
+    name[length++] = '-';
     for (const std::byte value : random) {
         name[length++] = kDigits[std::to_integer<unsigned>(value) >> 4];
         name[length++] = kDigits[std::to_integer<unsigned>(value) & 15];

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/device_name.h"
+
 #include <array>
 #include <cstddef>
 
@@ -9,7 +11,7 @@ inline constexpr std::size_t kExportNameRandomBytes = 16;
 
 /// Name of the export of device "SECn:": "SECn-", two hexadecimal digits per random byte, a terminating zero.
 /// Whoever knows it may use the device.
-using ExportName = std::array<char, sizeof("SEC0-") + 2 * kExportNameRandomBytes>;
+using ExportName = std::array<char, sizeof(kDevicePrefix) + sizeof("0-") - 1 + 2 * kExportNameRandomBytes>;
 
 /// Makes a name nobody can guess, for a device index of 0 to 9; false if the system has no random numbers.
 [[nodiscard]] bool MakeExportName(unsigned deviceIndex, ExportName& name);
