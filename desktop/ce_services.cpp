@@ -4,12 +4,12 @@
 #include "desktop/ce_services.h"
 
 #include "desktop/device_manager.h"
+#include "platform/win32/format_text.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/start_program.h"
 
 #include <array>
 #include <bit>
-#include <cwchar>
 #include <iterator>
 
 namespace ce {
@@ -46,10 +46,8 @@ using Command = std::array<wchar_t, kCommandUnits>;
 /// Starts a command line with the tail appended; one that does not fit is left out.
 void StartHook(const Command& command, const wchar_t* tail) {
     Command line;
-    const int length = std::swprintf(line.data(), line.size(), L"%ls %ls", command.data(), tail);
-    if (length < 0 || static_cast<std::size_t>(length) >= line.size())
-        return;
-    quilla::StartProgram(nullptr, line.data());
+    if (quilla::FormatText(line, L"%ls %ls", command.data(), tail))
+        quilla::StartProgram(nullptr, line.data());
 }
 
 } // namespace

@@ -2,10 +2,10 @@
 
 #include "desktop/private_file.h"
 #include "export/export_name.h"
+#include "platform/win32/format_text.h"
 #include "platform/wipe.h"
 
 #include <cstdio>
-#include <cwchar>
 #include <new>
 
 namespace quilla {
@@ -14,9 +14,7 @@ namespace {
 
 /// "SECn.uri"
 struct UriFileName {
-    explicit UriFileName(unsigned index) {
-        std::swprintf(text, std::size(text), L"%ls%u.uri", kWideDevicePrefix, index);
-    }
+    explicit UriFileName(unsigned index) { FormatText(text, L"%ls%u.uri", kWideDevicePrefix, index); }
     wchar_t text[16];
 };
 

@@ -1,10 +1,10 @@
 #include "desktop/private_file.h"
 
 #include "platform/text.h"
+#include "platform/win32/format_text.h"
 #include "platform/win32/handle.h"
 
 #include <array>
-#include <cstdio>
 
 #include <sddl.h>
 
@@ -39,8 +39,7 @@ UniqueLocalMemory CurrentUserSid() {
 UniqueLocalMemory OwnerOnlyDescriptor() {
     const UniqueLocalMemory user = CurrentUserSid();
     std::array<wchar_t, 256> rules;
-    if (!user || std::swprintf(rules.data(), rules.size(), L"D:P(A;OICI;FA;;;%ls)",
-                               static_cast<const wchar_t*>(user.Get())) < 0)
+    if (!user || !FormatText(rules, L"D:P(A;OICI;FA;;;%ls)", static_cast<const wchar_t*>(user.Get())))
         return {};
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     ConvertStringSecurityDescriptorToSecurityDescriptorW(rules.data(), SDDL_REVISION_1, &descriptor, nullptr);
@@ -53,9 +52,8 @@ bool PrivatePath(std::wstring_view name, PathText& path) {
     const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", base, kPathUnits);
     if (length == 0 || length >= kPathUnits)
         return false;
-    const int written = std::swprintf(path, kPathUnits, name.empty() ? L"%ls\\%ls" : L"%ls\\%ls\\%.*ls", base,
-                                      kPrivateFolder, static_cast<int>(name.size()), name.data());
-    return written > 0 && static_cast<std::size_t>(written) < kPathUnits;
+    return FormatText(path, name.empty() ? L"%ls\\%ls" : L"%ls\\%ls\\%.*ls", base, kPrivateFolder,
+                      static_cast<int>(name.size()), name.data());
 }
 
 bool WriteNewFile(const wchar_t* path, SECURITY_ATTRIBUTES& security, std::string_view content) {
