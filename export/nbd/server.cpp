@@ -27,7 +27,7 @@ Server::Server(BlockDevice& device, std::string_view exportName, Limits limits)
 }
 
 Server::~Server() {
-    static_cast<void>(Stop());
+    Stop();
     Wipe(name_);
 }
 
@@ -51,7 +51,7 @@ void Server::AcceptConnections() {
             Admit(std::move(client));
         } else if (phase_ == ServerPhase::Serving) {
             const LockGuard guard(lock_);
-            static_cast<void>(finished_.WaitFor(lock_, kRetryMilliseconds));
+            finished_.WaitFor(lock_, kRetryMilliseconds);
         }
     }
 }
@@ -159,7 +159,7 @@ void Server::EndConnections() {
         }
         for (std::uint64_t now = MonotonicMilliseconds(); running_ > 0 && now < deadline;
              now = MonotonicMilliseconds())
-            static_cast<void>(finished_.WaitFor(lock_, static_cast<std::uint32_t>(deadline - now)));
+            finished_.WaitFor(lock_, static_cast<std::uint32_t>(deadline - now));
         phase_ = ServerPhase::Aborting;
         for (const Slot& slot : connections_)
             if (slot && slot->state == State::Attached)

@@ -9,8 +9,7 @@ namespace quilla {
 void* AllocateLockedMemory(std::size_t size) {
     void* const memory = VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     if (memory != nullptr)
-        static_cast<void>(
-            VirtualLock(memory, size)); // a small working set may refuse; the memory serves still
+        VirtualLock(memory, size); // a small working set may refuse; the memory serves still
     return memory;
 }
 
@@ -19,7 +18,7 @@ void ReleaseLockedMemory(void* memory, std::size_t size) {
         return;
     const DWORD error = GetLastError();
     WipeMemory(memory, size);
-    static_cast<void>(VirtualUnlock(memory, size));
+    VirtualUnlock(memory, size);
     VirtualFree(memory, 0, MEM_RELEASE);
     SetLastError(error);
 }

@@ -51,7 +51,7 @@ Condition::Condition() {
 Condition::~Condition() = default;
 
 void Condition::Wait(Lock& lock) {
-    static_cast<void>(WaitFor(lock, INFINITE));
+    WaitFor(lock, INFINITE);
 }
 
 bool Condition::WaitFor(Lock& lock, std::uint32_t milliseconds) {
