@@ -1,3 +1,5 @@
+// Where a process keeps its command line, and how all of these copies are found and wiped.
+
 #include "desktop/command_line_memory.h"
 
 #include "platform/wipe.h"

@@ -1,3 +1,5 @@
+// Files for the user alone: the access list, the folder, and the way a file comes to be there whole.
+
 #include "desktop/private_file.h"
 
 #include "platform/text.h"

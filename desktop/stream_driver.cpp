@@ -1,3 +1,5 @@
+// Calls into the driver library by the names of its entry points.
+
 #include "desktop/stream_driver.h"
 
 #include <bit>

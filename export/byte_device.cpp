@@ -1,3 +1,5 @@
+// Bytes out of sectors: partial sectors are read, changed and written back under the range lock.
+
 #include "export/byte_device.h"
 
 #include "platform/disk_codes.h"

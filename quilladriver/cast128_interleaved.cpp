@@ -1,3 +1,6 @@
+// CAST-128 in CBC mode with tables on 64-bit processors: several sectors or blocks at once, so that the
+// processor is never waiting for a look-up.
+
 #include "quilladriver/cast128_interleaved.h"
 
 #include "platform/byte_order.h"

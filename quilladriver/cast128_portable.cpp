@@ -1,3 +1,5 @@
+// The reference of the CAST-128 kernels: block by block, for any processor.
+
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
 #include "quilladriver/cast128_keys.h"

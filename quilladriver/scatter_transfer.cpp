@@ -1,3 +1,5 @@
+// Requests of file systems, which come as lists of buffers in sectors, turned into transfers of the device.
+
 #include "quilladriver/scatter_transfer.h"
 
 #include "platform/wipe.h"

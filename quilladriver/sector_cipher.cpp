@@ -1,3 +1,5 @@
+// What the device calls: a kernel chosen for the processor, and its schedule in locked memory.
+
 #include "quilladriver/sector_cipher.h"
 
 #include "platform/disk_codes.h"

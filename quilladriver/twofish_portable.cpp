@@ -1,3 +1,5 @@
+// The reference of the Twofish kernels: block by block, for any processor.
+
 #include "platform/byte_order.h"
 #include "platform/disk_codes.h"
 #include "platform/wipe.h"

@@ -1,3 +1,5 @@
+// The data path: pieces of a request between file and cipher, and what is told of a file that lost data.
+
 #include "quilladriver/volume_device.h"
 
 #include "platform/disk_codes.h"

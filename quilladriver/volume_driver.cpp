@@ -1,3 +1,5 @@
+// The control codes: records of untrusted sizes in and out, one row per code.
+
 #include "quilladriver/volume_driver.h"
 
 #include "platform/disk_codes.h"

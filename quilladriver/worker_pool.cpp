@@ -1,3 +1,5 @@
+// Helpers for one caller at a time: a job is offered, worked on by all who come, and withdrawn.
+
 #include "quilladriver/worker_pool.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Requests in the order of their arrival: a row per command, payloads in pieces, replies gathered.
+
 #include "export/nbd/transmission.h"
 
 #include "platform/disk_codes.h"

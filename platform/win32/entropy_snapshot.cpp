@@ -1,3 +1,5 @@
+// The state of a 64-bit system in the records of a 32-bit one.
+
 #include "platform/entropy_snapshot.h"
 
 #include "platform/random.h"
