@@ -5,6 +5,7 @@
 #include "desktop/ce_services.h"
 #include "desktop/command_line_memory.h"
 #include "desktop/device_export.h"
+#include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "service/window_messages.h"
 
@@ -15,6 +16,7 @@ namespace quilla {
 namespace {
 
 constexpr int kMalformedCommandLine = 1;
+constexpr int kNoWindow = 2;
 constexpr wchar_t kStartMutexName[] = L"Orvane Quilla Tarn Start";
 
 void InitialiseControls() {
@@ -38,32 +40,34 @@ int Application::Run(const wchar_t* commandLine, wchar_t** words) {
         WipeCommandLine(words);
     if (!start->isWellFormed) // there may be a password in what was not understood
         Wipe(start->request);
-    if (CreateInstanceEvent()) {
-        targetWindow_ = FindServingWindow();
-        if (targetWindow_ != nullptr)
-            return HandOn(*start);
-    }
-    return Serve(*start);
+    targetWindow_ = FindServingWindow();
+    return targetWindow_ != nullptr ? HandOn(*start) : Serve(*start);
 }
 
-/// Returns whether the event existed, that is whether another instance runs.
-bool Application::CreateInstanceEvent() {
-    instanceEvent_.Reset();
-    instanceEvent_.Reset(CreateEventW(nullptr, TRUE, FALSE, kInstanceEventName));
-    return GetLastError() == ERROR_ALREADY_EXISTS;
-}
-
-/// Waits until the other instance's window takes requests; null when that instance has ended meanwhile. Of
-/// several instances that wait only one finds nobody there: it starts, and the others wait for it.
+/// The window of the instance that serves; null makes this instance the one. Instances that start together
+/// take turns here, so that only one finds nobody, and the others wait for it.
 HWND Application::FindServingWindow() {
     const UniqueMutex turn(CreateMutexW(nullptr, FALSE, kStartMutexName));
     WaitForSingleObject(turn.Get(), INFINITE);
-    WaitForSingleObject(instanceEvent_.Get(), INFINITE);
-    const HWND window = FindWindowW(kMainWindowClass, kMainWindowTitle);
-    if (window == nullptr)
+    serving_.Reset(CreateMutexW(nullptr, FALSE, kServingMutexName));
+    instanceEvent_.Reset(CreateEventW(nullptr, TRUE, FALSE, kInstanceEventName));
+    const bool isThereAnother = GetLastError() == ERROR_ALREADY_EXISTS;
+    const HWND window = isThereAnother ? AwaitServingWindow() : nullptr;
+    if (window == nullptr) {
+        // Comes at once, or when the instance that is closing has ended. Never released: it is abandoned when
+        // this instance ends, however that comes.
+        WaitForSingleObject(serving_.Get(), INFINITE);
         ce::EventModify(instanceEvent_.Get(), ce::EVENT_RESET);
+    }
     ReleaseMutex(turn.Get());
     return window;
+}
+
+/// Waits until the other instance's window takes requests. Null when that instance has ended, or is about to.
+HWND Application::AwaitServingWindow() {
+    const HANDLE either[] = {instanceEvent_.Get(), serving_.Get()};
+    const DWORD which = WaitForMultipleObjects(2, either, FALSE, INFINITE);
+    return which == WAIT_OBJECT_0 ? FindWindowW(kMainWindowClass, kMainWindowTitle) : nullptr;
 }
 
 /// A second instance: brings the serving one to the front or has it carry out the command.
@@ -83,6 +87,8 @@ int Application::HandOn(Start& start) {
 int Application::Serve(Start& start) {
     DeviceExport::RemoveLeftovers();
     mainWindow_.Create(nullptr, kMainWindowTitle, 0);
+    if (!mainWindow_.hwnd)
+        return kNoWindow;
     targetWindow_ = mainWindow_.hwnd;
     ce::EventModify(instanceEvent_.Get(), ce::EVENT_SET);
     if (start.isEmpty)
@@ -100,10 +106,13 @@ void Application::RunCommandHidden(Start& start) {
         RunCommand(start.request, services_);
     else
         ShowUsage();
+    ShowNotedErrors();
     PostMessageW(mainWindow_.hwnd, WM_CLOSE, 0, 0);
 }
 
 void Application::OnIdle() {
+    if (mainWindow_.hwnd)
+        mainWindow_.OnIdle();
     if (BWindow* const active = ObjectFromHandle(GetActiveWindow()))
         active->UpdateCommandStates();
 }

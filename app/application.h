@@ -38,13 +38,14 @@ class Application final : public BApplication {
         bool isWellFormed;
     };
 
-    [[nodiscard]] bool CreateInstanceEvent();
     [[nodiscard]] HWND FindServingWindow();
+    [[nodiscard]] HWND AwaitServingWindow();
     int HandOn(Start& start);
     int Serve(Start& start);
     void RunCommandHidden(Start& start);
 
     UniqueEvent instanceEvent_;
+    UniqueMutex serving_;
     HWND targetWindow_ = nullptr;
     DriverControl driver_;
     RequestChannel channel_{targetWindow_};

@@ -1,6 +1,7 @@
 #include "app/command_worker.h"
 
-#include "desktop/current_folder.h"
+#include "desktop/full_path.h"
+#include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "store/default_key_path.h"
 #include "store/volume_password.h"
@@ -15,6 +16,10 @@ namespace {
 constexpr int kHandedOn = 0;
 constexpr int kWrongPassword = -1;
 
+bool Exists(const wchar_t* path) {
+    return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+}
+
 /// Makes the password key and wipes the password.
 void TakePasswordKey(CommandLineRequest& request, PasswordDigest& key) {
     PasswordKey(key, FieldText(request.password));
@@ -25,6 +30,7 @@ int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, Request
     Secret<PasswordDigest> passwordKey;
     TakePasswordKey(request, *passwordKey);
     if (!UnlockVolume(record, *passwordKey)) {
+        ShowNotedErrors(); // what led to it comes first
         MessageBoxW(nullptr, L"Incorrect password", L"Quilla Tarn Error", MB_ICONERROR);
         return kWrongPassword;
     }
@@ -35,13 +41,18 @@ int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, Request
 int Mount(CommandLineRequest& request, const UiServices& services) {
     Secret<VolumeRecord> record;
     CopyText(record->Path, FieldText(request.volumePath));
-    AddCurrentFolder(record->Path);
+    CompletePath(record->Path);
     if (request.hasKey)
         CopyText(record->KeyPath, FieldText(request.keyPath));
     else
         DefaultKeyPath(FieldText(record->Path), record->KeyPath);
-    AddCurrentFolder(record->KeyPath);
+    CompletePath(record->KeyPath);
+    PathText keyPath;
+    CopyText(keyPath, FieldText(record->KeyPath));
     services.channel.SendQueryVolume(*record);
+    // The owner leaves out a key file that it could not open; the error to come shall name it.
+    if (FieldText(record->KeyPath).empty() && (request.hasPassword || Exists(keyPath)))
+        CopyText(record->KeyPath, FieldText(keyPath));
     if (request.hasPassword)
         return MountWithPassword(*record, request, services.channel);
     MountDialog dialog(*record, services);
@@ -52,7 +63,7 @@ int Mount(CommandLineRequest& request, const UiServices& services) {
 int Dismount(const CommandLineRequest& request, RequestChannel& channel) {
     VolumeRecord record{};
     CopyText(record.Path, FieldText(request.volumePath));
-    AddCurrentFolder(record.Path);
+    CompletePath(record.Path);
     channel.SendDismountVolume(record);
     return kHandedOn;
 }

@@ -62,8 +62,14 @@ void WipeEverywhere(std::span<const std::byte> text) {
             pattern.WipeIn({static_cast<std::byte*>(region.BaseAddress), region.RegionSize});
 }
 
+/// A shorter text is not looked for: it may stand anywhere by chance, and no password worth the name, with
+/// the words around it, is that short.
+constexpr std::size_t kLeastPattern = 8;
+
 /// Wipes a text, zeros inside it included, in its wide and its narrow form.
 void WipeBothForms(std::wstring_view text) {
+    if (text.size() < kLeastPattern)
+        return;
     const int wideSize = static_cast<int>(text.size());
     const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), wideSize, nullptr, 0, nullptr, nullptr);
     const std::unique_ptr<char[]> narrow(new (std::nothrow) char[static_cast<std::size_t>(size)]);
@@ -105,6 +111,7 @@ void WipeCommandLine(wchar_t** words) {
     if (words != nullptr && words[0] != nullptr)
         WipeWords(words + 1);
     WipeBothForms(arguments);
+    WipeMemory(const_cast<wchar_t*>(arguments.data()), arguments.size() * sizeof(wchar_t));
 }
 
 } // namespace quilla

@@ -2,7 +2,8 @@
 
 namespace quilla {
 
-/// Shows a text in a message box owned by the active window: caption "Quilla Error", error icon, OK.
+/// Shows a text in a message box owned by the active window: caption "Quilla Error", error icon, OK. While an
+/// ErrorHold lives, text and owner are noted instead; a text that waits already is not noted again.
 void ShowError(const wchar_t* text);
 
 /// Passes ok through; shows the text first if it is false.
@@ -12,5 +13,26 @@ bool CheckResult(bool ok, const wchar_t* text);
 /// thread's last error, which must still be the failed call's. With a last error of zero only the text is
 /// shown. The whole message is cut to 259 units.
 bool CheckResultWithSystemError(bool ok, const wchar_t* text);
+
+/// While one lives, errors are noted and no box is shown. A box runs a message loop that lets every other
+/// request, command and message in, so none may open while a row, a key, a lock or an exchange is held. When
+/// the outermost hold ends, the announcer is told, or, without one, the boxes are shown there and then. Used
+/// on one thread, that of the windows.
+class ErrorHold {
+  public:
+    ErrorHold();
+    ~ErrorHold();
+    ErrorHold(const ErrorHold&) = delete;
+    ErrorHold& operator=(const ErrorHold&) = delete;
+};
+
+/// Shows what has been noted, one box at a time, the oldest first. Does nothing while a hold lives or while
+/// an outer call is at it already.
+void ShowNotedErrors();
+
+/// Is called when errors have been noted and the last hold has ended: sees to it that ShowNotedErrors is
+/// called from a place that holds nothing, such as a posted message.
+using ErrorAnnouncer = void (*)(void* context);
+void SetErrorAnnouncer(ErrorAnnouncer announce, void* context);
 
 } // namespace quilla

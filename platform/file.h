@@ -43,6 +43,12 @@ class File {
     [[nodiscard]] static File Open(const PathUnit* path, FileAccess access, FileSharing sharing,
                                    FileCreation creation);
 
+    /// Deletes a file by its name, if it can be; keeps the platform's last error.
+    static void Remove(const PathUnit* path);
+
+    /// Whether two names lead to one file; false if either leads to none.
+    [[nodiscard]] static bool IsSameFile(const PathUnit* one, const PathUnit* other);
+
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
     void Close();
 

@@ -32,10 +32,13 @@ DWORD RefuseStreamAccess() {
 
 } // namespace
 
-/// Takes the address of a VolumeRecord with its key; zero when the volume cannot be served.
+/// Takes the address of a VolumeRecord with its key; zero when the volume cannot be served. A key file is no
+/// volume: the first block that a client writes would destroy the master key.
 QUILLA_EXPORT std::uintptr_t SEC_Init(std::uintptr_t context) {
     auto* const record = reinterpret_cast<VolumeRecord*>(context);
-    if (record == nullptr || quilla::FieldText(record->Path).size() == quilla::kPathUnits)
+    if (record == nullptr || quilla::FieldText(record->Path).size() == quilla::kPathUnits ||
+        quilla::FieldText(record->KeyPath).size() == quilla::kPathUnits ||
+        quilla::File::IsSameFile(record->Path, record->KeyPath))
         return 0;
     quilla::File file = quilla::File::Open(record->Path, quilla::FileAccess::ReadWrite,
                                            quilla::FileSharing::None, quilla::FileCreation::OpenExisting);

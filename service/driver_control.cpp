@@ -1,6 +1,7 @@
 #include "service/driver_control.h"
 
 #include "desktop/ce_services.h"
+#include "desktop/device_manager.h"
 #include "platform/disk_codes.h"
 #include "platform/error_box.h"
 #include "platform/win32/handle.h"
@@ -82,11 +83,14 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
     BroadcastDeviceChange(record.DeviceName, kDeviceArrival, L"/ADD");
 }
 
-void DriverControl::UnloadDriver(VolumeRecord& record) {
+StopReport DriverControl::UnloadDriver(VolumeRecord& record) {
+    static_cast<void>(GetDeviceManager().TakeStopReport());
     SendControl(record, kIoctlVolumeDetach);
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
+    const StopReport report = GetDeviceManager().TakeStopReport();
     BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
+    return report;
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {

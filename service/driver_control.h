@@ -1,5 +1,6 @@
 #pragma once
 
+#include "export/stop_report.h"
 #include "volume/volume_record.h"
 
 namespace quilla {
@@ -19,8 +20,8 @@ class DriverControl {
     void LoadDriver(VolumeRecord& record);
 
     /// Lets the driver flush and release its file, removes the device and announces that; DeviceHandle
-    /// becomes 0.
-    void UnloadDriver(VolumeRecord& record);
+    /// becomes 0. Returns what became of the device's clients.
+    StopReport UnloadDriver(VolumeRecord& record);
 
     /// Has the driver bring the record's ActivityTime up to date.
     void QueryDriver(VolumeRecord& record);

@@ -2,35 +2,17 @@
 
 #include "platform/win32/handle.h"
 #include "platform/wipe.h"
+#include "service/request_turn.h"
 #include "service/window_messages.h"
 
 namespace quilla {
 
 namespace {
 
-/// Waits for the mutex without a time limit. Requests that other processes send to this thread's windows are
-/// served meanwhile: the mutex may be theirs, and they give it up only after their answer.
-void WaitForMutex(HANDLE mutex) {
-    while (MsgWaitForMultipleObjectsEx(1, &mutex, INFINITE, QS_SENDMESSAGE, MWMO_INPUTAVAILABLE) ==
-           WAIT_OBJECT_0 + 1) {
-        MSG ignored;
-        PeekMessageW(&ignored, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-    }
-}
-
-/// Takes the mutex that keeps senders of all processes apart. It is never released, only closed: a thread
-/// that has it may take it again, and a process that waits for it gets it when the thread that has it ends.
-UniqueMutex TakeRequestMutex() {
-    UniqueMutex mutex(CreateMutexW(nullptr, TRUE, kRequestMutexName));
-    if (GetLastError() == ERROR_ALREADY_EXISTS)
-        WaitForMutex(mutex.Get());
-    return mutex;
-}
-
 /// One exchange with the window that serves requests; the reply replaces the block. Without a mapping the
 /// block stays as it is.
 void SendRequest(const HWND& target, RequestBlock& block) {
-    const UniqueMutex mutex = TakeRequestMutex();
+    const RequestTurn turn;
     // The server acts only while this handle keeps the mapping in existence.
     const UniqueMapping mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                                    kRequestMappingSize, kRequestMappingName));

@@ -1,10 +1,11 @@
 #include "service/request_server.h"
 
-#include "desktop/device_manager.h"
 #include "platform/clock.h"
+#include "platform/error_box.h"
 #include "platform/win32/handle.h"
 #include "platform/wipe.h"
 #include "service/window_messages.h"
+#include "store/same_volume.h"
 #include "store/volume_files.h"
 #include "toolkit/list_view.h"
 
@@ -30,25 +31,43 @@ void TakeRequest(const RequestBlock& shared, RequestBlock& request) {
     request.Record.KeyPath[kPathUnits - 1] = 0;
 }
 
-/// Marks a stretch of work on the list.
-class BusyScope {
-  public:
-    explicit BusyScope(unsigned& depth) : depth_(depth) { ++depth_; }
-    ~BusyScope() { --depth_; }
-    BusyScope(const BusyScope&) = delete;
-    BusyScope& operator=(const BusyScope&) = delete;
+/// Gives a sender its reply: a record of the list, which never leaves the server with a key in it.
+void Reply(VolumeRecord& reply, const VolumeRecord& record) {
+    reply = record;
+    Wipe(reply.Key);
+}
 
-  private:
-    unsigned& depth_;
-};
+/// A data key belongs to a volume with a cipher, and a volume is one without a cipher only if its key file
+/// says so or there is none. Anything else would let plain text into an enciphered volume.
+bool MayMount(const ListedVolume& volume, const VolumeRecord& wanted) {
+    const bool lacksCipher = volume.record.Cipher == CipherId::None && wanted.Key != DataKey{};
+    if (volume.keyFile != KeyFileState::Unreadable && !lacksCipher)
+        return true;
+    ReportUnreadableKeyFile(wanted.KeyPath);
+    return false;
+}
 
 } // namespace
+
+/// A stretch of work on the list: errors wait until it is over.
+class RequestServer::Work {
+  public:
+    explicit Work(RequestServer& server) : server_(server) { ++server_.busy_; }
+    ~Work() { --server_.busy_; }
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
+
+  private:
+    ErrorHold hold_; // ends last
+    RequestServer& server_;
+};
 
 RequestServer::RequestServer(BListView& list, DriverControl& driver, MountObserver& observer,
                              UINT sweepMilliseconds)
     : list_(list), driver_(driver), observer_(observer), sweepMilliseconds_(sweepMilliseconds) {}
 
 LRESULT RequestServer::Serve() {
+    const Work work(*this);
     const UniqueMapping mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                                    kRequestMappingSize, kRequestMappingName));
     if (GetLastError() != ERROR_ALREADY_EXISTS)
@@ -59,7 +78,6 @@ LRESULT RequestServer::Serve() {
     auto& shared = *static_cast<RequestBlock*>(view.Get());
     Secret<RequestBlock> request;
     TakeRequest(shared, *request);
-    const BusyScope busy(busy_);
     return Perform(*request, shared.Record);
 }
 
@@ -71,8 +89,7 @@ LRESULT RequestServer::Perform(const RequestBlock& request, VolumeRecord& reply)
     case RequestCode::QueryVolume:
         return Query(request.Record, reply);
     case RequestCode::DeleteVolumeFiles:
-        static_cast<void>(RemoveVolumeFiles(request.Record));
-        return 0;
+        return Delete(request.Record);
     case RequestCode::MountVolume:
         return Mount(request.Record, reply);
     case RequestCode::DismountVolume:
@@ -84,70 +101,86 @@ LRESULT RequestServer::Perform(const RequestBlock& request, VolumeRecord& reply)
     return 0; // an unknown code asks for nothing
 }
 
-RequestServer::Listed RequestServer::Find(const VolumeRecord& wanted) {
-    const int row = FindVolume(list_, wanted.Path, wanted.KeyPath);
-    return {.row = row, .record = row >= 0 ? &RecordAt(list_, row) : nullptr};
+/// The listed volume of a request; none for a request that names no volume, or without memory.
+ListedVolume* RequestServer::Find(const VolumeRecord& wanted) {
+    const int row = wanted.Path[0] != 0 ? FindVolume(list_, wanted.Path, wanted.KeyPath) : -1;
+    return row >= 0 ? &ListedAt(list_, row) : nullptr;
 }
 
 LRESULT RequestServer::Query(const VolumeRecord& wanted, VolumeRecord& reply) {
-    if (const VolumeRecord* const record = Find(wanted).record)
-        reply = *record;
+    if (const ListedVolume* const volume = Find(wanted))
+        Reply(reply, volume->record);
     return 0;
 }
 
 LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
-    VolumeRecord* const record = Find(wanted).record;
-    if (record == nullptr || record->IsMounted())
+    if (!CheckResult(!IsSameVolume(wanted.Path, wanted.KeyPath), L"A key file cannot be mounted as a volume"))
         return -1;
-    record->Timeout = wanted.Timeout;
-    record->Flags = wanted.Flags;
-    record->Key = wanted.Key;
-    driver_.LoadDriver(*record);
-    Wipe(record->Key);
-    UpdateVolumeRow(list_, RowOf(list_, *record), *record);
-    reply = *record;
-    if (record->IsMounted())
+    ListedVolume* const volume = Find(wanted);
+    if (volume == nullptr || volume->record.IsMounted())
+        return -1;
+    VolumeRecord& record = volume->record;
+    if (MayMount(*volume, wanted)) {
+        record.Timeout = wanted.Timeout;
+        record.Flags = wanted.Flags;
+        record.Key = wanted.Key;
+        driver_.LoadDriver(record);
+        Wipe(record.Key);
+    }
+    UpdateVolumeRow(list_, RowOf(list_, record), record);
+    Reply(reply, record);
+    if (record.IsMounted())
         sweep_.Start(list_.hwnd, sweepMilliseconds_);
     return 0;
 }
 
 LRESULT RequestServer::DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply) {
-    const auto [row, record] = Find(wanted);
-    if (record == nullptr || !record->IsMounted())
+    ListedVolume* const volume = Find(wanted);
+    if (volume == nullptr || !volume->record.IsMounted())
         return -1;
-    Dismount(row, DismountReason::User);
-    reply = *record;
+    Dismount(volume->record, DismountReason::User);
+    Reply(reply, volume->record);
     return 0;
 }
 
-void RequestServer::Dismount(int row, DismountReason reason) {
-    VolumeRecord& record = RecordAt(list_, row);
-    driver_.UnloadDriver(record);
+/// The files of a mounted volume stay: the driver has the one, and the other is the only way back to it.
+LRESULT RequestServer::Delete(const VolumeRecord& wanted) {
+    const int row = FindRow(list_, wanted.Path);
+    if (row < 0 || !RecordAt(list_, row).IsMounted())
+        static_cast<void>(RemoveVolumeFiles(wanted));
+    return 0;
+}
+
+void RequestServer::Dismount(VolumeRecord& record, DismountReason reason) {
+    const Work work(*this);
+    const StopReport report = driver_.UnloadDriver(record);
     UpdateVolumeRow(list_, RowOf(list_, record), record);
     if (!AnyVolumeMounted(list_))
         sweep_.Stop();
-    observer_.OnVolumeDismounted(record, reason, GetDeviceManager().TakeStopReport());
+    observer_.OnVolumeDismounted(record, reason, report);
 }
 
 void RequestServer::DismountSelected() {
     const int row = SelectedRow(list_);
     if (row >= 0)
-        Dismount(row, DismountReason::User);
+        Dismount(RecordAt(list_, row), DismountReason::User);
 }
 
 void RequestServer::DismountAll() {
+    const Work work(*this);
     for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row)
         if (RecordAt(list_, row).IsMounted())
-            Dismount(row, DismountReason::User);
+            Dismount(RecordAt(list_, row), DismountReason::User);
 }
 
 void RequestServer::CheckTimeouts() {
+    const Work work(*this);
     const std::uint64_t now = LocalFileTime();
     for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row) {
         VolumeRecord& record = RecordAt(list_, row);
         driver_.QueryDriver(record);
         if (HasTimedOut(record, now))
-            Dismount(row, DismountReason::Timeout);
+            Dismount(record, DismountReason::Timeout);
     }
 }
 

@@ -36,8 +36,8 @@ class RequestServer {
     /// this happens every 15 seconds by itself.
     void CheckTimeouts();
 
-    /// Whether a request is being served at this moment. An error box may be open then, so that the user can
-    /// reach the main window: rows must not be removed.
+    /// Whether volumes are being worked on at this moment. Sent messages come through then, while a notice
+    /// goes round: rows must not be removed, nor the window destroyed, nor a request be sent.
     [[nodiscard]] bool IsServing() const { return busy_ != 0; }
 
     /// The close rule: the main window may be destroyed only while no volume is mounted and no request is
@@ -45,18 +45,15 @@ class RequestServer {
     [[nodiscard]] bool MayClose() const;
 
   private:
-    /// A volume of the list; none without memory for one more.
-    struct Listed {
-        int row;
-        VolumeRecord* record;
-    };
+    class Work;
 
     LRESULT Perform(const RequestBlock& request, VolumeRecord& reply);
     LRESULT Query(const VolumeRecord& wanted, VolumeRecord& reply);
     LRESULT Mount(const VolumeRecord& wanted, VolumeRecord& reply);
     LRESULT DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply);
-    [[nodiscard]] Listed Find(const VolumeRecord& wanted);
-    void Dismount(int row, DismountReason reason);
+    LRESULT Delete(const VolumeRecord& wanted);
+    [[nodiscard]] ListedVolume* Find(const VolumeRecord& wanted);
+    void Dismount(VolumeRecord& record, DismountReason reason);
     static void Sweep(void* server);
 
     BListView& list_;

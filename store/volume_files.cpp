@@ -23,21 +23,6 @@ constexpr StatusText kStatusTexts[] = {
     {KeyFileStatus::UnknownFormat, L"Unknown data format in file ", false},
 };
 
-/// Reports a failure; nothing between the failed call and here changes the thread's last error.
-bool Report(KeyFileStatus status, const wchar_t* path) {
-    for (const StatusText& entry : kStatusTexts) {
-        if (entry.status != status)
-            continue;
-        wchar_t message[2 * kPathUnits];
-        const std::size_t length = TextView(entry.text).copy(message, kPathUnits);
-        const TextView shown = TextView(path).substr(0, kPathUnits);
-        shown.copy(message + length, shown.size());
-        message[length + shown.size()] = 0;
-        return entry.systemError ? CheckResultWithSystemError(false, message) : CheckResult(false, message);
-    }
-    return true;
-}
-
 /// The size as the directory knows it: that of a mounted volume, whose file the driver shares with nobody.
 std::uint64_t DirectorySize(const wchar_t* path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -57,36 +42,64 @@ std::uint64_t VolumeFileSize(const wchar_t* path) {
     return size;
 }
 
-/// Creates the volume file; its content is whatever the file system gives a file that was extended.
-void CreateVolumeFile(const wchar_t* path, std::uint64_t size) {
-    const File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
-    if (file.IsOpen())
-        static_cast<void>(file.SetSize(size));
+/// Creates the volume file; its content is whatever the file system gives a file that was extended. Returns
+/// whether there is a new file, in its full size.
+bool CreateVolumeFile(const wchar_t* path, std::uint64_t size) {
+    File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+    if (!file.IsOpen() || file.SetSize(size))
+        return file.IsOpen();
+    file.Close();
+    DeleteFileW(path);
+    return false;
 }
 
 } // namespace
 
-bool ReadKeyFileSummary(VolumeRecord& record) {
+// Nothing between the failed call and here changes the thread's last error.
+bool ReportKeyFile(KeyFileStatus status, const wchar_t* path) {
+    for (const StatusText& entry : kStatusTexts) {
+        if (entry.status != status)
+            continue;
+        wchar_t message[2 * kPathUnits];
+        const std::size_t length = TextView(entry.text).copy(message, kPathUnits);
+        const TextView shown = TextView(path).substr(0, kPathUnits);
+        shown.copy(message + length, shown.size());
+        message[length + shown.size()] = 0;
+        return entry.systemError ? CheckResultWithSystemError(false, message) : CheckResult(false, message);
+    }
+    return true;
+}
+
+KeyFileState ReadKeyFileSummary(VolumeRecord& record) {
     const RecordPath path(record.KeyPath);
     const KeyFileStatus status = ReadSummary(path.text, record);
     if (status != KeyFileStatus::CannotOpen)
-        return Report(status, path.text);
+        return ReportKeyFile(status, path.text) ? KeyFileState::Readable : KeyFileState::Unreadable;
     record.Cipher = CipherId::None;
     CopyText(record.KeyPath, TextView());
-    return false;
+    return GetFileAttributesW(path.text) == INVALID_FILE_ATTRIBUTES ? KeyFileState::Missing
+                                                                    : KeyFileState::Unreadable;
+}
+
+void ReportUnreadableKeyFile(const wchar_t* keyPath) {
+    VolumeRecord ignored{};
+    const KeyFileStatus status = ReadSummary(keyPath, ignored);
+    if (status == KeyFileStatus::Done) // by now
+        SetLastError(ERROR_SUCCESS);
+    ReportKeyFile(status == KeyFileStatus::Done ? KeyFileStatus::CannotRead : status, keyPath);
 }
 
 bool ReadChunk(const wchar_t* keyPath, const ChunkHeader& wanted, std::span<std::byte> payload) {
-    return Report(ReadKeyFileChunk(keyPath, wanted, payload), keyPath);
+    return ReportKeyFile(ReadKeyFileChunk(keyPath, wanted, payload), keyPath);
 }
 
 bool RewriteChunk(const wchar_t* keyPath, const ChunkHeader& wanted, std::span<const std::byte> payload) {
-    return Report(RewriteKeyFileChunk(keyPath, wanted, payload), keyPath);
+    return ReportKeyFile(RewriteKeyFileChunk(keyPath, wanted, payload), keyPath);
 }
 
 bool WriteKeyFile(const VolumeRecord& record, const PasswordDigest& passwordKey) {
     const RecordPath path(record.KeyPath);
-    return Report(CreateKeyFile(path.text, record, passwordKey), path.text);
+    return ReportKeyFile(CreateKeyFile(path.text, record, passwordKey), path.text);
 }
 
 bool UpdateTimeout(const VolumeRecord& record) {
@@ -102,20 +115,28 @@ bool UpdateTimeout(const VolumeRecord& record) {
 }
 
 bool BuildVolumeFiles(const VolumeRecord& record, const PasswordDigest& passwordKey) {
-    CreateVolumeFile(RecordPath(record.Path).text, record.Size);
-    return record.Cipher == CipherId::None || WriteKeyFile(record, passwordKey);
+    const RecordPath path(record.Path);
+    const bool isVolumeMade = CreateVolumeFile(path.text, record.Size);
+    if (record.Cipher == CipherId::None || WriteKeyFile(record, passwordKey))
+        return true;
+    if (isVolumeMade)
+        DeleteFileW(path.text);
+    return false;
 }
 
-void ReadVolumeInfo(VolumeRecord& record) {
+KeyFileState ReadVolumeInfo(VolumeRecord& record) {
+    const ErrorHold hold; // the record counts as not mounted for a moment
     record.Size = VolumeFileSize(RecordPath(record.Path).text);
+    KeyFileState state = KeyFileState::None;
     if (!FieldText(record.KeyPath).empty()) {
-        ReadKeyFileSummary(record);
+        state = ReadKeyFileSummary(record);
     } else {
         record.Cipher = CipherId::None;
         record.Timeout = 0;
         record.Flags = 0;
     }
     record.DeviceHandle = 0;
+    return state;
 }
 
 bool RemoveVolumeFiles(const VolumeRecord& record) {

@@ -1,7 +1,8 @@
 #include "store/volume_list.h"
 
+#include "platform/error_box.h"
 #include "store/display_text.h"
-#include "store/volume_files.h"
+#include "store/same_volume.h"
 #include "toolkit/list_view.h"
 
 #include <memory>
@@ -24,53 +25,52 @@ int CountRows(const BListView& list) {
     return ListView_GetItemCount(list.hwnd);
 }
 
-/// Folds one unit as the platform does for file names.
-TextUnit FoldUnit(TextUnit unit) {
-    const auto folded = CharLowerW(reinterpret_cast<wchar_t*>(static_cast<std::uintptr_t>(unit)));
-    return static_cast<TextUnit>(reinterpret_cast<std::uintptr_t>(folded));
-}
-
-bool IsSamePath(TextView one, TextView other) {
-    if (one.size() != other.size())
-        return false;
-    for (std::size_t i = 0; i < one.size(); ++i)
-        if (one[i] != other[i] && FoldUnit(one[i]) != FoldUnit(other[i]))
-            return false;
-    return true;
-}
-
-/// The last row of a path, or -1.
-int FindRow(const BListView& list, TextView path) {
-    int row = CountRows(list);
-    while (--row >= 0)
-        if (IsSamePath(FieldText(RecordAt(list, row).Path), path))
-            break;
-    return row;
-}
-
 /// Reads a listed record's files again. The file of a mounted volume belongs to its driver, so that its size
 /// cannot be asked for, nor can it change.
-void RefreshListed(VolumeRecord& record) {
+void RefreshListed(ListedVolume& listed) {
+    VolumeRecord& record = listed.record;
     const std::uint32_t device = record.DeviceHandle;
     const std::uint64_t size = record.Size;
-    static_cast<void>(ReadVolumeInfo(record));
+    listed.keyFile = ReadVolumeInfo(record);
     record.DeviceHandle = device;
     if (device != 0 && record.Size == 0)
         record.Size = size;
+}
+
+/// Takes a key path that is wanted into a listed volume and reads its files.
+void TakeKeyPath(ListedVolume& listed, const wchar_t* keyPath) {
+    CopyText(listed.record.KeyPath, keyPath);
+    if (*keyPath != 0)
+        CopyText(listed.lastKeyPath, keyPath);
+    RefreshListed(listed);
 }
 
 void SetColumn(const BListView& list, int row, Column column, const wchar_t* text) {
     ListView_SetItemText(list.hwnd, row, column, const_cast<wchar_t*>(text));
 }
 
+int Append(BListView& list, const ListedVolume& volume) {
+    std::unique_ptr<ListedVolume> owned(new (std::nothrow) ListedVolume(volume));
+    if (!owned)
+        return -1;
+    const int row = UpdateVolumeRow(list, -1, owned->record);
+    if (row >= 0)
+        static_cast<void>(owned.release()); // the row owns it now
+    return row;
+}
+
 } // namespace
 
-VolumeRecord& RecordAt(const BListView& list, int row) {
+ListedVolume& ListedAt(const BListView& list, int row) {
     LVITEMW item{};
     item.mask = LVIF_PARAM;
     item.iItem = row;
     ListView_GetItem(list.hwnd, &item);
-    return *reinterpret_cast<VolumeRecord*>(item.lParam);
+    return *reinterpret_cast<ListedVolume*>(item.lParam);
+}
+
+VolumeRecord& RecordAt(const BListView& list, int row) {
+    return ListedAt(list, row).record;
 }
 
 int RowOf(const BListView& list, const VolumeRecord& record) {
@@ -84,23 +84,47 @@ int SelectedRow(const BListView& list) {
     return ListView_GetNextItem(list.hwnd, -1, LVNI_SELECTED);
 }
 
+int FindRow(const BListView& list, const wchar_t* path) {
+    int row = CountRows(list);
+    while (--row >= 0)
+        if (IsSameVolume(RecordAt(list, row).Path, path))
+            break;
+    return row;
+}
+
 int FindVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
+    const ErrorHold hold;
     const int row = FindRow(list, path);
-    if (row >= 0) {
-        VolumeRecord& record = RecordAt(list, row);
-        CopyText(record.KeyPath, keyPath);
-        RefreshListed(record);
-        return UpdateVolumeRow(list, RowOf(list, record), record);
-    }
-    return AddNewVolume(list, path, keyPath);
+    if (row < 0)
+        return AddNewVolume(list, path, keyPath);
+    ListedVolume& listed = ListedAt(list, row);
+    TakeKeyPath(listed, keyPath);
+    return UpdateVolumeRow(list, row, listed.record);
 }
 
 int AddNewVolume(BListView& list, const wchar_t* path, const wchar_t* keyPath) {
-    VolumeRecord record{};
-    CopyText(record.Path, path);
-    CopyText(record.KeyPath, keyPath);
-    static_cast<void>(ReadVolumeInfo(record));
-    return AppendVolume(list, record);
+    const ErrorHold hold;
+    ListedVolume listed{};
+    CopyText(listed.record.Path, path);
+    TakeKeyPath(listed, keyPath);
+    return Append(list, listed);
+}
+
+void RecallKeyPath(BListView& list, int row) {
+    ListedVolume& listed = ListedAt(list, row);
+    VolumeRecord& record = listed.record;
+    if (record.KeyPath[0] != 0 || listed.lastKeyPath[0] == 0)
+        return;
+    const ErrorHold hold;
+    CopyText(record.KeyPath, FieldText(listed.lastKeyPath));
+    RefreshListed(listed);
+    CopyText(record.KeyPath, FieldText(listed.lastKeyPath));
+    UpdateVolumeRow(list, row, record);
+}
+
+void RememberKeyPath(const BListView& list, int row) {
+    ListedVolume& listed = ListedAt(list, row);
+    CopyText(listed.lastKeyPath, FieldText(listed.record.KeyPath));
 }
 
 int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record) {
@@ -124,17 +148,15 @@ int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record) {
 }
 
 int AppendVolume(BListView& list, const VolumeRecord& record) {
-    std::unique_ptr<VolumeRecord> owned(new (std::nothrow) VolumeRecord(record));
-    if (!owned)
-        return -1;
-    const int row = UpdateVolumeRow(list, -1, *owned);
-    if (row >= 0)
-        static_cast<void>(owned.release()); // the row owns it now
-    return row;
+    ListedVolume listed{};
+    listed.record = record;
+    listed.keyFile = record.KeyPath[0] != 0 ? KeyFileState::Readable : KeyFileState::None;
+    CopyText(listed.lastKeyPath, FieldText(record.KeyPath));
+    return Append(list, listed);
 }
 
 void RemoveRow(BListView& list, int row) {
-    const std::unique_ptr<VolumeRecord> record(&RecordAt(list, row));
+    const std::unique_ptr<ListedVolume> volume(&ListedAt(list, row));
     ListView_DeleteItem(list.hwnd, row);
 }
 

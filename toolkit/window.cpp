@@ -18,6 +18,15 @@ HWND ControlOf(const BMessage& message) {
                                           : reinterpret_cast<HWND>(message.lParam);
 }
 
+/// Notifications come from the thread's own controls. What another program sends may be no address at all.
+bool IsNotification(LPARAM header) {
+    NMHDR copy{};
+    SIZE_T size = 0;
+    return !InSendMessage() || (ReadProcessMemory(GetCurrentProcess(), reinterpret_cast<const void*>(header),
+                                                  &copy, sizeof(copy), &size) &&
+                                GetWindowThreadProcessId(copy.hwndFrom, nullptr) == GetCurrentThreadId());
+}
+
 } // namespace
 
 BWindow::BWindow() : thunk(*this) {}
@@ -36,6 +45,8 @@ LRESULT BWindow::Dispatch(BMessage& message) {
         RouteCommand(LOWORD(message.wParam), HIWORD(message.wParam), reinterpret_cast<HWND>(message.lParam));
         return 0;
     }
+    if (message.message == WM_NOTIFY && !IsNotification(message.lParam))
+        return 0;
     if (message.message == WM_NOTIFY)
         return RouteNotify(*reinterpret_cast<NMHDR*>(message.lParam));
     if (IsColourOrDrawMessage(message.message)) {

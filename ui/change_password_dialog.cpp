@@ -1,5 +1,6 @@
 #include "ui/change_password_dialog.h"
 
+#include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "store/volume_password.h"
 #include "ui/dialog_layout.h"
@@ -77,6 +78,7 @@ void ChangePasswordDialog::OnOk() {
     }
     TakePasswordKey(newEdit.hwnd, *passwordKey);
     StoreVolumeKey(*record, *passwordKey, *block);
+    ShowNotedErrors();
     EndDialog(IDOK);
 }
 

@@ -62,6 +62,8 @@ void MainWindow::Attach(HWND handle) {
     bar_.InsertMenuBar(IDR_MENU_BAR);
     bar_.AddButtons();
     list_.Create(hwnd, nullptr, 0);
+    SetErrorAnnouncer([](void* window) { PostMessageW(static_cast<HWND>(window), WM_SHOWERRORS, 0, 0); },
+                      hwnd);
     RestoreSettings();
     PlaceList();
     SetFocus(list_.hwnd);
@@ -143,6 +145,8 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         SetFocus(list_.hwnd);
         return 0;
     case WM_SHOWWINDOW:
+        if (message.wParam)
+            isCloseWanted_ = false; // the user has the program before him now
         if (message.wParam && maximizeWhenShown_) {
             maximizeWhenShown_ = false;
             PostMessageW(hwnd, WM_SYSCOMMAND, SC_MAXIMIZE, 0);
@@ -154,7 +158,7 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         return 0;
     }
     case WM_DPICHANGED:
-        OnDpiChanged(*reinterpret_cast<const RECT*>(message.lParam));
+        OnDpiChanged(message.lParam);
         return 0;
     case WM_SYSCOLORCHANGE:
         SendMessageW(bar_.hwnd, message.message, message.wParam, message.lParam);
@@ -177,7 +181,11 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         }
         return 0;
     case WM_LISTMENU:
-        OpenListMenu(*reinterpret_cast<const POINT*>(message.lParam));
+        OpenListMenu(
+            {static_cast<short>(LOWORD(message.lParam)), static_cast<short>(HIWORD(message.lParam))});
+        return 0;
+    case WM_SHOWERRORS:
+        OnShowErrors();
         return 0;
     case WM_TRAYICON:
         OnTrayMessage(message.lParam);
@@ -193,8 +201,10 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
 }
 
 void MainWindow::OnClose() {
-    // A dialog's loop would take the end of the program for its own.
-    if (const HWND dialog = FindOpenDialog()) {
+    // The loop of a dialog would end with the program's WM_QUIT, and the program would go on: closing waits.
+    const HWND dialog = FindOpenDialog();
+    if (dialog || server_.IsServing()) {
+        isCloseWanted_ = true;
         SetForegroundWindow(dialog);
         return;
     }
@@ -204,6 +214,8 @@ void MainWindow::OnClose() {
         return;
     }
     const bool wasVisible = IsWindowVisible(hwnd) != FALSE;
+    // A program that was never shown was started for what is mounted, and ends with it.
+    isCloseWanted_ = !wasVisible;
     ShowWindow(hwnd, SW_HIDE);
     if (wasVisible && !hasToldOfHiding_) {
         hasToldOfHiding_ = true;
@@ -212,7 +224,29 @@ void MainWindow::OnClose() {
     }
 }
 
+/// Asks for the close that had to wait, once nothing stands in its way any more.
+void MainWindow::CloseIfWanted() {
+    if (isCloseWanted_ && server_.MayClose() && !FindOpenDialog()) {
+        isCloseWanted_ = false;
+        PostMessageW(hwnd, WM_CLOSE, 0, 0);
+    }
+}
+
+/// The end of a dialog that is on its way would end a box, too: then the errors wait until the program is
+/// idle.
+void MainWindow::OnShowErrors() {
+    MSG end;
+    if (!PeekMessageW(&end, nullptr, WM_QUIT, WM_QUIT, PM_NOREMOVE))
+        ShowNotedErrors();
+}
+
+void MainWindow::OnIdle() {
+    ShowNotedErrors();
+    CloseIfWanted();
+}
+
 void MainWindow::OnDestroy() {
+    SetErrorAnnouncer(nullptr, nullptr);
     SaveSettings();
     icon_.Remove();
     ClearRows(list_);
@@ -228,12 +262,23 @@ void MainWindow::OnTrayMessage(LPARAM mouseMessage) {
 
 LRESULT MainWindow::OnRequest() {
     const LRESULT result = server_.Serve();
-    if (!server_.IsServing())
-        list_.Sort();
+    if (server_.IsServing())
+        return result;
+    // The sender has its reply; the user's list keeps the key paths that requests leave out.
+    for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row)
+        RecallKeyPath(list_, row);
+    list_.Sort();
+    CloseIfWanted();
     return result;
 }
 
-void MainWindow::OnDpiChanged(const RECT& place) {
+/// The place that the system proposes is read with care: the message may come from another program.
+void MainWindow::OnDpiChanged(LPARAM placeAddress) {
+    RECT place;
+    SIZE_T size = 0;
+    if (!ReadProcessMemory(GetCurrentProcess(), reinterpret_cast<const void*>(placeAddress), &place,
+                           sizeof(place), &size))
+        GetWindowRect(hwnd, &place);
     LoadIcons();
     icon_.UpdateIcon();
     bar_.LoadImages();

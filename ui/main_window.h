@@ -28,6 +28,9 @@ class MainWindow final : public BWindow, private MountObserver {
     LRESULT OnCommand(int id, int code, HWND control) override;
     void OnUpdateCommand(BCommandState& state) override;
 
+    /// Is called when the program has nothing to do: obeys what had to wait for a dialog or a box to end.
+    void OnIdle();
+
   private:
     struct Command;
     static const Command kCommands[];
@@ -38,10 +41,12 @@ class MainWindow final : public BWindow, private MountObserver {
     void RestoreSettings();
     void SaveSettings() const;
     void OnClose();
+    void CloseIfWanted();
+    static void OnShowErrors();
     void OnDestroy();
     void OnTrayMessage(LPARAM mouseMessage);
     LRESULT OnRequest();
-    void OnDpiChanged(const RECT& place);
+    void OnDpiChanged(LPARAM place);
     void OnDropFiles(HDROP drop);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
                             const StopReport& report) override;
@@ -80,6 +85,7 @@ class MainWindow final : public BWindow, private MountObserver {
     UINT shellStarted_ = 0; ///< the message with which a new shell asks for notification icons
     bool maximizeWhenShown_ = false;
     bool hasToldOfHiding_ = false;
+    bool isCloseWanted_ = false; ///< a close that could not be obeyed yet
 };
 
 } // namespace quilla

@@ -24,14 +24,7 @@ namespace quilla {
 namespace {
 
 /// When a command is enabled.
-enum class Rule : unsigned char {
-    Always,
-    AnyVolume,
-    UnmountedVolume,
-    RemovableVolume,
-    MountedVolume,
-    AnyMounted
-};
+enum class Rule : unsigned char { Always, AnyVolume, UnmountedVolume, MountedVolume, AnyMounted };
 
 } // namespace
 
@@ -39,23 +32,24 @@ struct MainWindow::Command {
     int id;
     void (MainWindow::*perform)();
     Rule rule;
+    bool needsRows; ///< whether it works on the selected row or changes the rows
 };
 
 const MainWindow::Command MainWindow::kCommands[] = {
-    {IDM_NEW, &MainWindow::New, Rule::Always},
-    {IDM_OPEN, &MainWindow::Open, Rule::Always},
-    {IDM_CLOSE, &MainWindow::CloseSelected, Rule::RemovableVolume},
-    {IDM_DELETE, &MainWindow::DeleteSelected, Rule::RemovableVolume},
-    {IDM_EXIT, &MainWindow::Exit, Rule::Always},
-    {IDM_MOUNT, &MainWindow::Mount, Rule::UnmountedVolume},
-    {IDM_DISMOUNT, &MainWindow::Dismount, Rule::MountedVolume},
-    {IDM_CHANGE_PASSWORD, &MainWindow::ChangePassword, Rule::AnyVolume},
-    {IDM_PROPERTIES, &MainWindow::EditProperties, Rule::AnyVolume},
-    {IDM_CONTENTS, &MainWindow::ShowContents, Rule::Always},
-    {IDM_ABOUT, &MainWindow::ShowAbout, Rule::Always},
-    {IDM_COPY_ADDRESS, &MainWindow::CopyAddress, Rule::MountedVolume},
-    {IDM_SHOW_WINDOW, &MainWindow::ShowFromTray, Rule::Always},
-    {IDM_DISMOUNT_ALL, &MainWindow::DismountAll, Rule::AnyMounted},
+    {IDM_NEW, &MainWindow::New, Rule::Always, true},
+    {IDM_OPEN, &MainWindow::Open, Rule::Always, true},
+    {IDM_CLOSE, &MainWindow::CloseSelected, Rule::UnmountedVolume, true},
+    {IDM_DELETE, &MainWindow::DeleteSelected, Rule::UnmountedVolume, true},
+    {IDM_EXIT, &MainWindow::Exit, Rule::Always, false},
+    {IDM_MOUNT, &MainWindow::Mount, Rule::UnmountedVolume, true},
+    {IDM_DISMOUNT, &MainWindow::Dismount, Rule::MountedVolume, true},
+    {IDM_CHANGE_PASSWORD, &MainWindow::ChangePassword, Rule::AnyVolume, true},
+    {IDM_PROPERTIES, &MainWindow::EditProperties, Rule::AnyVolume, true},
+    {IDM_CONTENTS, &MainWindow::ShowContents, Rule::Always, false},
+    {IDM_ABOUT, &MainWindow::ShowAbout, Rule::Always, false},
+    {IDM_COPY_ADDRESS, &MainWindow::CopyAddress, Rule::MountedVolume, true},
+    {IDM_SHOW_WINDOW, &MainWindow::ShowFromTray, Rule::Always, false},
+    {IDM_DISMOUNT_ALL, &MainWindow::DismountAll, Rule::AnyMounted, false},
 };
 
 const MainWindow::Command* MainWindow::FindCommand(int id) {
@@ -69,6 +63,12 @@ LRESULT MainWindow::OnCommand(int id, int code, HWND control) {
     const Command* const command = FindCommand(id);
     if (!command)
         return BWindow::OnCommand(id, code, control);
+    if (server_.IsServing()) { // from outside, in the middle of a request: it comes again
+        PostMessageW(hwnd, WM_COMMAND, static_cast<WPARAM>(id), 0);
+        return 0;
+    }
+    if (command->needsRows && FindOpenDialog()) // what the dialog is about must stay as it is
+        return 0;
     (this->*command->perform)();
     return 0;
 }
@@ -90,9 +90,6 @@ void MainWindow::OnUpdateCommand(BCommandState& state) {
     case Rule::UnmountedVolume:
         state.Enable(volume && !volume->IsMounted());
         break;
-    case Rule::RemovableVolume: // a request may be at work on the rows behind an error box
-        state.Enable(volume && !volume->IsMounted() && !server_.IsServing());
-        break;
     case Rule::MountedVolume:
         state.Enable(volume && volume->IsMounted());
         break;
@@ -108,7 +105,9 @@ VolumeRecord* MainWindow::SelectedVolume() const {
 
 void MainWindow::UpdateVolume(VolumeRecord& record) {
     // Requests served while a dialog was open may have moved the row.
-    UpdateVolumeRow(list_, RowOf(list_, record), record);
+    const int row = RowOf(list_, record);
+    RememberKeyPath(list_, row);
+    UpdateVolumeRow(list_, row, record);
     list_.Sort();
 }
 
@@ -136,7 +135,9 @@ void MainWindow::Open() {
 void MainWindow::OpenVolume(const wchar_t* path) {
     PathText keyPath;
     DefaultKeyPath(path, keyPath);
-    list_.SelectRow(FindVolume(list_, path, keyPath));
+    const int row = FindVolume(list_, path, keyPath);
+    RecallKeyPath(list_, row);
+    list_.SelectRow(row);
     list_.Sort();
     SaveVolumeList(list_);
 }
@@ -152,7 +153,8 @@ void MainWindow::DeleteSelected() {
                L"Are you sure you want to delete\n\n%ls\n%ls\n\nand all the data inside?", record.Path,
                record.KeyPath);
     question[std::size(question) - 1] = 0;
-    if (MessageBoxW(hwnd, question, L"Confirm Delete", MB_OKCANCEL | MB_ICONEXCLAMATION) != IDOK)
+    if (MessageBoxW(hwnd, question, L"Confirm Delete", MB_OKCANCEL | MB_ICONEXCLAMATION | MB_DEFBUTTON2) !=
+        IDOK)
         return;
     if (record.IsMounted()) { // by another process, while the question was open
         ShowError(L"The volume has been mounted and cannot be deleted");
@@ -169,8 +171,7 @@ void MainWindow::Exit() {
 void MainWindow::Mount() {
     VolumeRecord& record = *SelectedVolume();
     MountDialog dialog(record, services_);
-    if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) == IDOK)
-        UpdateVolume(record);
+    dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)); // the server has brought the row up to date
 }
 
 void MainWindow::Dismount() {

@@ -1,5 +1,6 @@
 #include "ui/mount_dialog.h"
 
+#include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "store/volume_files.h"
 #include "store/volume_password.h"
@@ -7,7 +8,25 @@
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
 
+#include <cwchar>
+#include <iterator>
+
 namespace quilla {
+
+namespace {
+
+bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
+    wchar_t question[kPathUnits + 256];
+    _snwprintf(
+        question, std::size(question),
+        L"The key file\n\n%ls\n\nis missing. If the volume is encrypted, it shows nothing but meaningless "
+        L"data without it, and formatting it would destroy what it holds.\n\nMount it without a key file?",
+        keyPath);
+    question[std::size(question) - 1] = 0;
+    return MessageBoxW(dialog, question, L"Quilla Tarn", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
+}
+
+} // namespace
 
 void MountDialog::Attach(HWND handle) {
     VolumeDialog::Attach(handle);
@@ -19,8 +38,32 @@ void MountDialog::Attach(HWND handle) {
         SetFocus(passwordEdit.hwnd);
 }
 
-void MountDialog::OnOk() {
+/// Reads the key file that is named now: it decides whether a password is needed. Without the key file that a
+/// volume should have its clients would meet enciphered data, and offer to format it.
+bool MountDialog::IsKeyFileUsable() {
     keyField.GetName(work.KeyPath);
+    VolumeRecord seen = work;
+    const KeyFileState state = ReadVolumeInfo(seen);
+    if (state == KeyFileState::Unreadable) {
+        ReportUnreadableKeyFile(work.KeyPath);
+        return false;
+    }
+    if (state == KeyFileState::Missing && work.Cipher == CipherId::None)
+        return ConfirmMissingKeyFile(hwnd, work.KeyPath);
+    const bool needsPassword = state == KeyFileState::Readable && work.Cipher != seen.Cipher;
+    if (!needsPassword)
+        return true;
+    work.Cipher = seen.Cipher;
+    ChooseCipher(work.Cipher);
+    if (work.Cipher == CipherId::None)
+        return true;
+    SetFocus(passwordEdit.hwnd);
+    return GetWindowTextLengthW(passwordEdit.hwnd) > 0;
+}
+
+void MountDialog::OnOk() {
+    if (!IsKeyFileUsable())
+        return;
     if (work.Cipher != CipherId::None) {
         Secret<PasswordDigest> passwordKey;
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
@@ -33,10 +76,11 @@ void MountDialog::OnOk() {
     TakeTimeout();
     services.channel.SendMountVolume(work);
     Wipe(work.Key);
-    if (!work.IsMounted()) // it may have been mounted by somebody else meanwhile
-        TakeDeviceState();
-    UpdateTimeout(work);
-    Accept();
+    {
+        const ErrorHold hold;
+        UpdateTimeout(work);
+    }
+    Finish();
 }
 
 } // namespace quilla

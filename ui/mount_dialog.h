@@ -13,6 +13,9 @@ class MountDialog final : public VolumeDialog {
 
   protected:
     void OnOk() override;
+
+  private:
+    [[nodiscard]] bool IsKeyFileUsable();
 };
 
 } // namespace quilla

@@ -33,7 +33,9 @@ void NewVolumeDialog::OnOk() {
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
     services.channel.SendCreateVolumeFile(work, *passwordKey);
-    Accept();
+    passwordKey.WipeNow();
+    *record = work;
+    Finish();
 }
 
 } // namespace quilla

@@ -1,5 +1,6 @@
 #include "ui/properties_dialog.h"
 
+#include "platform/error_box.h"
 #include "store/volume_files.h"
 #include "ui/resource.h"
 
@@ -18,11 +19,16 @@ void PropertiesDialog::OnOk() {
     if (!keyField.readOnly)
         keyField.GetName(work.KeyPath);
     TakeTimeout();
-    TakeDeviceState();
-    if (work.IsMounted())
-        services.driver.UpdateDriver(work);
-    UpdateTimeout(work);
-    Accept();
+    if (!record->IsMounted()) // by now
+        CopyText(record->KeyPath, FieldText(work.KeyPath));
+    record->Timeout = work.Timeout;
+    if (record->IsMounted())
+        services.driver.UpdateDriver(*record);
+    {
+        const ErrorHold hold;
+        UpdateTimeout(*record);
+    }
+    Finish();
 }
 
 } // namespace quilla

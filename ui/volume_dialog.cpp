@@ -1,5 +1,6 @@
 #include "ui/volume_dialog.h"
 
+#include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "store/display_text.h"
 #include "ui/dialog_layout.h"
@@ -151,15 +152,14 @@ void VolumeDialog::TakeTimeout() {
     work.Timeout = TimeoutFromShown(minutes);
 }
 
-void VolumeDialog::TakeDeviceState() {
-    work.DeviceHandle = record->DeviceHandle;
-    work.ActivityTime = record->ActivityTime;
-    CopyText(work.DeviceName, FieldText(record->DeviceName));
+void VolumeDialog::Finish() {
+    ShowNotedErrors();
+    EndDialog(IDOK);
 }
 
-void VolumeDialog::Accept() {
-    *record = work;
-    EndDialog(IDOK);
+void VolumeDialog::ChooseCipher(CipherId cipher) {
+    SendMessageW(cipherCombo.hwnd, CB_SETCURSEL, static_cast<WPARAM>(ShowCipher(cipher)), 0);
+    UpdateCommandStates();
 }
 
 } // namespace quilla

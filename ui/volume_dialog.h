@@ -11,7 +11,7 @@
 namespace quilla {
 
 /// The dialog that shows a volume; New, Mount and Properties are its variants. It edits a working copy of the
-/// caller's record and writes it back only on OK.
+/// caller's record; what was edited goes back only on OK.
 class VolumeDialog : public BDialog, protected FileFieldHost {
   public:
     VolumeDialog(VolumeRecord& volume, const UiServices& uiServices);
@@ -33,14 +33,15 @@ class VolumeDialog : public BDialog, protected FileFieldHost {
     /// Volume path, size and cipher: what no dialog of an existing volume changes.
     void LockFixedFields();
     void TakeTimeout();
-    /// The caller's record may be the list's, and the volume may have been mounted or dismounted while the
-    /// dialog was open: what belongs to the device is taken from there.
-    void TakeDeviceState();
-    /// Gives the caller the edited record and ends the dialog with OK.
-    void Accept();
+    /// Ends the dialog with OK after the errors that its work has met; to be called with no secret in hand.
+    void Finish();
+    /// Shows a cipher and enables what goes with it.
+    void ChooseCipher(CipherId cipher);
 
-    VolumeRecord* record; ///< the caller's
-    VolumeRecord work;    ///< the copy that is edited
+    /// The caller's, which may be the list's: while the dialog is open the volume may be mounted or
+    /// dismounted, so only the fields that were edited go back, one by one.
+    VolumeRecord* record;
+    VolumeRecord work; ///< the copy that is edited
     const UiServices& services;
     KeyFileField keyField;
     VolumeFileField volumeField;

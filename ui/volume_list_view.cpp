@@ -1,5 +1,6 @@
 #include "ui/volume_list_view.h"
 
+#include "service/window_messages.h"
 #include "store/volume_list.h"
 #include "toolkit/dpi.h"
 #include "ui/device_address.h"
@@ -211,7 +212,7 @@ LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {
 }
 
 void VolumeListView::OpenMenu(POINT screen) const {
-    SendMessageW(GetParent(hwnd), WM_LISTMENU, 0, reinterpret_cast<LPARAM>(&screen));
+    SendMessageW(GetParent(hwnd), WM_LISTMENU, 0, MAKELPARAM(screen.x, screen.y));
 }
 
 void VolumeListView::OpenMenuByKey() const {

@@ -50,7 +50,4 @@ class VolumeListView : public BListView {
     bool sortsDescending_ = false;
 };
 
-/// Sent by the list to its parent when the pop-up menu is to open; lParam points to the POINT on the screen.
-inline constexpr UINT WM_LISTMENU = WM_APP + 3;
-
 } // namespace quilla

@@ -12,10 +12,8 @@ namespace quilla {
 namespace {
 
 /// Enciphers with the IV that the block holds.
-bool EncipherMasterKey(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey) {
-    const bool done = Cipher(passwordKey, cipher).Encrypt(block.masterKey, block.iv);
-    Wipe(passwordKey);
-    return done;
+bool EncipherMasterKey(KeyBlock& block, CipherId cipher, const PasswordDigest& passwordKey) {
+    return Cipher(passwordKey, cipher).Encrypt(block.masterKey, block.iv);
 }
 
 } // namespace
@@ -28,15 +26,18 @@ bool OpenKeyBlock(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey)
 }
 
 bool SealKeyBlock(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey) {
-    RandomFill(block.iv);
-    return EncipherMasterKey(block, cipher, passwordKey);
+    const bool done =
+        RandomFill(block.iv) == block.iv.size() && EncipherMasterKey(block, cipher, passwordKey);
+    Wipe(passwordKey);
+    return done;
 }
 
 bool MakeKeyBlock(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey) {
-    RandomFill(block.iv);
-    RandomFill(block.masterKey);
+    const bool isRandom =
+        RandomFill(block.iv) == block.iv.size() && RandomFill(block.masterKey) == block.masterKey.size();
     block.checksum = Crc32(block.masterKey);
-    const bool done = EncipherMasterKey(block, cipher, passwordKey);
+    const bool done = isRandom && EncipherMasterKey(block, cipher, passwordKey);
+    Wipe(passwordKey);
     if (!done)
         Wipe(block);
     return done;

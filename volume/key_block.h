@@ -34,7 +34,7 @@ static_assert(sizeof(KeyBlock) == 152);
 [[nodiscard]] bool OpenKeyBlock(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey);
 
 /// Enciphers an open block in place with a fresh IV and wipes the password key. The checksum stays. Returns
-/// false, with the master key still plain, when there is no such cipher or no memory.
+/// false, with the master key still plain, when there is no such cipher, no memory or no random IV.
 [[nodiscard]] bool SealKeyBlock(KeyBlock& block, CipherId cipher, PasswordDigest& passwordKey);
 
 /// Makes a new master key and seals it; fails like SealKeyBlock, with the block wiped.

@@ -1,6 +1,7 @@
 #include "volume/key_file.h"
 
 #include "platform/wipe.h"
+#include "volume/cipher_frame.h"
 
 #include <algorithm>
 #include <cstring>
@@ -76,24 +77,25 @@ bool ReadHeaderAt(const File& file, std::uint64_t position, ChunkHeader& header)
 }
 
 /// Walks from chunk to chunk until a header equals the wanted one. Whatever a header says about its length,
-/// the walk only goes forward and ends at the end of the file at the latest.
-bool FindChunk(const File& file, const ChunkHeader& wanted, std::uint64_t& payloadPosition) {
+/// the walk only goes forward and ends at the end of the file at the latest, which counts as a failed read. A
+/// file of more chunks than any key file has is of an unknown format.
+KeyFileStatus FindChunk(const File& file, const ChunkHeader& wanted, std::uint64_t& payloadPosition) {
     ChunkHeader header{};
     std::uint64_t size = 0;
     if (!file.GetSize(size) || !ReadHeaderAt(file, 0, header)) // what the file header says does not matter
-        return false;
+        return KeyFileStatus::CannotRead;
     std::uint64_t position = sizeof(header);
     for (int chunks = 0; chunks < kMaxChunks; ++chunks) {
         if (!ReadHeaderAt(file, position, header))
-            return false;
+            return KeyFileStatus::CannotRead;
         position += sizeof(header);
         payloadPosition = position;
         if (header == wanted)
-            return true;
+            return KeyFileStatus::Done;
         const std::uint64_t rest = size > position ? size - position : 0;
         position += std::min(header.Length(), rest);
     }
-    return false;
+    return KeyFileStatus::UnknownFormat;
 }
 
 KeyFileImage EmptyImage(const VolumeRecord& record) {
@@ -157,8 +159,8 @@ KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
     if (!file.IsOpen())
         return KeyFileStatus::CannotOpen;
     std::uint64_t position = 0;
-    if (!FindChunk(file, wanted, position))
-        return KeyFileStatus::CannotRead;
+    if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
+        return status;
     const Transfer transfer = file.ReadAt(position, payload);
     return transfer.succeeded && transfer.bytes == payload.size() ? KeyFileStatus::Done
                                                                   : KeyFileStatus::CannotRead;
@@ -170,28 +172,31 @@ KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wante
     if (!file.IsOpen())
         return KeyFileStatus::CannotOpen;
     std::uint64_t position = 0;
-    if (!FindChunk(file, wanted, position))
-        return KeyFileStatus::CannotRead;
+    if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
+        return status;
     return WriteWhole(file, position, payload) && file.Flush() ? KeyFileStatus::Done
                                                                : KeyFileStatus::CannotWrite;
 }
 
 KeyFileStatus CreateKeyFile(const PathUnit* path, const VolumeRecord& record,
                             const PasswordDigest& passwordKey) {
-    KeyFileImage image = EmptyImage(record);
+    Secret<KeyFileImage> image;
+    *image = EmptyImage(record);
     const bool enciphered = record.Cipher != CipherId::None;
-    if (enciphered && !AddKeyBlock(image, record.Cipher, passwordKey))
-        return KeyFileStatus::UnknownFormat;
-    const File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+    if (enciphered && !AddKeyBlock(*image, record.Cipher, passwordKey))
+        return BlockSizeOf(record.Cipher) == 0 ? KeyFileStatus::UnknownFormat : KeyFileStatus::CannotCreate;
+    File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
     if (!file.IsOpen())
         return KeyFileStatus::CannotCreate;
     constexpr std::size_t kTail = offsetof(KeyFileImage, reservedHeader);
     const std::size_t head = enciphered ? kTail : offsetof(KeyFileImage, keyBlock);
-    const auto bytes = std::as_bytes(std::span(&image, 1));
-    const bool written = WriteWhole(file, 0, bytes.first(head)) &&
-                         WriteWhole(file, head, bytes.subspan(kTail)) && file.Flush();
-    Wipe(image);
-    return written ? KeyFileStatus::Done : KeyFileStatus::CannotWrite;
+    const auto bytes = std::as_bytes(std::span(&*image, 1));
+    if (WriteWhole(file, 0, bytes.first(head)) && WriteWhole(file, head, bytes.subspan(kTail)) &&
+        file.Flush())
+        return KeyFileStatus::Done;
+    file.Close();
+    File::Remove(path);
+    return KeyFileStatus::CannotWrite;
 }
 
 } // namespace quilla

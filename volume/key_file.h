@@ -97,7 +97,7 @@ enum class KeyFileStatus : std::uint8_t {
 
 /// Creates the key file of a volume from its record: time-out, flags and, with a cipher, a key block with a
 /// new master key. Refuses a cipher that cannot encipher with UnknownFormat, since the master key would be
-/// written as it is.
+/// written as it is; without random numbers nothing is created. What a failure has begun is removed.
 [[nodiscard]] KeyFileStatus CreateKeyFile(const PathUnit* path, const VolumeRecord& record,
                                           const PasswordDigest& passwordKey);
 

@@ -82,7 +82,8 @@ void StirPool(EntropyPool& pool) {
 
 std::size_t RandomFill(std::span<std::byte> buffer) {
     Secret<EntropyPool> pool;
-    static_cast<void>(FillFromSystemRandom(std::as_writable_bytes(std::span(&*pool, 1))));
+    if (!FillFromSystemRandom(std::as_writable_bytes(std::span(&*pool, 1))))
+        return 0;
     pool->position = 0;
     Secret<EntropySnapshot> snapshot;
     TakeEntropySnapshot(*snapshot);

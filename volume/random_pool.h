@@ -32,7 +32,8 @@ void AddSnapshot(EntropyPool& pool, const EntropySnapshot& snapshot);
 void StirPool(EntropyPool& pool);
 
 /// Writes up to 256 random bytes to the front of the buffer; returns how many. The pool starts with bytes
-/// from the operating system's cryptographic generator, so its strength never rests on the snapshot alone.
-std::size_t RandomFill(std::span<std::byte> buffer);
+/// from the operating system's cryptographic generator, so its strength never rests on the snapshot alone:
+/// when that generator refuses, nothing is written and the result is 0.
+[[nodiscard]] std::size_t RandomFill(std::span<std::byte> buffer);
 
 } // namespace quilla

@@ -49,6 +49,19 @@ File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, Fi
     return file;
 }
 
+void File::Remove(const PathUnit* path) {
+    const int error = errno;
+    unlink(path);
+    errno = error;
+}
+
+bool File::IsSameFile(const PathUnit* one, const PathUnit* other) {
+    struct stat first {};
+    struct stat second {};
+    return stat(one, &first) == 0 && stat(other, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
 void File::Close() {
     if (IsOpen()) {
         const int error = errno;

@@ -3,6 +3,9 @@
 #include "platform/text.h"
 
 #include <cstdio>
+#include <memory>
+#include <new>
+#include <utility>
 #include <windows.h>
 
 namespace quilla {
@@ -20,10 +23,79 @@ void DescribeSystemError(DWORD error, std::span<wchar_t> text) {
     text.back() = 0; // a number that does not fit leaves the text unterminated
 }
 
+/// An error that waits until nothing is held any more.
+struct NotedError {
+    wchar_t text[2 * kPathUnits];
+    HWND owner;
+    std::unique_ptr<NotedError> next;
+};
+
+struct Notes {
+    unsigned holds = 0;
+    bool isShowing = false;
+    std::unique_ptr<NotedError> first;
+    ErrorAnnouncer announce = nullptr;
+    void* context = nullptr;
+};
+Notes notes;
+
+void ShowBox(const wchar_t* text, HWND owner) {
+    MessageBoxW(owner, text, L"Quilla Error", MB_ICONERROR);
+}
+
+/// The window that was active when the error came, unless it has gone or waits for another one by now.
+HWND OwnerOf(const NotedError& error) {
+    const bool isUsable = IsWindowVisible(error.owner) && IsWindowEnabled(error.owner);
+    return isUsable ? error.owner : GetActiveWindow();
+}
+
+void NoteError(const wchar_t* text) {
+    std::unique_ptr<NotedError>* end = &notes.first;
+    for (; *end; end = &(*end)->next)
+        if (lstrcmpW((*end)->text, text) == 0)
+            return;
+    end->reset(new (std::nothrow) NotedError{.text = {}, .owner = GetActiveWindow(), .next = nullptr});
+    if (*end)
+        CopyText((*end)->text, text);
+}
+
 } // namespace
 
 void ShowError(const wchar_t* text) {
-    MessageBoxW(GetActiveWindow(), text, L"Quilla Error", MB_ICONERROR);
+    if (notes.holds > 0)
+        NoteError(text);
+    else
+        ShowBox(text, GetActiveWindow());
+}
+
+ErrorHold::ErrorHold() {
+    ++notes.holds;
+}
+
+ErrorHold::~ErrorHold() {
+    if (--notes.holds > 0 || !notes.first)
+        return;
+    if (notes.announce)
+        notes.announce(notes.context);
+    else
+        ShowNotedErrors();
+}
+
+void ShowNotedErrors() {
+    if (notes.isShowing)
+        return;
+    notes.isShowing = true;
+    while (notes.first && notes.holds == 0) {
+        const std::unique_ptr<NotedError> error = std::move(notes.first);
+        notes.first = std::move(error->next);
+        ShowBox(error->text, OwnerOf(*error));
+    }
+    notes.isShowing = false;
+}
+
+void SetErrorAnnouncer(ErrorAnnouncer announce, void* context) {
+    notes.announce = announce;
+    notes.context = context;
 }
 
 bool CheckResult(bool ok, const wchar_t* text) {

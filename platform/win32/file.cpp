@@ -1,5 +1,7 @@
 #include "platform/file.h"
 
+#include "platform/win32/handle.h"
+
 #include <algorithm>
 #include <utility>
 #include <windows.h>
@@ -45,6 +47,14 @@ bool TransferAt(NativeTransfer transfer, HANDLE file, std::uint64_t position, vo
     return NT_SUCCESS(status);
 }
 
+/// What a name leads to; the file may be open elsewhere, however exclusively.
+bool DescribeFile(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& description) {
+    const UniqueFile file(CreateFileW(path, FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return file && GetFileInformationByHandle(file.Get(), &description);
+}
+
 } // namespace
 
 File& File::operator=(File&& other) noexcept {
@@ -61,6 +71,20 @@ File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, Fi
                                nullptr, creation == FileCreation::CreateNew ? CREATE_NEW : OPEN_EXISTING,
                                FILE_ATTRIBUTE_NORMAL, nullptr);
     return file;
+}
+
+void File::Remove(const PathUnit* path) {
+    const DWORD error = GetLastError();
+    DeleteFileW(path);
+    SetLastError(error);
+}
+
+bool File::IsSameFile(const PathUnit* one, const PathUnit* other) {
+    BY_HANDLE_FILE_INFORMATION first{};
+    BY_HANDLE_FILE_INFORMATION second{};
+    return DescribeFile(one, first) && DescribeFile(other, second) &&
+           first.dwVolumeSerialNumber == second.dwVolumeSerialNumber &&
+           first.nFileIndexHigh == second.nFileIndexHigh && first.nFileIndexLow == second.nFileIndexLow;
 }
 
 void File::Close() {

@@ -82,6 +82,7 @@ using UniqueEvent = UniqueHandle<KernelHandleTraits>;
 using UniqueMutex = UniqueHandle<KernelHandleTraits>;
 using UniqueMapping = UniqueHandle<KernelHandleTraits>;
 using UniqueProcess = UniqueHandle<KernelHandleTraits>;
+using UniqueThread = UniqueHandle<KernelHandleTraits>;
 using UniqueFile = UniqueHandle<FileHandleTraits>;
 using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
 using UniqueLibrary = UniqueHandle<LibraryTraits>;

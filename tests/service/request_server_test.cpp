@@ -51,7 +51,6 @@ class RequestServerTest : public test::DeviceTest, private MountObserver {
     RequestServerTest() {
         SetWindowLongPtrW(target_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
         SetWindowLongPtrW(target_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
-        static_cast<void>(GetDeviceManager().TakeStopReport());
     }
     ~RequestServerTest() override { DestroyWindow(target_); }
 
@@ -178,19 +177,76 @@ TEST_F(RequestServerTest, AFailedMountLeavesNothing) {
     test::MessageBoxWatcher boxes;
     VolumeRecord record = Create(L"a", CipherId::Cast128);
     FindVolume(window_.list, record.Path, record.KeyPath);
-    FindVolume(window_.list, L"C:\\gone.raw", L"");
     DeleteFileW(record.Path);
-    window_.PostMoveToEnd(0); // while the error is shown
     record = Mount(record);
-    EXPECT_EQ(window_.Text(0, 0), L"C:\\gone.raw");
     EXPECT_FALSE(record.IsMounted());
     EXPECT_EQ(record.Key, DataKey{});
-    EXPECT_EQ(RecordAt(window_.list, 1).Key, DataKey{});
+    EXPECT_EQ(RecordAt(window_.list, 0).Key, DataKey{});
     const auto seen = boxes.Take();
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].text, L"RegisterDevice() failed");
     EXPECT_TRUE(server_.MayClose());
     EXPECT_TRUE(dismounted_.empty());
+}
+
+/// Whatever is wrong with its key file, an enciphered volume is never exported as a plain one.
+TEST_F(RequestServerTest, MountsNoEncipheredVolumeAsAPlainOne) {
+    test::MessageBoxWatcher boxes;
+    VolumeRecord record = Create(L"a", CipherId::Twofish);
+    channel_.SendQueryVolume(record);
+    PasswordDigest passwordKey{};
+    ASSERT_TRUE(UnlockVolume(record, passwordKey));
+    const auto expectRefused = [&](VolumeRecord request, const std::wstring& start) {
+        channel_.SendMountVolume(request);
+        EXPECT_FALSE(request.IsMounted());
+        const auto seen = boxes.Take();
+        ASSERT_EQ(seen.size(), 1U) << "for one cause";
+        EXPECT_TRUE(seen[0].text.starts_with(start)) << seen[0].text;
+    };
+    {
+        const File held =
+            File::Open(record.KeyPath, FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+        expectRefused(record, L"Cannot open file " + std::wstring(record.KeyPath) + L"\nSharing violation");
+    }
+    VolumeRecord itself = record;
+    CopyText(itself.KeyPath, FieldText(itself.Path));
+    expectRefused(itself, L"A key file cannot be mounted");
+    {
+        const File file =
+            File::Open(record.KeyPath, FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+        const std::byte noCipher{11};
+        ASSERT_TRUE(file.WriteAt(60, {&noCipher, 1}).succeeded);
+    }
+    VolumeRecord keyless = record;
+    keyless.Key = {};
+    expectRefused(keyless, L"Unknown data format in file ");
+    DeleteFileW(record.KeyPath);
+    expectRefused(record, L"Cannot open file ");
+    keyless.Path[0] = 0;
+    channel_.SendQueryVolume(keyless);
+    EXPECT_EQ(window_.CountRows(), 1) << "a volume without a name";
+}
+
+/// One volume under its other names: found, not mounted twice, not deleted under its driver, dismounted.
+TEST_F(RequestServerTest, KnowsAVolumeByItsOtherNames) {
+    const VolumeRecord record = Mount(Create(L"a", CipherId::Cast128));
+    std::wstring slashes = record.Path;
+    std::ranges::replace(slashes, L'\\', L'/');
+    const std::wstring roundabout = folder_.File(L".\\x\\..\\A.raw");
+    for (const std::wstring& name : {slashes, roundabout}) {
+        VolumeRecord other = record;
+        CopyText(other.Path, name);
+        channel_.SendMountVolume(other);
+        EXPECT_EQ(lastResult_, -1);
+        channel_.SendDeleteVolumeFiles(other);
+        EXPECT_NE(GetFileAttributesW(record.KeyPath), INVALID_FILE_ATTRIBUTES) << "deleted while mounted";
+    }
+    EXPECT_EQ(window_.CountRows(), 1);
+    VolumeRecord dismount{};
+    CopyText(dismount.Path, roundabout);
+    channel_.SendDismountVolume(dismount);
+    EXPECT_EQ(dismounted_.size(), 1U);
+    EXPECT_EQ(window_.Text(0, 0), record.Path) << "shown as typed";
 }
 
 TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {

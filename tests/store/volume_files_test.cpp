@@ -65,7 +65,7 @@ TEST_F(VolumeFilesTest, AVolumeMayHaveNoKeyFile) {
     ASSERT_TRUE(BuildVolumeFiles(record, PasswordDigest{}));
     EXPECT_FALSE(key_.Exists());
     record = Record();
-    ReadVolumeInfo(record);
+    EXPECT_EQ(ReadVolumeInfo(record), KeyFileState::Missing);
     EXPECT_EQ(record.Size, 5ULL << 30);
     EXPECT_EQ(record.Cipher, CipherId::None);
     EXPECT_TRUE(FieldText(record.KeyPath).empty()); // it could not be opened
@@ -88,7 +88,7 @@ TEST_F(VolumeFilesTest, DamagedAndBusyKeyFilesAreReported) {
     VolumeRecord record = Record();
     Bytes payload(152);
     key_.Write(std::span(whole).first(63));
-    EXPECT_FALSE(ReadKeyFileSummary(record));
+    EXPECT_EQ(ReadKeyFileSummary(record), KeyFileState::Unreadable);
     ExpectBoxes({{L"Unknown data format in file ", 0}});
     SetLastError(ERROR_GEN_FAILURE); // of some call long ago: must not appear
     EXPECT_FALSE(ReadChunk(key_.Path(), kCastBlock, payload));

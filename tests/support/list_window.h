@@ -61,14 +61,6 @@ class ListWindow {
         ListView_SetItemState(list.hwnd, row, LVIS_SELECTED, LVIS_SELECTED);
     }
 
-    /// Moves a row to the end as soon as messages are looked for, as a user may do while an error is shown.
-    void PostMoveToEnd(int row) const {
-        const auto isLast = [](LPARAM one, LPARAM, LPARAM last) -> int { return one == last ? 1 : -1; };
-        const PFNLVCOMPARE compare = isLast;
-        PostMessageW(list.hwnd, LVM_SORTITEMS, reinterpret_cast<WPARAM>(&RecordAt(list, row)),
-                     reinterpret_cast<LPARAM>(compare));
-    }
-
     static inline BApplication application; ///< exists once, whatever the number of lists
     HWND parent = nullptr;
     BListView list;

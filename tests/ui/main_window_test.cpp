@@ -130,8 +130,11 @@ TEST_F(MainWindowTest, DeletesTheLongestNamesAndMissingFiles) {
     VolumeRecord record{};
     CopyText(record.Path, start + std::wstring(259 - start.size(), L'n'));
     CopyText(record.KeyPath, start + std::wstring(259 - start.size(), L'k'));
+    const std::wstring keyPath = record.KeyPath;
     channel.SendQueryVolume(record);
     EXPECT_EQ(Cell(0, 0), std::wstring(record.Path));
+    EXPECT_STREQ(record.KeyPath, L"") << "a sender learns that there is none";
+    EXPECT_EQ(Cell(0, 3), keyPath) << "the user keeps it: its medium may be absent";
     Select(0);
     MessageBoxWatcher boxes(IDOK);
     Command(IDM_DELETE);
@@ -139,7 +142,7 @@ TEST_F(MainWindowTest, DeletesTheLongestNamesAndMissingFiles) {
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].caption, L"Confirm Delete");
     EXPECT_EQ(seen[0].text, L"Are you sure you want to delete\n\n" + std::wstring(record.Path) + L"\n" +
-                                record.KeyPath + L"\n\nand all the data inside?");
+                                keyPath + L"\n\nand all the data inside?");
     EXPECT_EQ(CountRows(), 0);
 }
 

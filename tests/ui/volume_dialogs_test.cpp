@@ -20,7 +20,7 @@ class VolumeDialogsTest : public UiTest {
     /// The time-out that the key file of the enciphered volume holds, in minutes.
     std::uint64_t StoredMinutes() const {
         VolumeRecord record = RecordOf(kEnciphered);
-        EXPECT_TRUE(ReadKeyFileSummary(record));
+        EXPECT_EQ(ReadKeyFileSummary(record), KeyFileState::Readable);
         return record.Timeout / kTimeoutUnitsPerMinute;
     }
 
@@ -116,6 +116,38 @@ TEST_F(VolumeDialogsTest, MountTakesTheKeyFileFromAnotherPlace) {
             })});
     EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
     EXPECT_EQ(Cell(kEnciphered, 3), moved);
+}
+
+/// A command line dismounts without naming the key file.
+TEST_F(VolumeDialogsTest, TheListKeepsAKeyPathThatARequestLeavesOut) {
+    const std::wstring keyPath = RecordOf(kEnciphered).KeyPath;
+    MountRow(kEnciphered);
+    VolumeRecord request{};
+    CopyText(request.Path, FieldText(RecordOf(kEnciphered).Path));
+    channel.SendDismountVolume(request);
+    EXPECT_STREQ(request.KeyPath, L"");
+    EXPECT_EQ(Cell(kEnciphered, 3), keyPath);
+    EXPECT_EQ(RecordOf(kEnciphered).Cipher, CipherId::Twofish);
+
+    // Nor does it become a plain volume because its key file is not there at the moment.
+    ASSERT_TRUE(MoveFileW(keyPath.c_str(), (keyPath + L".away").c_str()));
+    channel.SendQueryVolume(request);
+    CopyText(request.KeyPath, keyPath);
+    channel.SendQueryVolume(request);
+    EXPECT_EQ(RecordOf(kEnciphered).Cipher, CipherId::None);
+    MessageBoxWatcher boxes(IDNO);
+    Command(IDM_MOUNT, {InDialog([&] {
+                Press(IDOK);
+                ASSERT_TRUE(MoveFileW((keyPath + L".away").c_str(), keyPath.c_str()));
+                Press(IDOK); // it wants a password now
+                EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
+                Type(IDC_PASSWORD, L"secret");
+                Press(IDOK);
+            })});
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_TRUE(seen[0].text.starts_with(L"The key file\n\n" + keyPath)) << seen[0].text;
+    EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
 }
 
 /// Nobody asks for a password without a cipher, and the volume may be mounted from elsewhere meanwhile.

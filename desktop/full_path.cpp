@@ -1,14 +1,10 @@
-#include "desktop/current_folder.h"
+#include "desktop/full_path.h"
 
 #include <windows.h>
 
 namespace quilla {
 
-void AddCurrentFolder(PathText& path) {
-    const TextView typed = FieldText(path);
-    const bool hasDrive = typed.size() > 1 && typed[1] == L':';
-    if (hasDrive || typed.starts_with(L'\\'))
-        return;
+void CompletePath(PathText& path) {
     PathText full;
     const DWORD length = GetFullPathNameW(path, kPathUnits, full, nullptr);
     if (length < kPathUnits) // 0 for an empty path

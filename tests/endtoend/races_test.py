@@ -1,0 +1,72 @@
+"""Commands started at the same moment, and error boxes that nobody answers: everybody gets his answer, and ends."""
+
+import os
+import unittest
+
+import oracle
+import quilla
+
+ROUNDS = int(os.environ.get("QUILLA_RACE_ROUNDS", "30"))
+
+
+class RacesTest(quilla.DesktopTest):
+
+    def at_once(self, *commands):
+        """Starts instances at the same moment."""
+        return [self.desktop.start(*words) for words in commands]
+
+    def wait(self, condition, what):
+        """Waits, and tells the box that may stand in the way."""
+        try:
+            return quilla.wait_until(condition, what)
+        except quilla.Failure as failure:
+            raise quilla.Failure(f"{failure}; box: {self.desktop.box(0)}") from None
+
+    def test_instances_that_start_together_all_end(self):
+        volumes = [self.volume(f"Data{i}", size=1 << 16) for i in range(3)]
+        for volume in volumes:
+            oracle.make_files(volume)
+        for i in range(ROUNDS):
+            mounts = self.at_once(*(("mount", volume.path, "/password", volume.password) for volume in volumes))
+            self.wait(lambda: sum(process.poll() is None for process in mounts) == 1,
+                      f"all but the serving instance to end (round {i})")
+            self.wait(lambda: len(list(self.desktop.local_data().glob("*.uri"))) == 3, f"three devices (round {i})")
+            # The window was never shown: the last dismount is the end of the serving instance, too.
+            dismounts = self.at_once(*(("dismount", volume.path) for volume in volumes))
+            self.wait(lambda: None not in [process.poll() for process in dismounts + mounts],
+                      f"all to end (round {i})")
+            self.desktop.instances.clear()
+
+    def test_nobody_waits_for_a_box(self):
+        missing, volume = self.volume("Missing"), self.volume()
+        oracle.make_files(missing)
+        oracle.make_files(volume)
+        missing.raw.unlink()
+        first = self.desktop.start_serving()
+        self.assertEqual(self.desktop.run("mount", missing.path, "/password", missing.password), 0)
+        # The box stands in the serving instance now, and others are served all the same.
+        self.assertEqual(self.desktop.run("mount", volume.path, "/password", volume.password), 0)
+        self.desktop.uri("SEC0")
+        self.assertEqual(self.desktop.run("dismount", "Z:/" + str(volume.raw)[1:]), 0)
+        self.desktop.wait_gone("SEC0")
+        self.desktop.send(quilla.WM_CLOSE)
+        self.assertIsNone(first.poll(), "closed under its own box")
+        self.assertEqual(self.desktop.box(), ("Quilla Error", "RegisterDevice() failed"))
+        self.assertEqual(first.wait(quilla.LIMIT), 0, "the close was forgotten")
+
+    def test_a_start_takes_over_from_one_that_was_killed(self):
+        volume = self.volume()
+        oracle.make_files(volume)
+        volume.key.write_bytes(b"\1" * 100)
+        first = self.desktop.start("mount", volume.path, "/password", volume.password)
+        quilla.wait_until(self.desktop.window, "the event")  # with the error still to be answered
+        waiting = self.desktop.start()
+        quilla.wait_until(lambda: waiting.poll() is not None, "the second start to be served behind the box")
+        first.kill()
+        first.wait(quilla.LIMIT)
+        process = self.desktop.start_serving()
+        self.assertEqual(self.desktop.close(process), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
