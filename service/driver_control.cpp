@@ -2,9 +2,12 @@
 
 #include "desktop/ce_services.h"
 #include "desktop/device_manager.h"
+#include "platform/device_name.h"
 #include "platform/disk_codes.h"
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "platform/win32/handle.h"
+#include "platform/win32/program_folder.h"
 #include "service/device_change.h"
 
 #include <bit>
@@ -13,10 +16,6 @@ namespace quilla {
 
 namespace {
 
-constexpr wchar_t kDevicePrefix[] = L"SEC";
-constexpr wchar_t kDeviceNameTemplate[] = L"SEC0:";
-constexpr std::size_t kDigitPosition = 3;
-constexpr unsigned kDeviceCount = 10;
 constexpr wchar_t kDriverFile[] = L"QuillaDriver.dll";
 
 /// Device events and the verbs that go with them (dbt.h).
@@ -43,26 +42,26 @@ void SendControl(const VolumeRecord& record, DWORD code, void* input = nullptr, 
                                           &returned, nullptr));
 }
 
-/// Names the first device that does not exist and returns its number; kDeviceCount (and the last name) when
+/// Names the first device that does not exist and returns its number; kMaxDevices (and the last name) when
 /// all exist.
 DWORD ChooseDeviceName(VolumeRecord& record) {
-    CopyText(record.DeviceName, kDeviceNameTemplate);
-    for (DWORD index = 0; index < kDeviceCount; ++index) {
-        record.DeviceName[kDigitPosition] = static_cast<wchar_t>(L'0' + index);
+    for (DWORD index = 0; index < kMaxDevices; ++index) {
+        FormatText(record.DeviceName, L"%ls%u:", kWideDevicePrefix, static_cast<unsigned>(index));
         if (!OpenDevice(record))
             return index;
     }
-    return kDeviceCount;
+    return kMaxDevices;
 }
 
-/// The driver lies beside the program. A path that would not fit stays empty, which no system loads.
-void FindDriver(PathText& path) {
-    const DWORD length = GetModuleFileNameW(nullptr, path, kPathUnits);
-    const std::size_t folder = TextView(path, length).rfind(L'\\') + 1;
-    const TextView file = kDriverFile;
-    path[0] = folder + file.size() < kPathUnits ? path[0] : 0;
-    if (path[0] != 0)
-        path[folder + file.copy(path + folder, file.size())] = 0;
+/// Exported by the driver: the ASCII name of the kernel that serves a cipher, empty without one.
+using KernelNameFunction = const char* (*)(DWORD cipher);
+
+UniqueLibrary LoadDriverLibrary() {
+    PathText path;
+    if (!PathBesideProgram(kDriverFile, path))
+        return UniqueLibrary();
+    return UniqueLibrary(
+        LoadLibraryExW(path, nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32));
 }
 
 } // namespace
@@ -70,10 +69,11 @@ void FindDriver(PathText& path) {
 void DriverControl::LoadDriver(VolumeRecord& record) {
     const DWORD index = ChooseDeviceName(record);
     PathText driver;
-    FindDriver(driver);
+    if (!PathBesideProgram(kDriverFile, driver))
+        driver[0] = 0; // which no system loads
     void* const context = ce::MapPtrToProcess(&record, GetCurrentProcess());
     const HANDLE device =
-        ce::RegisterDevice(kDevicePrefix, index, driver, std::bit_cast<std::uintptr_t>(context));
+        ce::RegisterDevice(kWideDevicePrefix, index, driver, std::bit_cast<std::uintptr_t>(context));
     record.DeviceHandle = static_cast<std::uint32_t>(std::bit_cast<std::uintptr_t>(device));
     static_cast<void>(CheckResult(record.DeviceHandle != 0, L"RegisterDevice() failed"));
 
@@ -99,6 +99,22 @@ void DriverControl::QueryDriver(VolumeRecord& record) {
 
 void DriverControl::UpdateDriver(VolumeRecord& record) {
     SendControl(record, kIoctlVolumeUpdate, &record, sizeof(record));
+}
+
+bool DriverControl::CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text) {
+    return record.IsMounted() && GetDeviceManager().CopyUri(record.DeviceName, text);
+}
+
+void DriverControl::DescribeKernels(std::span<wchar_t> text) {
+    const UniqueLibrary driver = LoadDriverLibrary();
+    const auto kernelName = reinterpret_cast<KernelNameFunction>(
+        reinterpret_cast<void*>(driver ? GetProcAddress(driver.Get(), "QuillaKernelName") : nullptr));
+    if (kernelName)
+        FormatText(text, L"Twofish kernel: %hs\nCAST kernel: %hs",
+                   kernelName(static_cast<DWORD>(CipherId::Twofish)),
+                   kernelName(static_cast<DWORD>(CipherId::Cast128)));
+    else
+        FormatText(text, L"The driver %ls is missing", kDriverFile);
 }
 
 } // namespace quilla

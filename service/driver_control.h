@@ -3,6 +3,9 @@
 #include "export/stop_report.h"
 #include "volume/volume_record.h"
 
+#include <cstddef>
+#include <span>
+
 namespace quilla {
 
 /// Loads, queries, updates and unloads the volume driver, one device per mounted volume. Keeps no state: all
@@ -10,6 +13,9 @@ namespace quilla {
 /// for the driver holds that address. Used on the main window's thread only.
 class DriverControl {
   public:
+    /// Units that hold every address.
+    static constexpr std::size_t kAddressUnits = 128;
+
     DriverControl() = default;
     DriverControl(const DriverControl&) = delete;
     DriverControl& operator=(const DriverControl&) = delete;
@@ -28,6 +34,14 @@ class DriverControl {
 
     /// Hands the record's changed settings to the driver.
     void UpdateDriver(VolumeRecord& record);
+
+    /// Copies the address at which block device clients reach a mounted volume (an NBD URI). False if it is
+    /// not mounted, or if the system shows its block devices by itself.
+    [[nodiscard]] static bool CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text);
+
+    /// Writes a line for each cipher that names the kernel which the driver uses on this processor, or that
+    /// there is no driver.
+    static void DescribeKernels(std::span<wchar_t> text);
 };
 
 } // namespace quilla

@@ -1,9 +1,9 @@
 #include "ui/about_dialog.h"
 
+#include "service/driver_control.h"
 #include "store/display_text.h"
 #include "toolkit/dpi.h"
 #include "ui/dialog_layout.h"
-#include "ui/driver_kernels.h"
 #include "ui/resource.h"
 
 #include <cwchar>
@@ -35,7 +35,7 @@ void AboutDialog::Attach(HWND handle) {
     _snwprintf(text, std::size(text), L"Ciphers: %ls (XTS), %ls (CBC)", CipherName(CipherId::Twofish),
                CipherName(CipherId::Cast128));
     SetDlgItemTextW(hwnd, IDC_ABOUT_CIPHERS, text);
-    DescribeDriverKernels(text);
+    DriverControl::DescribeKernels(text);
     SetDlgItemTextW(hwnd, IDC_ABOUT_KERNELS, text);
 }
 

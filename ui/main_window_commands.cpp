@@ -1,12 +1,12 @@
 // The commands of the main window and the pop-up menus that offer them.
 
 #include "platform/error_box.h"
+#include "service/driver_control.h"
 #include "store/default_key_path.h"
 #include "store/registry_store.h"
 #include "ui/about_dialog.h"
 #include "ui/change_password_dialog.h"
 #include "ui/clipboard.h"
-#include "ui/device_address.h"
 #include "ui/help.h"
 #include "ui/main_window.h"
 #include "ui/menu_shortcuts.h"
@@ -200,8 +200,8 @@ void MainWindow::ShowAbout() {
 }
 
 void MainWindow::CopyAddress() {
-    wchar_t address[kAddressUnits];
-    if (CopyDeviceAddress(*SelectedVolume(), address))
+    wchar_t address[DriverControl::kAddressUnits];
+    if (DriverControl::CopyAddress(*SelectedVolume(), address))
         CopyToClipboard(hwnd, address);
 }
 

@@ -1,15 +1,13 @@
 #include "ui/mount_dialog.h"
 
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "platform/wipe.h"
 #include "store/volume_files.h"
 #include "store/volume_password.h"
 #include "ui/dialog_message.h"
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
-
-#include <cwchar>
-#include <iterator>
 
 namespace quilla {
 
@@ -22,7 +20,6 @@ bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
         L"The key file\n\n%ls\n\nis missing. If the volume is encrypted, it shows nothing but meaningless "
         L"data without it, and formatting it would destroy what it holds.\n\nMount it without a key file?",
         keyPath);
-    question[std::size(question) - 1] = 0;
     return MessageBoxW(dialog, question, L"Quilla Tarn", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
 }
 

@@ -1,9 +1,9 @@
 #include "ui/volume_list_view.h"
 
+#include "service/driver_control.h"
 #include "service/window_messages.h"
 #include "store/volume_list.h"
 #include "toolkit/dpi.h"
-#include "ui/device_address.h"
 #include "ui/message_font.h"
 #include "ui/program_icon.h"
 #include "ui/resource.h"
@@ -199,9 +199,9 @@ bool VolumeListView::PreTranslate(MSG& message) {
 
 LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {
     const VolumeRecord& record = RecordAt(*this, tip.iItem);
-    wchar_t address[kAddressUnits];
+    wchar_t address[DriverControl::kAddressUnits];
     const auto units = static_cast<std::size_t>(tip.cchTextMax);
-    if (CopyDeviceAddress(record, address))
+    if (DriverControl::CopyAddress(record, address))
         _snwprintf(tip.pszText, units, L"%ls\nMounted as %ls\n%ls", record.Path, record.DeviceName, address);
     else if (GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
         _snwprintf(tip.pszText, units, L"%ls\nThe file is missing", record.Path);
