@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace quilla {
 
@@ -58,7 +59,7 @@ bool DeviceManager::Deregister(std::uint32_t handle) {
         return false;
     }
     Device& device = **found;
-    EndExport(device);
+    device.exported.Stop();
     for (Opened& opened : opened_)
         if (opened.device == &device) {
             device.driver.Close(opened.open);
@@ -68,10 +69,9 @@ bool DeviceManager::Deregister(std::uint32_t handle) {
     return true;
 }
 
-void DeviceManager::EndExport(Device& device) {
-    const StopReport report = device.exported.Stop();
-    stopReport_.clientsCutOff += report.clientsCutOff;
-    stopReport_.flushed = stopReport_.flushed && report.flushed;
+StopReport DeviceManager::StopExport(std::wstring_view name) {
+    Device* const device = Find(name);
+    return device != nullptr ? device->exported.Stop() : StopReport{};
 }
 
 bool DeviceManager::IsDeviceName(std::wstring_view name) {
@@ -129,7 +129,7 @@ bool DeviceManager::Control(std::uintptr_t file, DWORD code, void* input, DWORD 
         return false;
     }
     if (code == kIoctlVolumeDetach)
-        EndExport(*opened->device);
+        opened->device->exported.Stop();
     return opened->device->driver.Control(opened->open, code, input, inputSize, output, outputSize, returned);
 }
 

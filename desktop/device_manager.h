@@ -10,7 +10,6 @@
 #include <memory>
 #include <span>
 #include <string_view>
-#include <utility>
 
 namespace quilla {
 
@@ -53,8 +52,8 @@ class DeviceManager {
     /// Clients attached to a device at present.
     [[nodiscard]] unsigned CountClients(std::wstring_view name) const;
 
-    /// What the ends of exports since the last call have met, all together.
-    [[nodiscard]] StopReport TakeStopReport() { return std::exchange(stopReport_, {}); }
+    /// Ends a device's export before the device itself, for those who want to know what that has met.
+    StopReport StopExport(std::wstring_view name);
 
   private:
     struct Device {
@@ -72,7 +71,6 @@ class DeviceManager {
 
     [[nodiscard]] Device* Find(std::wstring_view name) const;
     [[nodiscard]] Opened* FindOpened(std::uintptr_t file);
-    void EndExport(Device& device);
 
     /// Keeps the driver's library loaded between two mounts: loading it again costs time, and the language's
     /// run-time library in it leaves memory behind at each unloading.
@@ -80,7 +78,6 @@ class DeviceManager {
     std::array<std::unique_ptr<Device>, kMaxDevices> devices_;
     std::array<Opened, 16> opened_;
     std::uint32_t lastHandle_ = 0;
-    StopReport stopReport_;
 };
 
 /// The device manager of this process.

@@ -84,11 +84,10 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
 }
 
 StopReport DriverControl::UnloadDriver(VolumeRecord& record) {
-    static_cast<void>(GetDeviceManager().TakeStopReport());
+    const StopReport report = GetDeviceManager().StopExport(record.DeviceName);
     SendControl(record, kIoctlVolumeDetach);
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
-    const StopReport report = GetDeviceManager().TakeStopReport();
     BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
     return report;
 }
@@ -103,6 +102,10 @@ void DriverControl::UpdateDriver(VolumeRecord& record) {
 
 bool DriverControl::CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text) {
     return record.IsMounted() && GetDeviceManager().CopyUri(record.DeviceName, text);
+}
+
+unsigned DriverControl::CountClients(const VolumeRecord& record) {
+    return record.IsMounted() ? GetDeviceManager().CountClients(record.DeviceName) : 0;
 }
 
 void DriverControl::DescribeKernels(std::span<wchar_t> text) {

@@ -39,6 +39,9 @@ class DriverControl {
     /// not mounted, or if the system shows its block devices by itself.
     [[nodiscard]] static bool CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text);
 
+    /// Clients attached to a mounted volume at present.
+    [[nodiscard]] static unsigned CountClients(const VolumeRecord& record);
+
     /// Writes a line for each cipher that names the kernel which the driver uses on this processor, or that
     /// there is no driver.
     static void DescribeKernels(std::span<wchar_t> text);

@@ -64,7 +64,7 @@ TEST_F(DeviceTest, KeepsWhatClientsWrote) {
         const Address address(UriOf(record));
         NbdClient client(address.port);
         ASSERT_TRUE(client.Enter(address.name));
-        EXPECT_EQ(GetDeviceManager().CountClients(record.DeviceName), 1U);
+        EXPECT_EQ(DriverControl::CountClients(record), 1U);
         EXPECT_EQ(client.Write(512, text), test::kOk);
         EXPECT_EQ(driver_.UnloadDriver(record).clientsCutOff, 1U);
     }
