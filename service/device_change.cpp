@@ -2,11 +2,10 @@
 
 #include "desktop/ce_services.h"
 #include "platform/text.h"
+#include "platform/win32/format_text.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cwchar>
-#include <iterator>
 
 namespace quilla {
 
@@ -34,7 +33,7 @@ void BroadcastDeviceChange(const wchar_t* deviceName, unsigned event, const wcha
         ce::SendNotifyMessageW(HWND_BROADCAST, WM_DEVICECHANGE, event, reinterpret_cast<LPARAM>(&notice)));
 
     wchar_t tail[32];
-    if (std::swprintf(tail, std::size(tail), L"%ls %ls", verb, deviceName) > 0)
+    if (FormatText(tail, L"%ls %ls", verb, deviceName))
         static_cast<void>(ce::CeEventHasOccurred(ce::NOTIFICATION_EVENT_DEVICE_CHANGE, tail));
 }
 

@@ -5,6 +5,7 @@
 
 #include "desktop/ce_services.h"
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "service/window_messages.h"
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
@@ -318,8 +319,7 @@ void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason r
     const wchar_t* const loss =
         report.flushed ? L"" : L" Not all that was written has reached its data file.";
     wchar_t text[256]; // what a notice takes
-    _snwprintf(text, std::size(text), L"%.70ls%ls%ls%ls", FileNameOf(record.Path), cause, cutOff, loss);
-    text[std::size(text) - 1] = 0;
+    FormatText(text, L"%.70ls%ls%ls%ls", FileNameOf(record.Path), cause, cutOff, loss);
     icon_.ShowNotice(kMainWindowTitle, text, isHarmless ? NIIF_INFO : NIIF_WARNING);
 }
 

@@ -1,6 +1,7 @@
 // The commands of the main window and the pop-up menus that offer them.
 
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "service/driver_control.h"
 #include "store/default_key_path.h"
 #include "store/registry_store.h"
@@ -15,9 +16,6 @@
 #include "ui/open_dialog.h"
 #include "ui/properties_dialog.h"
 #include "ui/resource.h"
-
-#include <cwchar>
-#include <iterator>
 
 namespace quilla {
 
@@ -149,10 +147,8 @@ void MainWindow::CloseSelected() {
 void MainWindow::DeleteSelected() {
     VolumeRecord& record = *SelectedVolume();
     wchar_t question[2 * kPathUnits + 80];
-    _snwprintf(question, std::size(question),
-               L"Are you sure you want to delete\n\n%ls\n%ls\n\nand all the data inside?", record.Path,
-               record.KeyPath);
-    question[std::size(question) - 1] = 0;
+    FormatText(question, L"Are you sure you want to delete\n\n%ls\n%ls\n\nand all the data inside?",
+               record.Path, record.KeyPath);
     if (MessageBoxW(hwnd, question, L"Confirm Delete", MB_OKCANCEL | MB_ICONEXCLAMATION | MB_DEFBUTTON2) !=
         IDOK)
         return;

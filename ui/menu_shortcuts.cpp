@@ -1,10 +1,9 @@
 #include "ui/menu_shortcuts.h"
 
 #include "platform/text.h"
+#include "platform/win32/format_text.h"
 #include "ui/resource.h"
 
-#include <cwchar>
-#include <iterator>
 #include <span>
 
 namespace quilla {
@@ -32,8 +31,7 @@ void NameShortcut(const ACCEL& accelerator, wchar_t (&text)[kTextUnits]) {
     }
     wchar_t alt[kTextUnits];
     NameKey(VK_MENU, alt);
-    _snwprintf(text, kTextUnits, L"%ls+%ls", alt, key);
-    text[kTextUnits - 1] = 0;
+    FormatText(text, L"%ls+%ls", alt, key);
 }
 
 void AddShortcutText(HMENU menu, int position, const ACCEL& accelerator) {
@@ -42,7 +40,7 @@ void AddShortcutText(HMENU menu, int position, const ACCEL& accelerator) {
     wchar_t text[kTextUnits];
     GetMenuStringW(menu, static_cast<UINT>(position), text, kTextUnits, MF_BYPOSITION);
     wchar_t full[2 * kTextUnits];
-    _snwprintf(full, std::size(full), L"%ls\t%ls", text, shortcut);
+    FormatText(full, L"%ls\t%ls", text, shortcut);
     MENUITEMINFOW item{};
     item.cbSize = sizeof(item);
     item.fMask = MIIM_STRING;

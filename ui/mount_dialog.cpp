@@ -15,8 +15,8 @@ namespace {
 
 bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
     wchar_t question[kPathUnits + 256];
-    _snwprintf(
-        question, std::size(question),
+    FormatText(
+        question,
         L"The key file\n\n%ls\n\nis missing. If the volume is encrypted, it shows nothing but meaningless "
         L"data without it, and formatting it would destroy what it holds.\n\nMount it without a key file?",
         keyPath);

@@ -1,5 +1,6 @@
 #include "ui/volume_list_view.h"
 
+#include "platform/win32/format_text.h"
 #include "service/driver_control.h"
 #include "service/window_messages.h"
 #include "store/volume_list.h"
@@ -7,8 +8,6 @@
 #include "ui/message_font.h"
 #include "ui/program_icon.h"
 #include "ui/resource.h"
-
-#include <cwchar>
 
 namespace quilla {
 
@@ -200,14 +199,13 @@ bool VolumeListView::PreTranslate(MSG& message) {
 LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {
     const VolumeRecord& record = RecordAt(*this, tip.iItem);
     wchar_t address[DriverControl::kAddressUnits];
-    const auto units = static_cast<std::size_t>(tip.cchTextMax);
+    const std::span text(tip.pszText, static_cast<std::size_t>(tip.cchTextMax));
     if (DriverControl::CopyAddress(record, address))
-        _snwprintf(tip.pszText, units, L"%ls\nMounted as %ls\n%ls", record.Path, record.DeviceName, address);
+        FormatText(text, L"%ls\nMounted as %ls\n%ls", record.Path, record.DeviceName, address);
     else if (GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
-        _snwprintf(tip.pszText, units, L"%ls\nThe file is missing", record.Path);
+        FormatText(text, L"%ls\nThe file is missing", record.Path);
     else
-        _snwprintf(tip.pszText, units, L"%ls", record.Path);
-    tip.pszText[units - 1] = 0;
+        FormatText(text, L"%ls", record.Path);
     return 0;
 }
 

@@ -1,8 +1,8 @@
 #include "platform/error_box.h"
 
 #include "platform/text.h"
+#include "platform/win32/format_text.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <utility>
@@ -18,9 +18,7 @@ void DescribeSystemError(DWORD error, std::span<wchar_t> text) {
                                         error, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), text.data(),
                                         static_cast<DWORD>(text.size()), nullptr);
     if (length == 0)
-        static_cast<void>(
-            std::swprintf(text.data(), text.size(), L"Error code: %u", static_cast<unsigned>(error)));
-    text.back() = 0; // a number that does not fit leaves the text unterminated
+        FormatText(text, L"Error code: %u", static_cast<unsigned>(error));
 }
 
 /// An error that waits until nothing is held any more.
