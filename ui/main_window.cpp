@@ -146,8 +146,6 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         SetFocus(list_.hwnd);
         return 0;
     case WM_SHOWWINDOW:
-        if (message.wParam)
-            isCloseWanted_ = false; // the user has the program before him now
         if (message.wParam && maximizeWhenShown_) {
             maximizeWhenShown_ = false;
             PostMessageW(hwnd, WM_SYSCOMMAND, SC_MAXIMIZE, 0);

@@ -202,6 +202,7 @@ void MainWindow::CopyAddress() {
 }
 
 void MainWindow::ShowFromTray() {
+    isCloseWanted_ = false; // the user has the program before him now
     if (IsIconic(hwnd))
         ShowWindow(hwnd, SW_RESTORE);
     SetWindowPos(hwnd, nullptr, 0, 0, 0, 0,

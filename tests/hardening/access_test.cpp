@@ -28,7 +28,7 @@ class AccessTest : public testing::Test {
 
     void Dismount(const QuillaTarn& program) const {
         EXPECT_EQ(QuillaTarn(L"dismount \"" + std::wstring(record.Path) + L"\"").Wait(), 0U);
-        program.Close();
+        EXPECT_EQ(program.Wait(), 0U) << "never shown, it ends with what it has mounted";
     }
 
     TemporaryFolder folder;

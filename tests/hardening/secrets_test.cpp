@@ -149,6 +149,7 @@ TEST_P(SecretsTest, NothingStaysOfAMountByCommandLine) {
     ExpectClean(program, secrets, "while mounted");
     EXPECT_FALSE(ScanMemory(program.Process(), schedules).empty())
         << "the driver's schedules should have been found; the search does not see what it should";
+    EXPECT_EQ(QuillaTarn(L"").Wait(), 0U); // a program that has been shown stays after the dismount
     EXPECT_EQ(QuillaTarn(Line(L"dismount")).Wait(), 0U);
     ASSERT_FALSE(IsMounted());
     ExpectAllClean(program, "after dismounting");
