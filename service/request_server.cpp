@@ -40,7 +40,8 @@ void Reply(VolumeRecord& reply, const VolumeRecord& record) {
 /// A data key belongs to a volume with a cipher, and a volume is one without a cipher only if its key file
 /// says so or there is none. Anything else would let plain text into an enciphered volume.
 bool MayMount(const ListedVolume& volume, const VolumeRecord& wanted) {
-    const bool lacksCipher = volume.record.Cipher == CipherId::None && wanted.Key != DataKey{};
+    const bool lacksCipher = volume.record.Cipher == CipherId::None &&
+                             volume.keyFile != KeyFileState::Readable && wanted.Key != DataKey{};
     if (volume.keyFile != KeyFileState::Unreadable && !lacksCipher)
         return true;
     ReportUnreadableKeyFile(wanted.KeyPath);
@@ -123,7 +124,7 @@ LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
     if (MayMount(*volume, wanted)) {
         record.Timeout = wanted.Timeout;
         record.Flags = wanted.Flags;
-        record.Key = wanted.Key;
+        record.Key = record.Cipher != CipherId::None ? wanted.Key : DataKey{};
         driver_.LoadDriver(record);
         Wipe(record.Key);
     }

@@ -106,6 +106,7 @@ class LoadTest(quilla.DesktopTest):
         self.clients.stop()  # idle connections keep nothing mounted
         self.desktop.wait_gone("SEC0", limit=40)
         self.clients.end()
+        self.assertEqual(self.program.wait(quilla.LIMIT), 0, "never shown, it ends with what it has mounted")
         self.desktop.mount(self.mounted)
         self.check("after the time-out")
         self.report("timed out once")
@@ -113,7 +114,7 @@ class LoadTest(quilla.DesktopTest):
         time.sleep(7)  # due again, but the timer's next look is still to come
         self.assertEqual(self.desktop.run("AppRunAtTime"), 0)
         self.assertFalse(self.desktop.uri_file("SEC0").exists(), "the wake-up word has swept nothing")
-        self.assertEqual(self.desktop.close(self.program), 0)
+        quilla.wait_until(lambda: not self.desktop.window(), "the instance to end with its volume")
 
 
 if __name__ == "__main__":
