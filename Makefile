@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host arm demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host handheld arm demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -17,6 +17,11 @@ host: packages
 	@cmake --preset host >/dev/null
 	@cmake --build --preset host -j $(JOBS)
 
+# Images for Windows CE on x86, and the check that the system has all that they import.
+handheld: packages
+	@cmake --preset handheld >/dev/null
+	@cmake --build --preset handheld -j $(JOBS)
+
 # The portable parts for a 32-bit ARM, tested in an emulator.
 arm: packages
 	@tools/install-packages tools/packages-arm.txt
@@ -27,7 +32,7 @@ arm: packages
 demo: windows
 	@tools/demo
 
-test: windows host
+test: windows host handheld
 	@tools/run-tests
 
 tsan: packages

@@ -3,6 +3,7 @@
 option(QUILLA_TESTS "Build the tests" ON)
 option(QUILLA_FUZZ "Build the fuzz targets (clang only)" OFF)
 option(QUILLA_BENCHMARKS "Build the benchmarks against other libraries" OFF)
+option(QUILLA_HANDHELD "Build images for Windows CE" OFF)
 set(QUILLA_SANITIZE "" CACHE STRING "Sanitizers for every target, e.g. address,undefined")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -41,7 +42,15 @@ target_link_libraries(quilla_product INTERFACE quilla_warnings)
 target_include_directories(quilla_product INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(quilla_product INTERFACE -fno-exceptions -fno-rtti -fno-threadsafe-statics
     -ffunction-sections -fdata-sections)
-if(WIN32)
+if(QUILLA_HANDHELD)
+    # Calls and callbacks of the system are cdecl there. An older _WIN32_WINNT turns newer calls into errors.
+    target_compile_definitions(quilla_product INTERFACE UNDER_CE _WIN32_WCE=0x500 _WIN32_WINNT=0x0502 UNICODE _UNICODE
+        WIN32_LEAN_AND_MEAN NOMINMAX STRICT)
+    target_compile_options(quilla_product INTERFACE -march=i586 -U__stdcall -D__stdcall=__cdecl -U_stdcall -D_stdcall=__cdecl
+        -fno-asynchronous-unwind-tables -include ${PROJECT_SOURCE_DIR}/platform/ce/prefix.h)
+    target_link_options(quilla_product INTERFACE -nostdlib -nostartfiles -s -Wl,--gc-sections -Wl,--disable-dynamicbase
+        -Wl,--disable-nxcompat -Wl,--disable-auto-import -Wl,--subsystem,wince:5.0)
+elseif(WIN32)
     target_compile_definitions(quilla_product INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN
         NOMINMAX STRICT)
     target_link_options(quilla_product INTERFACE -static -Wl,--gc-sections -Wl,--dynamicbase -Wl,--nxcompat
