@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host handheld arm demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host handheld test-handheld arm demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -21,6 +21,13 @@ host: packages
 handheld: packages
 	@cmake --preset handheld >/dev/null
 	@cmake --build --preset handheld -j $(JOBS)
+
+# The very image of the driver, run by a loader of the tests under Linux.
+test-handheld: handheld
+	@tools/install-packages tools/packages-handheld.txt
+	@g++ -m32 -mstackrealign -I. -I/usr/include/x86_64-linux-gnu -std=c++20 -O2 -Wall -Wextra \
+		tests/handheld/load_driver.cpp -o build/handheld/load_driver
+	@tests/handheld/driver_test.py build/handheld/load_driver build/handheld/bin/QuillaDriver.dll
 
 # The portable parts for a 32-bit ARM, tested in an emulator.
 arm: packages
