@@ -24,7 +24,7 @@ bool IsSameText(TextView one, TextView other) {
 /// Whether a full path lies on a drive of this machine, which answers at once.
 bool IsLocal(const wchar_t* path) {
     const wchar_t root[] = {path[0], L':', L'\\', 0};
-    return path[1] == L':' && GetDriveTypeW(root) != DRIVE_REMOTE;
+    return path[0] != 0 && path[1] == L':' && GetDriveTypeW(root) != DRIVE_REMOTE;
 }
 
 /// The full form of a path; the path itself where that does not fit.
