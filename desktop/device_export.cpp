@@ -36,17 +36,15 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
     std::array<char, kUriSize + 1> line;
     std::snprintf(line.data(), line.size(), "%s\n", uri_.data());
     static_cast<void>(WritePrivateFile(UriFileName(index).text, line.data()));
+    isServed_ = true;
     return true;
 }
 
 StopReport DeviceExport::Stop() {
-    if (!server_)
+    if (!isServed_.exchange(false))
         return {};
     RemovePrivateFile(UriFileName(index_).text);
-    const StopReport report = server_->Stop();
-    server_.reset();
-    uri_.fill(0);
-    return report;
+    return server_->Stop();
 }
 
 void DeviceExport::RemoveLeftovers() {

@@ -5,6 +5,7 @@
 #include "platform/device_name.h"
 
 #include <array>
+#include <atomic>
 #include <memory>
 
 namespace quilla {
@@ -26,23 +27,24 @@ class DeviceExport {
     /// cannot be written keeps nobody from using the export.
     [[nodiscard]] bool Start(BlockDevice& device, unsigned index);
 
-    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. A second
-    /// call does nothing.
+    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. May run on any
+    /// one thread while others ask for URI and clients. A second call does nothing.
     StopReport Stop();
 
     /// Removes the URI files that a process left which was ended with volumes mounted. To be called while
     /// nothing is exported.
     static void RemoveLeftovers();
 
-    /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not started.
-    [[nodiscard]] const char* Uri() const { return uri_.data(); }
+    /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not served.
+    [[nodiscard]] const char* Uri() const { return isServed_ ? uri_.data() : ""; }
 
-    [[nodiscard]] unsigned ConnectedClients() const { return server_ ? server_->ConnectedClients() : 0; }
+    [[nodiscard]] unsigned ConnectedClients() const { return isServed_ ? server_->ConnectedClients() : 0; }
 
   private:
     std::unique_ptr<nbd::Server> server_;
     std::array<char, kUriSize> uri_{};
     unsigned index_ = 0;
+    std::atomic<bool> isServed_ = false;
 };
 
 } // namespace quilla

@@ -23,6 +23,11 @@ bool IsBesideProgram(std::wstring_view library) {
                CSTR_EQUAL;
 }
 
+/// What stands for an opened device: no handle of the system has these lowest bits.
+std::uintptr_t FileOf(std::size_t slot) {
+    return std::uintptr_t{slot} << 2 | 2;
+}
+
 /// The number in a device name.
 unsigned DeviceIndex(std::wstring_view name) {
     return static_cast<unsigned>(name[kPrefix.size()] - L'0');
@@ -60,11 +65,9 @@ bool DeviceManager::Deregister(std::uint32_t handle) {
     }
     Device& device = **found;
     device.exported.Stop();
-    for (Opened& opened : opened_)
-        if (opened.device == &device) {
-            device.driver.Close(opened.open);
-            opened = {};
-        }
+    for (std::size_t slot = 0; slot < opened_.size(); ++slot)
+        if (opened_[slot].device == &device)
+            CloseDevice(FileOf(slot));
     found->reset();
     return true;
 }
@@ -86,10 +89,19 @@ DeviceManager::Device* DeviceManager::Find(std::wstring_view name) const {
     return IsDeviceName(name) ? devices_[DeviceIndex(name)].get() : nullptr;
 }
 
-DeviceManager::Opened* DeviceManager::FindOpened(std::uintptr_t file) {
+DeviceManager::Opened* DeviceManager::SlotOf(std::uintptr_t file) {
     const std::uintptr_t slot = file >> 2;
     return IsOpenDevice(file) && slot < opened_.size() && opened_[slot].device != nullptr ? &opened_[slot]
                                                                                           : nullptr;
+}
+
+/// An opened device, with the device null and the last error set if there is none of this handle.
+DeviceManager::Opened DeviceManager::FindOpened(std::uintptr_t file) {
+    const LockGuard guard(lock_);
+    const Opened* const slot = SlotOf(file);
+    if (slot == nullptr)
+        SetLastError(ERROR_INVALID_HANDLE);
+    return slot != nullptr ? *slot : Opened{};
 }
 
 std::uintptr_t DeviceManager::OpenDevice(std::wstring_view name, DWORD access, DWORD sharing) {
@@ -98,39 +110,37 @@ std::uintptr_t DeviceManager::OpenDevice(std::wstring_view name, DWORD access, D
         SetLastError(ERROR_DEV_NOT_EXIST);
         return 0;
     }
+    const LockGuard guard(lock_);
     const auto slot = std::ranges::find(opened_, nullptr, &Opened::device);
     if (slot == opened_.end()) {
         SetLastError(ERROR_TOO_MANY_OPEN_FILES);
         return 0;
     }
-    const std::uintptr_t open = device->driver.Open(access, sharing);
+    const std::uintptr_t open = device->driver.Open(access, sharing); // only counts
     if (open == 0)
         return 0;
     *slot = {.device = device, .open = open};
-    return static_cast<std::uintptr_t>(slot - opened_.begin()) << 2 | 2;
+    return FileOf(static_cast<std::size_t>(slot - opened_.begin()));
 }
 
 bool DeviceManager::CloseDevice(std::uintptr_t file) {
-    Opened* const opened = FindOpened(file);
-    if (opened == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    const Opened opened = FindOpened(file);
+    if (opened.device == nullptr)
         return false;
-    }
-    opened->device->driver.Close(opened->open);
-    *opened = {};
+    opened.device->driver.Close(opened.open);
+    const LockGuard guard(lock_);
+    *SlotOf(file) = {};
     return true;
 }
 
 bool DeviceManager::Control(std::uintptr_t file, DWORD code, void* input, DWORD inputSize, void* output,
                             DWORD outputSize, DWORD* returned) {
-    const Opened* const opened = FindOpened(file);
-    if (opened == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    const Opened opened = FindOpened(file);
+    if (opened.device == nullptr)
         return false;
-    }
     if (code == kIoctlVolumeDetach)
-        opened->device->exported.Stop();
-    return opened->device->driver.Control(opened->open, code, input, inputSize, output, outputSize, returned);
+        opened.device->exported.Stop();
+    return opened.device->driver.Control(opened.open, code, input, inputSize, output, outputSize, returned);
 }
 
 bool DeviceManager::CopyUri(std::wstring_view name, std::span<wchar_t> text) const {

@@ -3,6 +3,7 @@
 #include "desktop/device_export.h"
 #include "desktop/driver_block_device.h"
 #include "desktop/stream_driver.h"
+#include "platform/thread.h"
 #include "platform/win32/handle.h"
 
 #include <array>
@@ -15,8 +16,8 @@ namespace quilla {
 
 /// The devices of this process, which stand in for the device manager and the storage manager of Windows CE:
 /// drivers are loaded into this process, and each device is exported to block device clients while it exists.
-/// The rest of the program reaches it through ce_services.h. Used by one thread, the one that owns the main
-/// window; only the exports have threads of their own.
+/// The rest of the program reaches it through ce_services.h. Devices come and go on one thread, the one that
+/// owns the main window; a device that stays meanwhile can be opened, controlled and closed on others.
 class DeviceManager {
   public:
     DeviceManager() = default;
@@ -70,12 +71,14 @@ class DeviceManager {
     };
 
     [[nodiscard]] Device* Find(std::wstring_view name) const;
-    [[nodiscard]] Opened* FindOpened(std::uintptr_t file);
+    [[nodiscard]] Opened FindOpened(std::uintptr_t file);
+    [[nodiscard]] Opened* SlotOf(std::uintptr_t file);
 
     /// Keeps the driver's library loaded between two mounts: loading it again costs time, and the language's
     /// run-time library in it leaves memory behind at each unloading.
     UniqueLibrary library_;
     std::array<std::unique_ptr<Device>, kMaxDevices> devices_;
+    Lock lock_; ///< of opened_; never held while a driver or an export works
     std::array<Opened, 16> opened_;
     std::uint32_t lastHandle_ = 0;
 };

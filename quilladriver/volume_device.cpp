@@ -34,6 +34,7 @@ bool VolumeDevice::Open(File file, SectorCipher cipher) {
     cipher_ = std::move(cipher);
     tellsLoss_ = file_.IsIntact(size);
     flushFailed_ = false;
+    isDamaged_ = false;
     sectorCount_ = size / kSectorSize;
     NoteActivity();
     return true;
@@ -106,15 +107,23 @@ bool VolumeDevice::ReadPiece(std::uint64_t offset, std::span<std::byte> piece) c
     return true;
 }
 
-bool VolumeDevice::WritePiece(std::uint64_t offset, std::span<std::byte> piece) const {
-    cipher_.Encrypt(offset / kSectorSize, piece);
-    if (!IsIntact(offset + piece.size()))
-        return false;
-    const Transfer transfer = file_.WriteAt(offset, piece);
-    return transfer.succeeded && transfer.bytes == piece.size();
+bool VolumeDevice::IsIntact() {
+    if (tellsLoss_ && !file_.IsIntact(Size()))
+        isDamaged_ = true;
+    return !isDamaged_;
 }
 
-bool VolumeDevice::WriteZeroPiece(std::uint64_t offset, std::size_t size) const {
+/// A write that comes just after a cut extends the file again; the comparison after it sees that, unless the
+/// write ended at the very end.
+bool VolumeDevice::WritePiece(std::uint64_t offset, std::span<std::byte> piece) {
+    cipher_.Encrypt(offset / kSectorSize, piece);
+    if (!IsIntact())
+        return false;
+    const Transfer transfer = file_.WriteAt(offset, piece);
+    return IsIntact() && transfer.succeeded && transfer.bytes == piece.size();
+}
+
+bool VolumeDevice::WriteZeroPiece(std::uint64_t offset, std::size_t size) {
     const std::unique_ptr<std::byte[]> zeros(new (std::nothrow) std::byte[size]{});
     return zeros && WritePiece(offset, {zeros.get(), size});
 }
@@ -125,7 +134,7 @@ bool VolumeDevice::Flush() {
     const LockGuard guard(flushing_); // a flush that starts after a failed one must see the note of it
     if (!file_.Flush())
         flushFailed_ = true;
-    return !flushFailed_ && IsIntact(Size());
+    return IsIntact() && !flushFailed_;
 }
 
 } // namespace quilla

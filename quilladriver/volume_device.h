@@ -23,9 +23,9 @@ using ActivityClock = std::uint64_t (*)();
 /// A request that is not wholly inside the device moves nothing; one that fails may have been carried out in
 /// parts. Big requests are split over the processors: one part is deciphered while another is read.
 ///
-/// A file that was cut or removed behind the device's back keeps what is left readable; writes behind its end
-/// fail instead of extending it, and so does every flush. After a flush that has failed all others fail, too:
-/// the system may have dropped what it could not write, and it tells so once only.
+/// A file that was cut or removed behind the device's back keeps what is left readable and takes no write and
+/// no flush any more, even if it gets its size back: what was in it is gone. After a flush that has failed
+/// all others fail, too: the system may have dropped what it could not write, and it tells so once only.
 class VolumeDevice final : public BlockDevice {
   public:
     /// The clock supplies the times of LastActivity.
@@ -68,12 +68,12 @@ class VolumeDevice final : public BlockDevice {
     [[nodiscard]] std::uint64_t LastActivity() const { return lastActivity_.load(std::memory_order_relaxed); }
 
   private:
-    [[nodiscard]] bool IsIntact(std::uint64_t size) const { return !tellsLoss_ || file_.IsIntact(size); }
+    [[nodiscard]] bool IsIntact();
     template <typename Work>
     [[nodiscard]] bool ForEachPiece(std::uint64_t length, Work work);
     [[nodiscard]] bool ReadPiece(std::uint64_t offset, std::span<std::byte> piece) const;
-    [[nodiscard]] bool WritePiece(std::uint64_t offset, std::span<std::byte> piece) const;
-    [[nodiscard]] bool WriteZeroPiece(std::uint64_t offset, std::size_t size) const;
+    [[nodiscard]] bool WritePiece(std::uint64_t offset, std::span<std::byte> piece);
+    [[nodiscard]] bool WriteZeroPiece(std::uint64_t offset, std::size_t size);
     void NoteActivity() { lastActivity_.store(clock_(), std::memory_order_relaxed); }
 
     ActivityClock clock_;
@@ -82,6 +82,7 @@ class VolumeDevice final : public BlockDevice {
     WorkerPool pool_;
     std::uint64_t sectorCount_ = 0;
     bool tellsLoss_ = false; ///< whether the file's system can tell that the file is intact
+    std::atomic<bool> isDamaged_ = false;
     Lock flushing_;
     bool flushFailed_ = false;
     std::atomic<std::uint64_t> lastActivity_{0};

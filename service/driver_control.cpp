@@ -83,13 +83,16 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
     BroadcastDeviceChange(record.DeviceName, kDeviceArrival, L"/ADD");
 }
 
-StopReport DriverControl::UnloadDriver(VolumeRecord& record) {
+StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
     const StopReport report = GetDeviceManager().StopExport(record.DeviceName);
     SendControl(record, kIoctlVolumeDetach);
+    return report;
+}
+
+void DriverControl::UnloadDriver(VolumeRecord& record) {
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
     BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
-    return report;
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {

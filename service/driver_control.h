@@ -10,7 +10,7 @@ namespace quilla {
 
 /// Loads, queries, updates and unloads the volume driver, one device per mounted volume. Keeps no state: all
 /// of it is in the record. A record given to LoadDriver must stay at its address until UnloadDriver returns,
-/// for the driver holds that address. Used on the main window's thread only.
+/// for the driver holds that address. Used on the main window's thread only, but for DetachDriver.
 class DriverControl {
   public:
     /// Units that hold every address.
@@ -25,9 +25,13 @@ class DriverControl {
     /// "RegisterDevice() failed" and leaves DeviceHandle 0. The caller wipes Key in either case.
     void LoadDriver(VolumeRecord& record);
 
-    /// Lets the driver flush and release its file, removes the device and announces that; DeviceHandle
-    /// becomes 0. Returns what became of the device's clients.
-    StopReport UnloadDriver(VolumeRecord& record);
+    /// Ends the device's export and lets the driver flush and release its file. Takes as long as the disk
+    /// does; may be called on any thread while the record stays mounted. Returns what became of the device's
+    /// clients.
+    static StopReport DetachDriver(const VolumeRecord& record);
+
+    /// Removes a device, whose driver has been detached, and announces that; DeviceHandle becomes 0.
+    void UnloadDriver(VolumeRecord& record);
 
     /// Has the driver bring the record's ActivityTime up to date.
     void QueryDriver(VolumeRecord& record);

@@ -9,7 +9,9 @@
 #include "store/volume_files.h"
 #include "toolkit/list_view.h"
 
+#include <algorithm>
 #include <commctrl.h>
+#include <new>
 
 namespace quilla {
 
@@ -96,7 +98,7 @@ LRESULT RequestServer::Perform(const RequestBlock& request, VolumeRecord& reply)
     case RequestCode::DismountVolume:
         return DismountRequested(request.Record, reply);
     case RequestCode::CheckTimeouts:
-        CheckTimeouts();
+        CheckTimeouts(kSenderPatience);
         return 0;
     }
     return 0; // an unknown code asks for nothing
@@ -139,7 +141,8 @@ LRESULT RequestServer::DismountRequested(const VolumeRecord& wanted, VolumeRecor
     ListedVolume* const volume = Find(wanted);
     if (volume == nullptr || !volume->record.IsMounted())
         return -1;
-    Dismount(volume->record, DismountReason::User);
+    BeginDismount(volume->record, DismountReason::User);
+    AwaitDismounts(kSenderPatience);
     Reply(reply, volume->record);
     return 0;
 }
@@ -152,37 +155,88 @@ LRESULT RequestServer::Delete(const VolumeRecord& wanted) {
     return 0;
 }
 
-void RequestServer::Dismount(VolumeRecord& record, DismountReason reason) {
+bool RequestServer::IsDismounting(const VolumeRecord& record) const {
+    return std::ranges::any_of(detachments_, [&](const auto& detachment) {
+        return detachment && !detachment->isFinished && &detachment->Record() == &record;
+    });
+}
+
+void RequestServer::BeginDismount(VolumeRecord& record, DismountReason reason) {
+    const auto free = std::ranges::find_if(detachments_, [](const auto& detachment) { return !detachment; });
+    if (!IsDismounting(record) && free != detachments_.end())
+        free->reset(new (std::nothrow) Detachment(record, reason, GetParent(list_.hwnd)));
+}
+
+/// Gives the disks some time, completes what is over and marks the rows of the others. Requests that come
+/// meanwhile, through the waiting or through the notices, do the same; what they complete stays in its place
+/// until nobody looks at it any more.
+void RequestServer::AwaitDismounts(ULONGLONG patience) {
     const Work work(*this);
-    const StopReport report = driver_.UnloadDriver(record);
-    UpdateVolumeRow(list_, RowOf(list_, record), record);
+    ++awaiting_;
+    const ULONGLONG deadline = GetTickCount64() + patience;
+    for (const auto& detachment : detachments_)
+        if (detachment)
+            detachment->AwaitUntil(deadline);
+    for (const auto& detachment : detachments_) {
+        if (!detachment || detachment->isFinished)
+            continue;
+        if (detachment->IsOver())
+            FinishDismount(*detachment);
+        else
+            MarkDismounting(detachment->Record(), true);
+    }
+    if (--awaiting_ > 0)
+        return;
+    for (auto& detachment : detachments_)
+        if (detachment && detachment->isFinished)
+            detachment.reset();
+}
+
+/// Other programs are told, and so served, in the middle of this.
+void RequestServer::FinishDismount(Detachment& detachment) {
+    detachment.isFinished = true;
+    VolumeRecord& record = detachment.Record();
+    driver_.UnloadDriver(record);
+    MarkDismounting(record, false);
     if (!AnyVolumeMounted(list_))
         sweep_.Stop();
-    observer_.OnVolumeDismounted(record, reason, report);
+    observer_.OnVolumeDismounted(record, detachment.Reason(), detachment.Report());
+}
+
+void RequestServer::MarkDismounting(VolumeRecord& record, bool isDismounting) {
+    const int row = RowOf(list_, record);
+    ListedAt(list_, row).isDismounting = isDismounting;
+    UpdateVolumeRow(list_, row, record);
+}
+
+void RequestServer::FinishDismounts() {
+    AwaitDismounts(0);
 }
 
 void RequestServer::DismountSelected() {
     const int row = SelectedRow(list_);
-    if (row >= 0)
-        Dismount(RecordAt(list_, row), DismountReason::User);
+    if (row < 0)
+        return;
+    BeginDismount(RecordAt(list_, row), DismountReason::User);
+    AwaitDismounts(kWindowPatience);
 }
 
-void RequestServer::DismountAll() {
-    const Work work(*this);
+void RequestServer::DismountAll(ULONGLONG patience) {
     for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row)
         if (RecordAt(list_, row).IsMounted())
-            Dismount(RecordAt(list_, row), DismountReason::User);
+            BeginDismount(RecordAt(list_, row), DismountReason::User);
+    AwaitDismounts(patience);
 }
 
-void RequestServer::CheckTimeouts() {
-    const Work work(*this);
+void RequestServer::CheckTimeouts(ULONGLONG patience) {
     const std::uint64_t now = LocalFileTime();
     for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row) {
         VolumeRecord& record = RecordAt(list_, row);
         driver_.QueryDriver(record);
         if (HasTimedOut(record, now))
-            Dismount(record, DismountReason::Timeout);
+            BeginDismount(record, DismountReason::Timeout);
     }
+    AwaitDismounts(patience);
 }
 
 bool RequestServer::MayClose() const {

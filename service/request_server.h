@@ -1,11 +1,15 @@
 #pragma once
 
 #include "desktop/wake_up_timer.h"
+#include "platform/device_name.h"
+#include "service/detachment.h"
 #include "service/driver_control.h"
 #include "service/mount_observer.h"
 #include "service/request_block.h"
 #include "store/volume_list.h"
 
+#include <array>
+#include <memory>
 #include <windows.h>
 
 namespace quilla {
@@ -26,15 +30,24 @@ class RequestServer {
     /// Returns 0, or -1 for a mount of a mounted volume and a dismount of one that is not.
     LRESULT Serve();
 
+    /// How long a dismount may take before the program goes on and its row says so; and how long the sender
+    /// of a request waits, who is told afterwards that the volume is still mounted. A disk that hangs keeps
+    /// neither the window nor other senders.
+    static constexpr ULONGLONG kWindowPatience = 200;
+    static constexpr ULONGLONG kSenderPatience = 30'000;
+
     /// Dismounts the selected row's volume (the Dismount command, enabled for a mounted row only).
     void DismountSelected();
 
-    /// Dismounts every mounted volume, from the last row to the first.
-    void DismountAll();
+    /// Dismounts every mounted volume, from the last row to the first. Patience is in milliseconds.
+    void DismountAll(ULONGLONG patience = kWindowPatience);
+
+    /// The handler of WM_DETACHED: completes the dismounts whose disks are done.
+    void FinishDismounts();
 
     /// Dismounts every volume whose time-out ends within 15 seconds from now. While any volume is mounted
     /// this happens every 15 seconds by itself.
-    void CheckTimeouts();
+    void CheckTimeouts(ULONGLONG patience = kWindowPatience);
 
     /// Whether volumes are being worked on at this moment. Sent messages come through then, while a notice
     /// goes round: rows must not be removed, nor the window destroyed, nor a request be sent.
@@ -53,7 +66,11 @@ class RequestServer {
     LRESULT DismountRequested(const VolumeRecord& wanted, VolumeRecord& reply);
     LRESULT Delete(const VolumeRecord& wanted);
     [[nodiscard]] ListedVolume* Find(const VolumeRecord& wanted);
-    void Dismount(VolumeRecord& record, DismountReason reason);
+    [[nodiscard]] bool IsDismounting(const VolumeRecord& record) const;
+    void BeginDismount(VolumeRecord& record, DismountReason reason);
+    void AwaitDismounts(ULONGLONG patience);
+    void FinishDismount(Detachment& detachment);
+    void MarkDismounting(VolumeRecord& record, bool isDismounting);
     static void Sweep(void* server);
 
     BListView& list_;
@@ -61,6 +78,8 @@ class RequestServer {
     MountObserver& observer_;
     const UINT sweepMilliseconds_;
     WakeUpTimer sweep_{Sweep, this};
+    std::array<std::unique_ptr<Detachment>, kMaxDevices> detachments_;
+    unsigned awaiting_ = 0;
     unsigned busy_ = 0;
 };
 

@@ -18,6 +18,9 @@ inline constexpr UINT WM_LISTMENU = WM_APP + 3;
 /// Posted by the main window to itself when errors wait to be shown; both parameters are zero.
 inline constexpr UINT WM_SHOWERRORS = WM_APP + 4;
 
+/// Posted to the main window when a volume's slow part of a dismount is over; both parameters are zero.
+inline constexpr UINT WM_DETACHED = WM_APP + 5;
+
 static_assert(WM_TRAYICON == 0x8001 && WM_REQUEST == 0x8002);
 
 /// Class and title by which a second instance finds the serving instance's main window.

@@ -143,7 +143,8 @@ int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record) {
     FormatSize(record.Size, size);
     SetColumn(list, item.iItem, kSizeColumn, size);
     SetColumn(list, item.iItem, kCipherColumn, CipherName(record.Cipher));
-    SetColumn(list, item.iItem, kKeyColumn, record.KeyPath);
+    const bool isDismounting = reinterpret_cast<const ListedVolume&>(record).isDismounting;
+    SetColumn(list, item.iItem, kKeyColumn, isDismounting ? L"dismounting" : record.KeyPath);
     return item.iItem;
 }
 

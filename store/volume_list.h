@@ -19,6 +19,7 @@ struct ListedVolume {
     /// The last key path that the volume had. A request without one, and a key file that is not there at the
     /// moment, take it from the record, but not from the user's list.
     PathText lastKeyPath{};
+    bool isDismounting = false; ///< still mounted, while its disk takes its time
 };
 static_assert(offsetof(ListedVolume, record) == 0);
 

@@ -176,7 +176,7 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         // The process is about to be ended: what its clients have written shall be on the disk.
         if (message.wParam) {
             SaveSettings();
-            server_.DismountAll();
+            server_.DismountAll(RequestServer::kSenderPatience);
         }
         return 0;
     case WM_LISTMENU:
@@ -185,6 +185,9 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         return 0;
     case WM_SHOWERRORS:
         OnShowErrors();
+        return 0;
+    case WM_DETACHED:
+        OnDetached();
         return 0;
     case WM_TRAYICON:
         OnTrayMessage(message.lParam);
@@ -257,6 +260,11 @@ void MainWindow::OnTrayMessage(LPARAM mouseMessage) {
         ShowFromTray();
     else if (mouseMessage == WM_RBUTTONUP)
         OpenTrayMenu();
+}
+
+void MainWindow::OnDetached() {
+    if (!server_.IsServing()) // from outside, in the middle of a request: the real one comes later
+        server_.FinishDismounts();
 }
 
 LRESULT MainWindow::OnRequest() {

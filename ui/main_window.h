@@ -46,6 +46,7 @@ class MainWindow final : public BWindow, private MountObserver {
     void OnDestroy();
     void OnTrayMessage(LPARAM mouseMessage);
     LRESULT OnRequest();
+    void OnDetached();
     void OnDpiChanged(LPARAM place);
     void OnDropFiles(HDROP drop);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,

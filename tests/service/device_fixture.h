@@ -17,7 +17,13 @@ class DeviceTest : public testing::Test {
     void TearDown() override {
         for (VolumeRecord& record : volumes_)
             if (record.IsMounted())
-                driver_.UnloadDriver(record);
+                Unload(record);
+    }
+
+    StopReport Unload(VolumeRecord& record) {
+        const StopReport report = DriverControl::DetachDriver(record);
+        driver_.UnloadDriver(record);
+        return report;
     }
 
     /// A record of a new volume file; it keeps its address until the test ends.

@@ -124,7 +124,7 @@ TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
     NoticeWindow window;
     VolumeRecord& record = MakeVolume(L"a.raw");
     driver_.LoadDriver(record);
-    driver_.UnloadDriver(record);
+    Unload(record);
     ASSERT_EQ(window.notices.size(), 2U);
     EXPECT_EQ(window.notices[0].event, 0x8000U);
     EXPECT_EQ(window.notices[1].event, 0x8004U);

@@ -37,7 +37,7 @@ TEST_F(DeviceTest, TakesTheFirstFreeNameAndTellsItsAddress) {
     EXPECT_STREQ(c.DeviceName, L"SEC2:");
     EXPECT_TRUE(a.IsMounted() && b.IsMounted() && c.IsMounted());
 
-    driver_.UnloadDriver(b);
+    Unload(b);
     EXPECT_FALSE(b.IsMounted());
     EXPECT_STREQ(b.DeviceName, L"SEC1:") << "the name stays";
     EXPECT_FALSE(test::ReadSmallFile(UriFile(1)));
@@ -50,7 +50,7 @@ TEST_F(DeviceTest, TakesTheFirstFreeNameAndTellsItsAddress) {
         wchar_t shown[DeviceExport::kUriSize];
         ASSERT_TRUE(GetDeviceManager().CopyUri(record->DeviceName, shown));
         EXPECT_EQ(std::string(std::begin(shown), std::begin(shown) + std::wcslen(shown)) + "\n", uri);
-        driver_.UnloadDriver(*record);
+        Unload(*record);
         EXPECT_FALSE(record->IsMounted());
         EXPECT_EQ(UriOf(*record), "");
     }
@@ -66,7 +66,7 @@ TEST_F(DeviceTest, KeepsWhatClientsWrote) {
         ASSERT_TRUE(client.Enter(address.name));
         EXPECT_EQ(DriverControl::CountClients(record), 1U);
         EXPECT_EQ(client.Write(512, text), test::kOk);
-        EXPECT_EQ(driver_.UnloadDriver(record).clientsCutOff, 1U);
+        EXPECT_EQ(Unload(record).clientsCutOff, 1U);
     }
     record.Key.fill(std::byte{0x11});
     driver_.LoadDriver(record);
@@ -76,7 +76,7 @@ TEST_F(DeviceTest, KeepsWhatClientsWrote) {
     EXPECT_EQ(client.Read(512, 1024), text);
     EXPECT_TRUE(client.SendRequest(test::kCmdDisconnect, 0, 0));
     EXPECT_TRUE(client.IsClosed());
-    EXPECT_EQ(driver_.UnloadDriver(record).clientsCutOff, 0U) << "it had said good-bye";
+    EXPECT_EQ(Unload(record).clientsCutOff, 0U) << "it had said good-bye";
 }
 
 TEST_F(DeviceTest, ReportsADriverThatRefuses) {
@@ -100,7 +100,7 @@ TEST_F(DeviceTest, ReportsADriverThatRefuses) {
         EXPECT_TRUE(seen[0].errorIcon);
     }
     EXPECT_FALSE(test::ReadSmallFile(UriFile(1)));
-    driver_.UnloadDriver(used);
+    Unload(used);
 }
 
 TEST_F(DeviceTest, TellsTheTimeOfTheLastTransfer) {
