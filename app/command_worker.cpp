@@ -5,8 +5,8 @@
 #include "platform/wipe.h"
 #include "store/default_key_path.h"
 #include "store/volume_password.h"
-#include "ui/mount_dialog.h"
 #include "ui/resource.h"
+#include "ui/volume_dialogs.h"
 #include "volume/sha1.h"
 
 namespace quilla {
@@ -21,14 +21,14 @@ bool Exists(const wchar_t* path) {
 }
 
 /// Makes the password key and wipes the password.
-void TakePasswordKey(CommandLineRequest& request, PasswordDigest& key) {
+void TakeRequestPassword(CommandLineRequest& request, PasswordDigest& key) {
     PasswordKey(key, FieldText(request.password));
     Wipe(request.password);
 }
 
 int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, RequestChannel& channel) {
     Secret<PasswordDigest> passwordKey;
-    TakePasswordKey(request, *passwordKey);
+    TakeRequestPassword(request, *passwordKey);
     if (!UnlockVolume(record, *passwordKey)) {
         ShowNotedErrors(); // what led to it comes first
         MessageBoxW(nullptr, L"Incorrect password", L"Quilla Tarn Error", MB_ICONERROR);

@@ -20,7 +20,7 @@ enum class RequestCode : std::uint32_t {
 
 /// One request and its reply, at the start of the shared mapping.
 struct RequestBlock {
-    RequestCode Code;
+    quilla::RequestCode RequestCode;
     std::uint32_t reserved1;
     VolumeRecord Record;
     PasswordDigest passwordDigest; ///< CreateVolumeFile only
@@ -28,7 +28,7 @@ struct RequestBlock {
 };
 
 static_assert(std::is_trivially_copyable_v<RequestBlock> && std::is_standard_layout_v<RequestBlock>);
-static_assert(offsetof(RequestBlock, Code) == 0);
+static_assert(offsetof(RequestBlock, RequestCode) == 0);
 static_assert(offsetof(RequestBlock, reserved1) == 4);
 static_assert(offsetof(RequestBlock, Record) == 8);
 static_assert(offsetof(RequestBlock, passwordDigest) == 1136);

@@ -30,7 +30,7 @@ void SendRequest(const HWND& target, RequestBlock& block) {
 
 void RequestChannel::SendRecord(RequestCode code, VolumeRecord& record, const PasswordDigest* digest) {
     Secret<RequestBlock> block;
-    block->Code = code;
+    block->RequestCode = code;
     block->Record = record;
     if (digest != nullptr)
         block->passwordDigest = *digest;
@@ -60,7 +60,7 @@ void RequestChannel::SendDismountVolume(VolumeRecord& record) {
 
 void RequestChannel::SendCheckTimeouts() {
     Secret<RequestBlock> block;
-    block->Code = RequestCode::CheckTimeouts;
+    block->RequestCode = RequestCode::CheckTimeouts;
     SendRequest(target_, *block);
 }
 

@@ -7,7 +7,7 @@
 #include "service/window_messages.h"
 #include "store/same_volume.h"
 #include "store/volume_files.h"
-#include "toolkit/list_view.h"
+#include "toolkit/controls.h"
 
 #include <algorithm>
 #include <commctrl.h>
@@ -85,7 +85,7 @@ LRESULT RequestServer::Serve() {
 }
 
 LRESULT RequestServer::Perform(const RequestBlock& request, VolumeRecord& reply) {
-    switch (request.Code) {
+    switch (request.RequestCode) {
     case RequestCode::CreateVolumeFile:
         static_cast<void>(BuildVolumeFiles(request.Record, request.passwordDigest));
         return 0;

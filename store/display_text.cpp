@@ -25,7 +25,7 @@ constexpr const TextUnit* kCipherNames[kCipherIdCount] = {
 };
 
 /// A size as it is shown: whole units, tenths (0 = not shown), and the unit's index.
-struct ShownSize {
+struct RoundedSize {
     std::uint32_t whole;
     std::uint32_t tenths;
     unsigned unit;
@@ -37,7 +37,7 @@ std::uint64_t CountUnits(std::uint64_t size, unsigned unit) {
     return (size + divisor / 2) / divisor;
 }
 
-ShownSize ChooseUnit(std::uint64_t size) {
+RoundedSize ChooseUnit(std::uint64_t size) {
     const std::uint64_t tenfold = size * 10;
     if (tenfold < 1000)
         return {.whole = static_cast<std::uint32_t>(size), .tenths = 0, .unit = 0};
@@ -66,7 +66,7 @@ TextUnit* WriteNumber(std::uint32_t number, TextUnit* out) {
 } // namespace
 
 std::size_t FormatSize(std::uint64_t size, SizeText& text) {
-    const ShownSize shown = ChooseUnit(size);
+    const RoundedSize shown = ChooseUnit(size);
     TextUnit* out = WriteNumber(shown.whole, text);
     if (shown.tenths != 0) {
         *out++ = QUILLA_TEXT('.');

@@ -4,7 +4,7 @@
 #include "platform/win32/handle.h"
 #include "store/default_key_path.h"
 #include "store/volume_list.h"
-#include "toolkit/list_view.h"
+#include "toolkit/controls.h"
 
 #include <commctrl.h>
 

@@ -3,7 +3,7 @@
 #include "platform/error_box.h"
 #include "store/display_text.h"
 #include "store/same_volume.h"
-#include "toolkit/list_view.h"
+#include "toolkit/controls.h"
 
 #include <memory>
 #include <new>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "toolkit/message.h"
+#include "toolkit/handler.h"
 
 namespace quilla {
 

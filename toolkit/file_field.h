@@ -1,7 +1,7 @@
 #pragma once
 
 #include "toolkit/browse_button.h"
-#include "toolkit/edit.h"
+#include "toolkit/controls.h"
 
 namespace quilla {
 

@@ -1,9 +1,14 @@
 #pragma once
 
 #include "toolkit/command_state.h"
-#include "toolkit/message.h"
+
+#include <windows.h>
 
 namespace quilla {
+
+/// One message on its way through the toolkit: hwnd (the window that received it; a reflected message keeps
+/// naming the parent), message, wParam and lParam count. A message from the queue can be handed on as it is.
+using BMessage = MSG;
 
 /// Root of everything that messages, notifications and commands can reach. The order of the operations is
 /// fixed. Objects belong to whoever made them and are never freed through this class.

@@ -121,13 +121,6 @@ void FreeStub(void* stub) {
         RemovePage(*page);
 }
 
-std::size_t CountStubPages() {
-    std::size_t count = 0;
-    for (StubPage* page = firstPage; page; page = page->next)
-        ++count;
-    return count;
-}
-
 } // namespace quilla
 
 #endif

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
 namespace quilla {
 
 class BWindow;
@@ -15,8 +13,5 @@ class BWindow;
 
 /// Takes a stub back; nothing for null.
 void FreeStub(void* stub);
-
-/// How many pairs of pages are in use.
-[[nodiscard]] std::size_t CountStubPages();
 
 } // namespace quilla

@@ -11,7 +11,11 @@ LRESULT CALLBACK ToolkitWindowProcedure(BWindow* object, UINT message, WPARAM wP
     if (message == kObjectQuery)
         return reinterpret_cast<LRESULT>(object);
 
-    BMessage record(object->hwnd, message, wParam, lParam);
+    BMessage record{};
+    record.hwnd = object->hwnd;
+    record.message = message;
+    record.wParam = wParam;
+    record.lParam = lParam;
     BApplication& application = *BApplication::Current();
     BMessage* const outer = application.currentMessage;
     application.currentMessage = &record;

@@ -4,7 +4,7 @@
 #include "service/driver_control.h"
 #include "store/display_text.h"
 #include "toolkit/dpi.h"
-#include "ui/dialog_layout.h"
+#include "ui/dialog_support.h"
 #include "ui/resource.h"
 
 namespace quilla {
@@ -20,9 +20,7 @@ void AboutDialog::Attach(HWND handle) {
 #ifndef UNDER_CE
     FitDialogToDesktop(hwnd, 0, {});
 #endif
-    const int size = ScaleToWindow(hwnd, kIconSize);
-    icon_.Reset(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
-                                              IMAGE_ICON, size, size, LR_DEFAULTCOLOR)));
+    icon_ = LoadProgramIcon(ScaleToWindow(hwnd, kIconSize));
     SendDlgItemMessageW(hwnd, IDC_ABOUT_ICON, STM_SETICON, reinterpret_cast<WPARAM>(icon_.Get()), 0);
 
     wchar_t text[160];

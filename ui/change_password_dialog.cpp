@@ -3,8 +3,7 @@
 #include "platform/error_box.h"
 #include "platform/wipe.h"
 #include "store/volume_password.h"
-#include "ui/dialog_layout.h"
-#include "ui/dialog_message.h"
+#include "ui/dialog_support.h"
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
 
@@ -66,14 +65,12 @@ void ChangePasswordDialog::OnOk() {
     TakePasswordKey(oldEdit.hwnd, *passwordKey);
     if (!OpenVolumeKey(*record, *passwordKey, *block)) {
         block.WipeNow(); // not while the message is open
-        ShowDialogError(hwnd, L"Incorrect old password");
-        AskAgain(hwnd, oldEdit.hwnd);
+        RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
         return;
     }
     if (!HaveSameText(newEdit, confirmEdit)) {
         block.WipeNow();
-        ShowDialogError(hwnd, L"Incorrect new password");
-        AskAgain(hwnd, newEdit.hwnd);
+        RejectInput(hwnd, newEdit.hwnd, L"Incorrect new password");
         return;
     }
     TakePasswordKey(newEdit.hwnd, *passwordKey);

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "toolkit/controls.h"
 #include "toolkit/dialog.h"
-#include "toolkit/edit.h"
 #include "volume/volume_record.h"
 
 namespace quilla {
 
 /// Enciphers a volume's key block under a new password. The volume's data and data key stay as they are.
+/// The order of the fields is fixed.
 class ChangePasswordDialog final : public BDialog {
   public:
     explicit ChangePasswordDialog(VolumeRecord& volume) : record(&volume) {}

@@ -39,9 +39,9 @@ void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creati
     creation.style |= TBSTYLE_FLAT | TBSTYLE_TOOLTIPS;
 }
 
-void CommandBar::InsertMenuBar(int menuId) const {
+void CommandBar::InsertMenuBar(int menuId, HACCEL accelerators) const {
     const HMENU menu = LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId));
-    AddShortcutTexts(menu);
+    AddShortcutTexts(menu, accelerators);
     SetMenu(GetParent(hwnd), menu); // the window owns it now
 }
 

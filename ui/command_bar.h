@@ -1,6 +1,6 @@
 #pragma once
 
-#include "toolkit/toolbar.h"
+#include "toolkit/controls.h"
 #include "ui/toolbar_images.h"
 
 namespace quilla {
@@ -11,8 +11,8 @@ class CommandBar : public BToolbar {
   public:
     void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
 
-    /// Sets the menu bar of the parent window.
-    void InsertMenuBar(int menuId) const;
+    /// Sets the menu bar of the parent window, with the keys of an accelerator table behind its items.
+    void InsertMenuBar(int menuId, HACCEL accelerators) const;
 
     /// Adds the standard, view and own images and the buttons with their tool-tips.
     void AddButtons();

@@ -36,7 +36,7 @@ void DialogFileField::Browse() {
     FilePicker& picker = host_.Picker();
     picker.SetFilter(filter_);
     if (PickName(picker))
-        SetName(picker.FileName());
+        host_.OnNameChosen(*this, picker.FileName());
 }
 
 bool DialogFileField::PickName(FilePicker& picker) {
@@ -57,15 +57,8 @@ void DialogFileField::Complete() {
     PathText typed;
     GetName(typed);
     PathText name;
-    CompleteFileName(FieldText(typed), extension_, name);
-    SetName(name);
-}
-
-void VolumeFileField::SetVolumePath(const wchar_t* path) {
-    DialogFileField::SetName(path);
-    PathText keyPath;
-    ProposeKeyPath(path, keyPath);
-    keyField_.SetName(keyPath);
+    CompleteFileName(FieldText(typed), ExtensionOf(filter_), name);
+    host_.OnNameChosen(*this, name);
 }
 
 } // namespace quilla

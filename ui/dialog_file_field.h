@@ -5,7 +5,9 @@
 
 namespace quilla {
 
-/// What a file field asks its dialog.
+class DialogFileField;
+
+/// What a file field asks and tells its dialog.
 class FileFieldHost {
   public:
     FileFieldHost() = default;
@@ -15,6 +17,8 @@ class FileFieldHost {
     /// Whether the named files are to be created: browsing then saves instead of opening.
     [[nodiscard]] virtual bool IsNewVolume() const = 0;
     [[nodiscard]] virtual FilePicker& Picker() = 0;
+    /// The user has named a file, whole now; it is the host that shows the name.
+    virtual void OnNameChosen(DialogFileField& field, const wchar_t* name) = 0;
 
   protected:
     ~FileFieldHost() = default;
@@ -28,12 +32,12 @@ class DialogFileField : public FileField {
     LRESULT OnNotify(NMHDR& header) override;
 
     /// Takes a complete file name.
-    virtual void SetName(const wchar_t* name);
+    void SetName(const wchar_t* name);
     void GetName(PathText& name) const;
 
   protected:
-    DialogFileField(FileFieldHost& host, const wchar_t* filter, TextView extension)
-        : host_(host), filter_(filter), extension_(extension) {}
+    /// Names without an extension get the filter's.
+    DialogFileField(FileFieldHost& host, const wchar_t* filter) : host_(host), filter_(filter) {}
 
   private:
     void Browse();
@@ -42,27 +46,16 @@ class DialogFileField : public FileField {
 
     FileFieldHost& host_;
     const wchar_t* filter_;
-    TextView extension_;
+};
+
+class VolumeFileField final : public DialogFileField {
+  public:
+    explicit VolumeFileField(FileFieldHost& host) : DialogFileField(host, kVolumeFilter) {}
 };
 
 class KeyFileField final : public DialogFileField {
   public:
-    explicit KeyFileField(FileFieldHost& host) : DialogFileField(host, kKeyFilter, L"key") {}
-};
-
-/// Every name that the user chooses for the volume file brings its key file's along.
-class VolumeFileField final : public DialogFileField {
-  public:
-    VolumeFileField(FileFieldHost& host, KeyFileField& keyField)
-        : DialogFileField(host, kVolumeFilter, L"raw"), keyField_(keyField) {}
-
-    void SetName(const wchar_t* name) override { SetVolumePath(name); }
-
-    /// Sets the volume's path here and the proposed key path into the key field.
-    void SetVolumePath(const wchar_t* path);
-
-  private:
-    KeyFileField& keyField_;
+    explicit KeyFileField(FileFieldHost& host) : DialogFileField(host, kKeyFilter) {}
 };
 
 } // namespace quilla

@@ -4,6 +4,12 @@
 
 namespace quilla {
 
+const wchar_t* ExtensionOf(const wchar_t* filter) {
+    const wchar_t* const pattern = filter + std::wcslen(filter) + 1;
+    constexpr std::size_t kWildcardUnits = 2; // "*."
+    return pattern + kWildcardUnits;
+}
+
 FilePicker::FilePicker(const wchar_t* filter) : dialog_{}, fileName_{} {
     dialog_.lStructSize = sizeof(dialog_);
     dialog_.lpstrFile = fileName_;
@@ -15,9 +21,7 @@ FilePicker::FilePicker(const wchar_t* filter) : dialog_{}, fileName_{} {
 void FilePicker::SetFilter(const wchar_t* filter) {
     dialog_.lpstrFilter = filter;
     dialog_.nFilterIndex = 1;
-    const wchar_t* const pattern = filter + std::wcslen(filter) + 1;
-    constexpr std::size_t kWildcardUnits = 2; // "*."
-    dialog_.lpstrDefExt = pattern + kWildcardUnits;
+    dialog_.lpstrDefExt = ExtensionOf(filter);
 }
 
 void FilePicker::Prepare(HWND owner, const wchar_t* name) {

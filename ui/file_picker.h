@@ -13,6 +13,9 @@ namespace quilla {
 inline constexpr wchar_t kVolumeFilter[] = L"Quilla Volume (*.raw)\0*.raw\0All Files\0*.*\0";
 inline constexpr wchar_t kKeyFilter[] = L"Quilla Key (*.key)\0*.key\0All Files\0*.*\0";
 
+/// The extension, without its full stop, of a filter's first pattern.
+[[nodiscard]] const wchar_t* ExtensionOf(const wchar_t* filter);
+
 /// The platform's file dialogs with one buffer for the chosen name. One object serves all dialogs, so that
 /// their flags and the buffer exist once.
 class FilePicker {

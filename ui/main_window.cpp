@@ -9,9 +9,8 @@
 #include "service/window_messages.h"
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
+#include "ui/dialog_support.h"
 #include "ui/menu_shortcuts.h"
-#include "ui/open_dialog.h"
-#include "ui/program_icon.h"
 #include "ui/resource.h"
 
 #include <cwchar>
@@ -40,7 +39,7 @@ const wchar_t* FileNameOf(const wchar_t* path) {
 } // namespace
 
 MainWindow::MainWindow(const UiServices& services)
-    : services_(services), server_(list_, services.driver, *this) {}
+    : services_(services), server_(list_, services.driver, observer_) {}
 
 void MainWindow::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BWindow::GetCreateDefaults(windowClass, creation);
@@ -56,11 +55,12 @@ void MainWindow::Attach(HWND handle) {
     BWindow::Attach(handle);
     if (!hwnd)
         return;
+    accelerators_ = LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDR_ACCELERATORS));
     LoadIcons();
     shellStarted_ = RegisterWindowMessageW(L"TaskbarCreated");
     icon_.Add(hwnd);
     bar_.Create(hwnd, nullptr, 0);
-    bar_.InsertMenuBar(IDR_MENU_BAR);
+    bar_.InsertMenuBar(IDR_MENU_BAR, accelerators_);
     bar_.AddButtons();
     list_.Create(hwnd, nullptr, 0);
     SetErrorAnnouncer([](void* window) { PostMessageW(static_cast<HWND>(window), WM_SHOWERRORS, 0, 0); },
@@ -75,8 +75,8 @@ void MainWindow::Attach(HWND handle) {
 }
 
 void MainWindow::LoadIcons() {
-    UniqueIcon smallIcon = LoadProgramIcon(hwnd, SM_CXSMICON);
-    UniqueIcon largeIcon = LoadProgramIcon(hwnd, SM_CXICON);
+    UniqueIcon smallIcon = LoadProgramIcon(WindowMetric(hwnd, SM_CXSMICON));
+    UniqueIcon largeIcon = LoadProgramIcon(WindowMetric(hwnd, SM_CXICON));
     SendMessageW(hwnd, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(smallIcon.Get()));
     SendMessageW(hwnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(largeIcon.Get()));
     smallIcon_ = std::move(smallIcon);
@@ -123,6 +123,11 @@ void MainWindow::SaveSettings() const {
     settings.isMaximized = IsZoomed(hwnd) || maximizeWhenShown_;
     list_.Describe(settings);
     SaveWindowSettings(settings);
+}
+
+/// The keys are the list's: those of dialogs and menus are theirs.
+bool MainWindow::PreTranslate(MSG& message) {
+    return message.hwnd == list_.hwnd && TranslateAcceleratorW(hwnd, accelerators_, &message) != 0;
 }
 
 LRESULT MainWindow::OnMessage(BMessage& message) {

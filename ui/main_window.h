@@ -17,7 +17,7 @@ namespace quilla {
 ///
 /// It exists for the life of the program and is hidden, not destroyed, when it is closed while a volume is
 /// mounted. Its destruction ends the message loop.
-class MainWindow final : public BWindow, private MountObserver {
+class MainWindow final : public BWindow {
   public:
     /// The services are used from the window's creation on.
     explicit MainWindow(const UiServices& services);
@@ -27,11 +27,25 @@ class MainWindow final : public BWindow, private MountObserver {
     LRESULT OnMessage(BMessage& message) override;
     LRESULT OnCommand(int id, int code, HWND control) override;
     void OnUpdateCommand(BCommandState& state) override;
+    bool PreTranslate(MSG& message) override;
 
     /// Is called when the program has nothing to do: obeys what had to wait for a dialog or a box to end.
     void OnIdle();
 
   private:
+    /// Hears for the window what the server tells.
+    class ServerObserver final : public MountObserver {
+      public:
+        explicit ServerObserver(MainWindow& window) : window_(window) {}
+        void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
+                                const StopReport& report) override {
+            window_.OnVolumeDismounted(record, reason, report);
+        }
+
+      private:
+        MainWindow& window_;
+    };
+
     struct Command;
     static const Command kCommands[];
     [[nodiscard]] static const Command* FindCommand(int id);
@@ -49,8 +63,7 @@ class MainWindow final : public BWindow, private MountObserver {
     void OnDetached();
     void OnDpiChanged(LPARAM place);
     void OnDropFiles(HDROP drop);
-    void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
-                            const StopReport& report) override;
+    void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason, const StopReport& report);
 
     /// The record of the one selected row; null with no or several rows selected.
     [[nodiscard]] VolumeRecord* SelectedVolume() const;
@@ -79,7 +92,9 @@ class MainWindow final : public BWindow, private MountObserver {
     UiServices services_;
     CommandBar bar_;
     VolumeListView list_;
+    HACCEL accelerators_ = nullptr; ///< a resource: freed with the module
     NotificationIcon icon_;
+    ServerObserver observer_{*this};
     RequestServer server_;
     UniqueIcon smallIcon_;
     UniqueIcon largeIcon_;

@@ -8,14 +8,12 @@
 #include "ui/about_dialog.h"
 #include "ui/change_password_dialog.h"
 #include "ui/clipboard.h"
+#include "ui/dialog_support.h"
 #include "ui/help.h"
 #include "ui/main_window.h"
 #include "ui/menu_shortcuts.h"
-#include "ui/mount_dialog.h"
-#include "ui/new_volume_dialog.h"
-#include "ui/open_dialog.h"
-#include "ui/properties_dialog.h"
 #include "ui/resource.h"
+#include "ui/volume_dialogs.h"
 
 namespace quilla {
 
@@ -242,7 +240,7 @@ void MainWindow::OpenTrayMenu() {
 void MainWindow::TrackMenu(int menuId, POINT screen, int defaultCommand) {
     const UniqueMenu bar(LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId)));
     const HMENU menu = GetSubMenu(bar.Get(), 0);
-    AddShortcutTexts(menu);
+    AddShortcutTexts(menu, accelerators_);
     if (defaultCommand)
         SetMenuDefaultItem(menu, static_cast<UINT>(defaultCommand), FALSE);
     const VolumeRecord* const volume = SelectedVolume();

@@ -2,7 +2,6 @@
 
 #include "platform/text.h"
 #include "platform/win32/format_text.h"
-#include "ui/resource.h"
 
 #include <span>
 
@@ -91,8 +90,7 @@ LRESULT AnswerMenuLetter(HMENU menu, wchar_t letter) {
     return MAKELRESULT(found, matches == 1 ? MNC_EXECUTE : MNC_SELECT);
 }
 
-void AddShortcutTexts(HMENU menu) {
-    const HACCEL table = LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDR_ACCELERATORS));
+void AddShortcutTexts(HMENU menu, HACCEL table) {
     ACCEL accelerators[kMaxAccelerators];
     const int count = CopyAcceleratorTableW(table, accelerators, kMaxAccelerators);
     AddShortcutTexts(menu, std::span(accelerators, static_cast<std::size_t>(count)));

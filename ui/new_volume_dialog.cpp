@@ -1,4 +1,4 @@
-#include "ui/new_volume_dialog.h"
+#include "ui/volume_dialogs.h"
 
 #include "platform/wipe.h"
 #include "ui/dialog_values.h"
@@ -32,7 +32,7 @@ void NewVolumeDialog::OnOk() {
         keyField.GetName(work.KeyPath);
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
-    services.channel.SendCreateVolumeFile(work, *passwordKey);
+    services_.channel.SendCreateVolumeFile(work, *passwordKey);
     passwordKey.WipeNow();
     *record = work;
     Finish();

@@ -43,9 +43,4 @@ void WipeSecretEdit(HWND edit) {
     Overwrite(edit);
 }
 
-void AskAgain(HWND dialog, HWND edit) {
-    SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit), TRUE);
-    SendMessageW(edit, EM_SETSEL, 0, -1);
-}
-
 } // namespace quilla

@@ -17,7 +17,4 @@ void TakePasswordKey(HWND edit, PasswordDigest& key);
 /// Overwrites the memory in which an edit keeps its text and what can be undone, and empties the edit.
 void WipeSecretEdit(HWND edit);
 
-/// Makes the user type a password again: focus to the edit, with its text selected.
-void AskAgain(HWND dialog, HWND edit);
-
 } // namespace quilla

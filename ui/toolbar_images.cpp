@@ -21,12 +21,12 @@ constexpr ImageSet kSmallSet{kSmallImageSize, IDB_STD_SMALL_COLOR, IDB_VIEW_SMAL
 constexpr ImageSet kLargeSet{kLargeImageSize, IDB_STD_LARGE_COLOR, IDB_VIEW_LARGE_COLOR,
                              IDB_CLOSE_VOLUME_LARGE};
 
-int ShownSize(const ImageSet& set, int cellSize) {
+int DrawnSize(const ImageSet& set, int cellSize) {
     return set.size * (cellSize / set.size);
 }
 
 const ImageSet& ChooseSet(int cellSize) {
-    return ShownSize(kSmallSet, cellSize) >= ShownSize(kLargeSet, cellSize) ? kSmallSet : kLargeSet;
+    return DrawnSize(kSmallSet, cellSize) >= DrawnSize(kLargeSet, cellSize) ? kSmallSet : kLargeSet;
 }
 
 /// A hidden toolbar that loads the platform's images in their own size.

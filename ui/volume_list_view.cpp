@@ -5,8 +5,6 @@
 #include "service/window_messages.h"
 #include "store/volume_list.h"
 #include "toolkit/dpi.h"
-#include "ui/message_font.h"
-#include "ui/program_icon.h"
 #include "ui/resource.h"
 
 namespace quilla {
@@ -66,7 +64,6 @@ void VolumeListView::Attach(HWND handle) {
     ListView_SetExtendedListViewStyle(hwnd, LVS_EX_FULLROWSELECT | LVS_EX_INFOTIP | LVS_EX_DOUBLEBUFFER);
     LoadImages();
     AddColumns();
-    accelerators_ = LoadAcceleratorsW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDR_ACCELERATORS));
 }
 
 void VolumeListView::LoadImages() {
@@ -82,7 +79,7 @@ void VolumeListView::LoadImages() {
     font_ = std::move(font);
 
     const int size = WindowMetric(hwnd, SM_CXSMICON);
-    const UniqueIcon icon = LoadProgramIcon(hwnd, SM_CXSMICON);
+    const UniqueIcon icon = LoadProgramIcon(size);
     UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 1, 0));
     ImageList_ReplaceIcon(images.Get(), -1, icon.Get());
     ListView_SetImageList(hwnd, images.Get(), LVSIL_SMALL);
@@ -190,10 +187,6 @@ LRESULT VolumeListView::OnNotify(NMHDR& header) {
     default:
         return BListView::OnNotify(header);
     }
-}
-
-bool VolumeListView::PreTranslate(MSG& message) {
-    return TranslateAcceleratorW(GetParent(hwnd), accelerators_, &message) != 0;
 }
 
 LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "toolkit/list_view.h"
+#include "toolkit/controls.h"
 #include "ui/gui_handles.h"
 #include "ui/window_settings.h"
 #include "volume/volume_record.h"
@@ -18,7 +18,6 @@ class VolumeListView : public BListView {
     void Attach(HWND handle) override;
     LRESULT OnMessage(BMessage& message) override;
     LRESULT OnNotify(NMHDR& header) override;
-    bool PreTranslate(MSG& message) override;
 
     /// Takes over column widths and order.
     void Apply(const WindowSettings& settings);
@@ -42,7 +41,6 @@ class VolumeListView : public BListView {
     void OpenMenu(POINT screen) const;
     void OpenMenuByKey() const;
 
-    HACCEL accelerators_ = nullptr; // a resource: freed with the module
     UniqueImageList images_;
     UniqueFont font_;
     UINT dpi_ = USER_DEFAULT_SCREEN_DPI;

@@ -20,7 +20,7 @@ constexpr wchar_t kDescendingName[] = L"SortDescending";
 /// Wider than any screen, so that a damaged value cannot push a column out of reach.
 constexpr int kMaxColumnWidth = 4096;
 
-/// Farther than any screen, and near enough to reckon with.
+/// Farther than any screen; sums and differences of two such numbers do not overflow.
 constexpr int kMaxEdge = 32767;
 
 class SettingsKey {

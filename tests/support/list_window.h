@@ -2,7 +2,7 @@
 
 #include "store/volume_list.h"
 #include "toolkit/application.h"
-#include "toolkit/list_view.h"
+#include "toolkit/controls.h"
 
 #include <string>
 #include <windows.h>

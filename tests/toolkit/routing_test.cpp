@@ -1,7 +1,7 @@
 // Which objects commands and questions reach, in which order.
 
 #include "tests/toolkit/toolkit_fixture.h"
-#include "toolkit/edit.h"
+#include "toolkit/controls.h"
 
 namespace quilla {
 namespace {

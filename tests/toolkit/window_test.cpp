@@ -3,7 +3,7 @@
 #include "toolkit/window.h"
 
 #include "tests/toolkit/toolkit_fixture.h"
-#include "toolkit/edit.h"
+#include "toolkit/controls.h"
 
 #include <thread>
 

@@ -7,8 +7,8 @@
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/toolkit/toolkit_fixture.h"
+#include "ui/dialog_support.h"
 #include "ui/main_window.h"
-#include "ui/open_dialog.h"
 #include "ui/resource.h"
 #include "volume/sha1.h"
 

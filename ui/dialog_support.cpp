@@ -1,10 +1,22 @@
-#include "ui/dialog_layout.h"
+#include "ui/dialog_support.h"
+
+#include "platform/error_box.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace quilla {
 
 namespace {
+
+BOOL CALLBACK StopAtDialog(HWND window, LPARAM found) {
+    wchar_t name[8];
+    const int length = GetClassNameW(window, name, std::size(name));
+    if (length == 0 || !IsWindowVisible(window) || lstrcmpW(name, L"#32770") != 0)
+        return TRUE;
+    *reinterpret_cast<HWND*>(found) = window;
+    return FALSE;
+}
 
 void FollowDialog(HWND dialog, const ControlLayout& control, int pixels) {
     const HWND window = GetDlgItem(dialog, control.id);
@@ -40,6 +52,19 @@ void CentreOverOwner(HWND dialog) {
 }
 
 } // namespace
+
+HWND FindOpenDialog() {
+    HWND found = nullptr;
+    EnumThreadWindows(GetCurrentThreadId(), StopAtDialog, reinterpret_cast<LPARAM>(&found));
+    return found;
+}
+
+void RejectInput(HWND dialog, HWND edit, const wchar_t* reason) {
+    ShowNotedErrors(); // what led to it comes first
+    MessageBoxW(dialog, reason, L"Quilla Tarn Error", MB_ICONERROR);
+    SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit), TRUE);
+    SendMessageW(edit, EM_SETSEL, 0, -1);
+}
 
 void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls) {
     RECT growth{0, 0, units, 0};

@@ -1,10 +1,16 @@
-#include "ui/volume_dialog.h"
+// The dialog of a volume, and its variants for a volume that exists: Mount and Properties.
+
+#include "ui/volume_dialogs.h"
 
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "platform/wipe.h"
 #include "store/display_text.h"
-#include "ui/dialog_layout.h"
+#include "store/volume_files.h"
+#include "store/volume_password.h"
+#include "ui/dialog_support.h"
 #include "ui/dialog_values.h"
+#include "ui/file_name.h"
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
 
@@ -32,6 +38,16 @@ void BoundTypedNumber(const BEdit& edit, const BUpDown& upDown) {
         SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, kMaxValue);
 }
 
+bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
+    wchar_t question[kPathUnits + 256];
+    FormatText(
+        question,
+        L"The key file\n\n%ls\n\nis missing. If the volume is encrypted, it shows nothing but meaningless "
+        L"data without it, and formatting it would destroy what it holds.\n\nMount it without a key file?",
+        keyPath);
+    return MessageBoxW(dialog, question, L"Quilla Tarn", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
+}
+
 #ifndef UNDER_CE
 constexpr ControlLayout kLayout[] = {
     {IDC_VOLUME, Follow::Stretch},   {IDC_CIPHER, Follow::Stretch}, {IDC_KEY, Follow::Stretch},
@@ -41,8 +57,8 @@ constexpr ControlLayout kLayout[] = {
 
 } // namespace
 
-VolumeDialog::VolumeDialog(VolumeRecord& volume, const UiServices& uiServices)
-    : record(&volume), work{}, services(uiServices), keyField(*this), volumeField(*this, keyField) {}
+VolumeDialog::VolumeDialog(VolumeRecord& volume, const UiServices& services)
+    : record(&volume), work{}, volumeField(fieldHost_), keyField(fieldHost_), services_(services) {}
 
 VolumeDialog::~VolumeDialog() {
     Wipe(work);
@@ -100,7 +116,7 @@ void VolumeDialog::LockFixedFields() {
     volumeField.SetReadOnly(true);
     SendMessageW(sizeEdit.hwnd, EM_SETREADONLY, TRUE, 0);
     EnableWindow(sizeUpDown.hwnd, FALSE); // its arrows would still count
-    // So would the keys and the wheel, had they anywhere to go.
+    // The keys and the wheel would, too, if the range left them room.
     const LRESULT size = SendMessageW(sizeUpDown.hwnd, UDM_GETPOS32, 0, 0);
     SendMessageW(sizeUpDown.hwnd, UDM_SETRANGE32, static_cast<WPARAM>(size), size);
     unitCombo.SetLocked(true);
@@ -160,6 +176,99 @@ void VolumeDialog::Finish() {
 void VolumeDialog::ChooseCipher(CipherId cipher) {
     SendMessageW(cipherCombo.hwnd, CB_SETCURSEL, static_cast<WPARAM>(ShowCipher(cipher)), 0);
     UpdateCommandStates();
+}
+
+void VolumeDialog::OnNameChosen(DialogFileField& field, const wchar_t* name) {
+    if (&field == &volumeField)
+        SetVolumePath(name);
+    else
+        field.SetName(name);
+}
+
+void VolumeDialog::SetVolumePath(const wchar_t* path) {
+    volumeField.SetName(path);
+    PathText keyPath;
+    ProposeKeyPath(path, keyPath);
+    keyField.SetName(keyPath);
+}
+
+void MountDialog::Attach(HWND handle) {
+    VolumeDialog::Attach(handle);
+    SetCaption(IDS_MOUNT);
+    LockFixedFields();
+    BProbeState password(IDC_PASSWORD);
+    RouteUpdateCommand(password);
+    if (password.enabled)
+        SetFocus(passwordEdit.hwnd);
+}
+
+/// Reads the key file that is named now: it decides whether a password is needed. Without the key file that a
+/// volume should have its clients would meet enciphered data, and offer to format it.
+bool MountDialog::IsKeyFileUsable() {
+    keyField.GetName(work.KeyPath);
+    VolumeRecord seen = work;
+    const KeyFileState state = ReadVolumeInfo(seen);
+    if (state == KeyFileState::Unreadable) {
+        ReportUnreadableKeyFile(work.KeyPath);
+        return false;
+    }
+    if (state == KeyFileState::Missing && work.Cipher == CipherId::None)
+        return ConfirmMissingKeyFile(hwnd, work.KeyPath);
+    const bool needsPassword = state == KeyFileState::Readable && work.Cipher != seen.Cipher;
+    if (!needsPassword)
+        return true;
+    work.Cipher = seen.Cipher;
+    ChooseCipher(work.Cipher);
+    if (work.Cipher == CipherId::None)
+        return true;
+    SetFocus(passwordEdit.hwnd);
+    return GetWindowTextLengthW(passwordEdit.hwnd) > 0;
+}
+
+void MountDialog::OnOk() {
+    if (!IsKeyFileUsable())
+        return;
+    if (work.Cipher != CipherId::None) {
+        Secret<PasswordDigest> passwordKey;
+        TakePasswordKey(passwordEdit.hwnd, *passwordKey);
+        if (!UnlockVolume(work, *passwordKey)) {
+            RejectInput(hwnd, passwordEdit.hwnd, L"Incorrect password");
+            return;
+        }
+    }
+    TakeTimeout();
+    services_.channel.SendMountVolume(work);
+    Wipe(work.Key);
+    {
+        const ErrorHold hold;
+        UpdateTimeout(work);
+    }
+    Finish();
+}
+
+void PropertiesDialog::Attach(HWND handle) {
+    VolumeDialog::Attach(handle);
+    SetCaption(IDS_PROPERTIES);
+    LockFixedFields();
+    SendMessageW(passwordEdit.hwnd, EM_SETREADONLY, TRUE, 0);
+    if (work.IsMounted())
+        keyField.SetReadOnly(true);
+}
+
+void PropertiesDialog::OnOk() {
+    if (!keyField.readOnly)
+        keyField.GetName(work.KeyPath);
+    TakeTimeout();
+    if (!record->IsMounted()) // by now
+        CopyText(record->KeyPath, FieldText(work.KeyPath));
+    record->Timeout = work.Timeout;
+    if (record->IsMounted())
+        services_.driver.UpdateDriver(*record);
+    {
+        const ErrorHold hold;
+        UpdateTimeout(*record);
+    }
+    Finish();
 }
 
 } // namespace quilla

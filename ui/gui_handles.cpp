@@ -1,8 +1,14 @@
-#include "ui/message_font.h"
+#include "ui/gui_handles.h"
 
 #include "toolkit/dpi.h"
+#include "ui/resource.h"
 
 namespace quilla {
+
+UniqueIcon LoadProgramIcon(int size) {
+    return UniqueIcon(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
+                                                    IMAGE_ICON, size, size, LR_DEFAULTCOLOR)));
+}
 
 UniqueFont CreateMessageFont(HWND window) {
     NONCLIENTMETRICSW metrics{};

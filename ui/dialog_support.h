@@ -3,7 +3,15 @@
 #include <span>
 #include <windows.h>
 
+/// What all dialogs of the program need.
 namespace quilla {
+
+/// A dialog, message box or file dialog that is open on this thread, or null.
+[[nodiscard]] HWND FindOpenDialog();
+
+/// Says what is wrong with an edit's text, in a message box that the dialog owns, after the errors that wait
+/// to be shown; then makes the user type it again: focus to the edit, with its text selected.
+void RejectInput(HWND dialog, HWND edit, const wchar_t* reason);
 
 /// How a control follows when its dialog grows to the right.
 enum class Follow : unsigned char { Stretch, Move };
