@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host handheld test-handheld arm demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host handheld test-handheld handheld-arm arm demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -28,6 +28,16 @@ test-handheld: handheld
 	@g++ -m32 -mstackrealign -I. -I/usr/include/x86_64-linux-gnu -std=c++20 -O2 -Wall -Wextra \
 		tests/handheld/load_driver.cpp -o build/handheld/load_driver
 	@tests/handheld/driver_test.py build/handheld/load_driver build/handheld/bin/QuillaDriver.dll
+
+# The same for ARM, and the driver's image run in an emulator.
+handheld-arm: packages
+	@tools/install-packages tools/packages-arm.txt
+	@cmake --preset handheld-arm >/dev/null
+	@cmake --build --preset handheld-arm -j $(JOBS)
+	@arm-linux-gnueabi-g++ -static -I. -std=c++20 -O2 -Wall -Wextra tests/handheld/load_driver.cpp \
+		-o build/handheld-arm/load_driver
+	@tests/handheld/driver_test.py "qemu-arm build/handheld-arm/load_driver" build/handheld-arm/bin/QuillaDriver.dll \
+		llvm-readobj
 
 # The portable parts for a 32-bit ARM, tested in an emulator.
 arm: packages

@@ -43,13 +43,12 @@ target_include_directories(quilla_product INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(quilla_product INTERFACE -fno-exceptions -fno-rtti -fno-threadsafe-statics
     -ffunction-sections -fdata-sections)
 if(QUILLA_HANDHELD)
-    # Calls and callbacks of the system are cdecl there. An older _WIN32_WINNT turns newer calls into errors.
+    # An older _WIN32_WINNT turns newer calls into errors.
     target_compile_definitions(quilla_product INTERFACE UNDER_CE _WIN32_WCE=0x500 _WIN32_WINNT=0x0502 UNICODE _UNICODE
         WIN32_LEAN_AND_MEAN NOMINMAX STRICT)
-    target_compile_options(quilla_product INTERFACE -march=i586 -U__stdcall -D__stdcall=__cdecl -U_stdcall -D_stdcall=__cdecl
-        -fno-asynchronous-unwind-tables -include ${PROJECT_SOURCE_DIR}/platform/ce/prefix.h)
-    target_link_options(quilla_product INTERFACE -nostdlib -nostartfiles -s -Wl,--gc-sections -Wl,--disable-dynamicbase
-        -Wl,--disable-nxcompat -Wl,--disable-auto-import -Wl,--subsystem,wince:5.0)
+    target_compile_options(quilla_product INTERFACE -fno-asynchronous-unwind-tables
+        -include ${PROJECT_SOURCE_DIR}/platform/ce/prefix.h)
+    include(${CMAKE_CURRENT_LIST_DIR}/HandheldImage.cmake)
 elseif(WIN32)
     target_compile_definitions(quilla_product INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN
         NOMINMAX STRICT)

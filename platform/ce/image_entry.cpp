@@ -11,7 +11,7 @@ extern "C" BOOL _DllMainCRTStartup(HANDLE /*library*/, DWORD /*reason*/, void* /
     return TRUE;
 }
 
-extern "C" [[noreturn]] void abort() {
+extern "C" __attribute__((noreturn)) void abort() {
     constexpr std::uintptr_t kCurrentProcess = 66; // the pseudo handle that GetCurrentProcess gives there
     constexpr UINT kAborted = 3;
     for (;;)

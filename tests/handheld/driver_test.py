@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""driver_test.py LOADER IMAGE: runs the driver of a handheld in a loader (load_driver.cpp) and compares what it leaves in a
+"""driver_test.py LOADER IMAGE [READER]: runs the driver of a handheld in a loader (load_driver.cpp) and compares what it leaves in a
 volume with nettle's ciphers: both ciphers, sectors near the start and beyond 2 GiB, at the image's base and relocated. Then
-checks that the check of imports takes offence at what it is there for."""
+checks that the check of imports takes offence at what it is there for, and that a reader of another project (llvm-readobj)
+finds in the image what was to be put there."""
 
 import os
 import pathlib
@@ -46,6 +47,14 @@ def check_image(image, change, folder):
     return result.returncode, result.stderr
 
 
+def read_image(reader, image):
+    text = subprocess.run([reader, "--file-headers", "--coff-imports", "--coff-exports", "--coff-basereloc", image],
+                          check=True, capture_output=True, text=True).stdout
+    for wanted in ("MACHINE_ARM (0x1C0)", "SUBSYSTEM_WINDOWS_CE_GUI (0x9)", "Name: coredll.dll", "Symbol: CreateFileW (0)",
+                   "Name: SEC_IOControl", "Type: HIGHLOW"):
+        assert wanted in text, f"{reader} does not see {wanted}"
+
+
 def main():
     loader, image = sys.argv[1].split(), pathlib.Path(sys.argv[2])
     with tempfile.TemporaryDirectory() as name:
@@ -60,6 +69,9 @@ def main():
             code, complaint = check_image(image, lambda data: data.replace(old, new), folder)
             assert code != 0 and new[:-1].decode() in complaint, complaint
     print("the check of imports refuses a foreign name and a foreign library")
+    if len(sys.argv) > 3:
+        read_image(sys.argv[3], image)
+        print(f"{sys.argv[3]} reads the image as it was meant")
 
 
 if __name__ == "__main__":

@@ -93,6 +93,14 @@ std::size_t MeasureText(const char16_t* text) {
     return std::u16string_view(text).size();
 }
 
+std::int32_t InterlockedCompareExchange(std::int32_t* place, std::int32_t wanted, std::int32_t expected) {
+    return __sync_val_compare_and_swap(place, expected, wanted);
+}
+
+std::int32_t InterlockedExchange(std::int32_t* place, std::int32_t wanted) {
+    return __sync_lock_test_and_set(place, wanted);
+}
+
 /// A system without a clock, and one thread that is alone.
 int DoNothing() {
     return 1;
@@ -136,10 +144,13 @@ void* FindService(std::string_view name) {
         Serve("GetFileInformationByHandle", Refuse),
         Serve("GetLocalTime", DoNothing),
         Serve("SystemTimeToFileTime", DoNothing),
+        Serve("InterlockedCompareExchange", InterlockedCompareExchange),
+        Serve("InterlockedExchange", InterlockedExchange),
         Serve("wcslen", MeasureText),
         Serve("malloc", std::malloc),
         Serve("free", std::free),
         Serve("memcpy", static_cast<void* (*)(void*, const void*, std::size_t)>(std::memcpy)),
+        Serve("memmove", static_cast<void* (*)(void*, const void*, std::size_t)>(std::memmove)),
         Serve("memset", static_cast<void* (*)(void*, int, std::size_t)>(std::memset)),
     };
     const auto* const found = std::ranges::find(kServices, name, &Service::name);
