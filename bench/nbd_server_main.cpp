@@ -92,7 +92,8 @@ int Serve(VolumeDevice& device, std::uint16_t port) {
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-    nbd::Server server(device, name.data());
+    RangeLock ranges;
+    nbd::Server server(device, ranges, name.data());
     if (!server.Start(port))
         return Fail("cannot listen");
     std::printf("nbd://127.0.0.1:%u/%s\n", unsigned{server.Port()}, name.data());

@@ -25,7 +25,7 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
     ExportName name;
     if (!MakeExportName(index, name))
         return false;
-    server_.reset(new (std::nothrow) nbd::Server(device, name.data()));
+    server_.reset(new (std::nothrow) nbd::Server(device, ranges_, name.data()));
     if (!server_ || !server_->Start()) {
         server_.reset();
         return false;

@@ -41,6 +41,7 @@ class DeviceExport {
     [[nodiscard]] unsigned ConnectedClients() const { return isServed_ ? server_->ConnectedClients() : 0; }
 
   private:
+    RangeLock ranges_;
     std::unique_ptr<nbd::Server> server_;
     std::array<char, kUriSize> uri_{};
     unsigned index_ = 0;

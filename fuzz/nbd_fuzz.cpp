@@ -180,10 +180,10 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
     RangeLock ranges;
     FragmentStream stream(input, cut);
     {
-        nbd::StreamReader reader(stream, received);
-        nbd::ReplyWriter replies(stream, gathered);
+        StreamReader reader(stream, received);
+        ReplyWriter replies(stream, gathered);
         ByteDevice bytes(device, ranges);
-        const std::atomic<nbd::ServerPhase> phase = nbd::ServerPhase::Serving;
+        const std::atomic<ServerPhase> phase = ServerPhase::Serving;
         static_cast<void>(nbd::Transmission(reader, replies, bytes, phase).Run());
     }
     Expect(device.rulesBroken == 0, "a request outside the device's rules");
@@ -195,8 +195,8 @@ void FuzzHandshake(std::span<const std::byte> input, unsigned cut) {
     static Bytes received(kReceiveBuffer);
     static Bytes gathered(kReplyBuffer);
     FragmentStream stream(input, cut);
-    nbd::StreamReader reader(stream, received);
-    nbd::ReplyWriter replies(stream, gathered);
+    StreamReader reader(stream, received);
+    ReplyWriter replies(stream, gathered);
     nbd::Handshake handshake(stream, reader, replies, {.name = "x", .size = kDeviceSize});
     static_cast<void>(handshake.Run(60'000));
     static_cast<void>(replies.Send());

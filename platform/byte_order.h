@@ -48,4 +48,20 @@ inline void StoreBig(void* to, Number value) {
     std::memcpy(to, &ordered, sizeof(ordered));
 }
 
+/// A number in network byte order, at any address.
+template <typename Number>
+class BigEndian {
+  public:
+    BigEndian() = default;
+    BigEndian(Number value) { StoreBig(bytes_, value); }
+    operator Number() const { return LoadBig<Number>(bytes_); }
+
+  private:
+    std::byte bytes_[sizeof(Number)];
+};
+
+using Big16 = BigEndian<std::uint16_t>;
+using Big32 = BigEndian<std::uint32_t>;
+using Big64 = BigEndian<std::uint64_t>;
+
 } // namespace quilla

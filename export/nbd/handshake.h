@@ -1,8 +1,8 @@
 #pragma once
 
-#include "export/nbd/reply_writer.h"
-#include "export/nbd/stream_reader.h"
 #include "export/nbd/wire.h"
+#include "export/reply_writer.h"
+#include "export/stream_reader.h"
 #include "platform/byte_stream.h"
 
 #include <cstddef>

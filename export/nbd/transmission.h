@@ -1,24 +1,16 @@
 #pragma once
 
 #include "export/byte_device.h"
-#include "export/nbd/reply_writer.h"
-#include "export/nbd/stream_reader.h"
 #include "export/nbd/wire.h"
+#include "export/reply_writer.h"
+#include "export/stream_reader.h"
+#include "export/stream_server.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 namespace quilla::nbd {
-
-/// How far a server is on its way to the end; it never goes back.
-enum class ServerPhase : std::uint8_t {
-    Serving,
-    /// Complete what has been received, take in nothing new.
-    Stopping,
-    /// Give up long requests, too.
-    Aborting,
-};
 
 /// The second phase of a connection: requests and replies until the client says good-bye, breaks off or
 /// breaks the rules, or the server stops. Requests are served in the order of their arrival; their replies

@@ -9,22 +9,6 @@
 /// (github.com/NetworkBlockDevice/nbd, doc/proto.md). All numbers are big-endian and unaligned.
 namespace quilla::nbd {
 
-/// A number in network byte order, at any address.
-template <typename Number>
-class BigEndian {
-  public:
-    BigEndian() = default;
-    BigEndian(Number value) { StoreBig(bytes_, value); }
-    operator Number() const { return LoadBig<Number>(bytes_); }
-
-  private:
-    std::byte bytes_[sizeof(Number)];
-};
-
-using Big16 = BigEndian<std::uint16_t>;
-using Big32 = BigEndian<std::uint32_t>;
-using Big64 = BigEndian<std::uint64_t>;
-
 inline constexpr std::uint64_t kGreetingMagic = 0x4E42444D41474943; // "NBDMAGIC"
 inline constexpr std::uint64_t kOptionMagic = 0x49484156454F5054;   // "IHAVEOPT"
 inline constexpr std::uint64_t kOptionReplyMagic = 0x0003E889045565A9;

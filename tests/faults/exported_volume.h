@@ -33,12 +33,12 @@ class ExportedVolume {
                           FileCreation::OpenExisting);
     }
 
-    [[nodiscard]] bool Mount(nbd::Limits limits = {}) {
+    [[nodiscard]] bool Mount(ServerLimits limits = {}) {
         DataKey key{};
         key.fill(std::byte{0x37});
         if (!device_.Open(OpenFile(), CipherId::Twofish, key))
             return false;
-        server_.emplace(device_, kExport, limits);
+        server_.emplace(device_, ranges_, kExport, limits);
         return server_->Start();
     }
 
@@ -63,6 +63,7 @@ class ExportedVolume {
     const std::filesystem::path path_ =
         std::filesystem::temp_directory_path() / ("quilla-faults-" + std::to_string(getpid()) + ".raw");
     VolumeDevice device_{[] { return std::uint64_t{1}; }};
+    RangeLock ranges_;
     std::optional<nbd::Server> server_;
 };
 

@@ -104,7 +104,7 @@ TEST_F(HandshakeTest, NonsenseEndsTheConnection) {
 
 class HandshakeTimeoutTest : public ServerTest {
   protected:
-    HandshakeTimeoutTest() : ServerTest(nbd::Limits{.handshakeMilliseconds = 400}) {}
+    HandshakeTimeoutTest() : ServerTest(ServerLimits{.handshakeMilliseconds = 400}) {}
 };
 
 TEST_F(HandshakeTimeoutTest, EndsPeersThatAreSilentOrSlow) {

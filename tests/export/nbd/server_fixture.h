@@ -14,7 +14,7 @@ inline constexpr std::uint32_t kSize = 8U << 20;
 /// A server over a device in memory.
 class ServerTest : public testing::Test {
   protected:
-    explicit ServerTest(nbd::Limits limits = {}) : server(device, kName, limits) {}
+    explicit ServerTest(ServerLimits limits = {}) : server(device, ranges, kName, limits) {}
     void SetUp() override { ASSERT_TRUE(server.Start()); }
     void TearDown() override {
         server.Stop();
@@ -34,6 +34,7 @@ class ServerTest : public testing::Test {
     }
 
     MemoryDevice device{kSize};
+    RangeLock ranges;
     nbd::Server server;
 };
 

@@ -21,7 +21,7 @@ bool Await(const std::function<bool()>& condition) {
 
 class NbdServerTest : public ServerTest {
   protected:
-    NbdServerTest() : ServerTest(nbd::Limits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
+    NbdServerTest() : ServerTest(ServerLimits{.handshakeMilliseconds = 10'000, .stopMilliseconds = 700}) {}
 };
 
 TEST_F(NbdServerTest, StrangersMakeRoomForClientsAndClientsForNobody) {

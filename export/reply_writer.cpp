@@ -1,9 +1,9 @@
-#include "export/nbd/reply_writer.h"
+#include "export/reply_writer.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace quilla::nbd {
+namespace quilla {
 
 std::span<std::byte> ReplyWriter::Reserve(std::size_t size) {
     if (buffer_.size() - end_ < size && !Send())
@@ -17,4 +17,4 @@ bool ReplyWriter::Send() {
     return gathered == 0 || stream_.Send(buffer_.first(gathered));
 }
 
-} // namespace quilla::nbd
+} // namespace quilla

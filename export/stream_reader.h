@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <span>
 
-namespace quilla::nbd {
+namespace quilla {
 
 /// Whether a receive may take in more than what is needed now.
 enum class ReadAhead : std::uint8_t { No, Yes };
@@ -53,4 +53,4 @@ class StreamReader {
     std::size_t used_ = 0; // bytes of the buffer that ever held anything: data of a volume is wiped
 };
 
-} // namespace quilla::nbd
+} // namespace quilla

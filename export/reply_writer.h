@@ -8,7 +8,7 @@
 #include <span>
 #include <type_traits>
 
-namespace quilla::nbd {
+namespace quilla {
 
 /// Gathers replies in one buffer, so that a header and its payload, or many small replies, leave in one send.
 class ReplyWriter {
@@ -54,4 +54,4 @@ class ReplyWriter {
     std::size_t used_ = 0; // bytes of the buffer that were ever reserved: data of a volume is wiped
 };
 
-} // namespace quilla::nbd
+} // namespace quilla

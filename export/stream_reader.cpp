@@ -1,9 +1,9 @@
-#include "export/nbd/stream_reader.h"
+#include "export/stream_reader.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace quilla::nbd {
+namespace quilla {
 
 bool StreamReader::ReceiveOnce(std::size_t needed, ReadAhead ahead) {
     if (begin_ == end_)
@@ -37,4 +37,4 @@ void StreamReader::CopyOut(void* to, std::size_t count) {
     std::memcpy(to, Take(count).data(), count);
 }
 
-} // namespace quilla::nbd
+} // namespace quilla

@@ -1,30 +1,28 @@
 #pragma once
 
-#include "export/nbd/server.h"
+#include "export/stream_server.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <span>
+#include <utility>
 
-namespace quilla::nbd {
+namespace quilla {
 
-/// One client of a server: its socket, its thread and its buffers. The server's lock protects the state; the
-/// socket is closed by the thread, under that lock, when everything is over.
+/// One client of a server: its socket and its thread. The server's lock protects the state; the socket is
+/// closed by the thread, under that lock, when everything is over.
 class Connection {
   public:
     enum class State : std::uint8_t {
         Handshake,
-        /// Inside the export.
+        /// Knows the secret and uses the device.
         Attached,
         /// To end without being attached.
         Dismissed,
         Finished,
     };
 
-    Connection(Server& server, Socket client, std::uint64_t arrival)
+    Connection(StreamServer& server, Socket client, std::uint64_t arrival)
         : number(arrival), server_(server), socket_(std::move(client)) {}
 
     /// Starts the thread; false if the system refuses.
@@ -37,19 +35,28 @@ class Connection {
 
     void Close() { socket_.Close(); }
 
+    /// For the protocol, from the connection's own thread.
+    [[nodiscard]] Socket& Stream() { return socket_; }
+
+    /// Lets a client in that has passed its handshake; false if it has been dismissed meanwhile.
+    [[nodiscard]] bool Attach() { return server_.Attach(*this); }
+
+    /// Ends the use of the device by a client that has said good-bye and whose last reply is still to be
+    /// sent.
+    void Detach() { server_.Detach(*this); }
+
     State state = State::Handshake;
+    /// Set by the protocol when the client has taken its leave.
     bool saidGoodbye = false;
     /// Connections are numbered in the order of their arrival.
     const std::uint64_t number;
 
   private:
     static void RunThread(void* connection);
-    void Run();
-    void Serve(std::span<std::byte> received, std::span<std::byte> replies);
 
-    Server& server_;
+    StreamServer& server_;
     Socket socket_;
     Thread thread_;
 };
 
-} // namespace quilla::nbd
+} // namespace quilla

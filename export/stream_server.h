@@ -1,0 +1,106 @@
+#pragma once
+
+#include "export/stop_report.h"
+#include "platform/block_device.h"
+#include "platform/socket.h"
+#include "platform/thread.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace quilla {
+
+class Connection;
+
+/// Limits of a server; the defaults suit a mounted volume.
+struct ServerLimits {
+    /// Time a client has for its whole handshake.
+    std::uint32_t handshakeMilliseconds = 10'000;
+    /// Time that Stop gives clients to take the replies to what is in flight.
+    std::uint32_t stopMilliseconds = 3'000;
+};
+
+/// How far a server is on its way to the end; it never goes back.
+enum class ServerPhase : std::uint8_t {
+    Serving,
+    /// Complete what has been received, take in nothing new.
+    Stopping,
+    /// Give up long requests, too.
+    Aborting,
+};
+
+/// What the servers of all protocols have in common: a listener on loopback TCP, a bounded number of
+/// connections with a thread each, and an orderly end. A malformed or stalled peer costs only its own
+/// connection. The destructor of a derived class calls Stop.
+class StreamServer {
+  public:
+    /// Connections at a time. When all are taken, the oldest one still in its handshake makes room for a
+    /// newcomer; with none in its handshake the newcomer is closed.
+    static constexpr std::size_t kMaxConnections = 16;
+
+    /// The device must outlive the server. The label says in traces what is served; it is no secret.
+    StreamServer(BlockDevice& device, std::string_view label, ServerLimits limits);
+    virtual ~StreamServer();
+    StreamServer(const StreamServer&) = delete;
+    StreamServer& operator=(const StreamServer&) = delete;
+
+    /// Starts to listen (port 0 = the system chooses) and to serve; false if the system refuses.
+    [[nodiscard]] bool Start(std::uint16_t port = 0);
+
+    /// The port clients connect to; 0 before Start.
+    [[nodiscard]] std::uint16_t Port() const { return listener_.Port(); }
+
+    /// Clients that have finished their handshake and are attached at present.
+    [[nodiscard]] unsigned ConnectedClients() const { return attached_.load(); }
+
+    /// Completes what is in flight, disconnects everybody, joins the threads and flushes the device. A second
+    /// call does nothing.
+    StopReport Stop();
+
+  protected:
+    /// Serves a client from its first byte to its last. Runs in the connection's own thread.
+    virtual void Serve(Connection& connection) = 0;
+
+    [[nodiscard]] BlockDevice& Device() const { return device_; }
+    [[nodiscard]] const ServerLimits& Limits() const { return limits_; }
+    [[nodiscard]] const std::atomic<ServerPhase>& Phase() const { return phase_; }
+
+    /// Leaves a trace of a client that was not let in.
+    void TellRefusal(const char* why) const;
+
+  private:
+    friend class Connection;
+
+    using Slot = std::unique_ptr<Connection>;
+
+    static void RunAcceptor(void* server);
+    void AcceptConnections();
+    void Admit(Socket client);
+    [[nodiscard]] Slot* FindRoom();
+    void EndConnections();
+
+    // For connections, from their own threads.
+    [[nodiscard]] bool Attach(Connection& connection);
+    void Detach(Connection& connection);
+    void Finish(Connection& connection);
+
+    BlockDevice& device_;
+    std::array<char, 32> label_{};
+    const ServerLimits limits_;
+    Listener listener_;
+    Thread acceptor_;
+    Lock lock_;
+    Condition finished_;
+    std::array<Slot, kMaxConnections> connections_; // changed by the acceptor, or after its end
+    std::uint64_t admitted_ = 0;
+    unsigned running_ = 0; // connections that have not finished
+    unsigned cutOff_ = 0;  // clients that a stop has cut off
+    std::atomic<unsigned> attached_ = 0;
+    std::atomic<ServerPhase> phase_{};
+};
+
+} // namespace quilla
