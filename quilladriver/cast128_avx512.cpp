@@ -10,7 +10,7 @@
 #include "quilladriver/avx512_bytes.h"
 #include "quilladriver/cast128_interleaved.h"
 #include "quilladriver/kernels.h"
-#include "quilladriver/processor.h"
+#include "platform/processor.h"
 
 #include <cstddef>
 #include <cstdint>

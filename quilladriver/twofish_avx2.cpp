@@ -8,7 +8,7 @@
 
 #include "platform/wipe.h"
 #include "quilladriver/kernels.h"
-#include "quilladriver/processor.h"
+#include "platform/processor.h"
 #include "quilladriver/twofish_vector_keys.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // The kernels on every platform: each against the portable one, the portable one against test vectors made by
 // libgcrypt (docs/volume-data-format.md), and what SectorCipher promises around them.
 
-#include "quilladriver/processor.h"
+#include "platform/processor.h"
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/sector_kernel.h"
 #include "tests/quilladriver/test_sectors.h"

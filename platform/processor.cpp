@@ -1,4 +1,4 @@
-#include "quilladriver/processor.h"
+#include "platform/processor.h"
 
 #if defined(__x86_64__)
 #include <cpuid.h>
