@@ -28,17 +28,15 @@ struct Avx2 {
         return reinterpret_cast<Vector>(
             _mm256_shuffle_pd(reinterpret_cast<__m256d>(x), reinterpret_cast<__m256d>(y), 0b0101));
     }
-    QUILLA_ARGON2_INLINE static void TurnRows(Vector (&rows)[8]) {
-        // Pieces k and k + 1 of one row and of the other become piece k of both and piece k + 1 of both. The
-        // rows' vectors 0 to 3 and 4 to 7 interleave, so that pieces come out in their order.
-        const Vector in[8] = {rows[0], rows[4], rows[1], rows[5], rows[2], rows[6], rows[3], rows[7]};
-        Vector out[8];
-        for (int i = 0; i < 8; i += 2) {
-            out[i] = Half<0x20>(in[i], in[i + 1]);
-            out[i + 1] = Half<0x31>(in[i], in[i + 1]);
-        }
-        for (int i = 0; i < 8; ++i)
-            rows[i] = out[i];
+    QUILLA_ARGON2_INLINE static void RowsToPieces(Vector (&v)[8]) {
+        const Vector rows[8] = {v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]};
+        for (int i = 0; i < 4; ++i)
+            SwapHalves(v[2 * i], v[2 * i + 1], rows[i], rows[i + 4]);
+    }
+    QUILLA_ARGON2_INLINE static void PiecesToRows(Vector (&v)[8]) {
+        const Vector pieces[8] = {v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]};
+        for (int i = 0; i < 4; ++i)
+            SwapHalves(v[i], v[i + 4], pieces[2 * i], pieces[2 * i + 1]);
     }
 
   private:
@@ -48,10 +46,15 @@ struct Avx2 {
             order |= static_cast<long long>((i + shift) % 8) << (8 * i);
         return order;
     }
+    /// The first halves of x and y together, and the second ones.
+    QUILLA_ARGON2_INLINE static void SwapHalves(Vector& first, Vector& second, Vector x, Vector y) {
+        first = Half<0x20>(x, y);
+        second = Half<0x31>(x, y);
+    }
     template <int which>
     QUILLA_ARGON2_INLINE static Vector Half(Vector x, Vector y) {
-        return reinterpret_cast<Vector>(_mm256_permute2x128_si256(reinterpret_cast<__m256i>(x),
-                                                                  reinterpret_cast<__m256i>(y), which));
+        return reinterpret_cast<Vector>(
+            _mm256_permute2x128_si256(reinterpret_cast<__m256i>(x), reinterpret_cast<__m256i>(y), which));
     }
 };
 

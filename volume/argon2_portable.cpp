@@ -23,8 +23,11 @@ struct Words {
     static Vector RotateRight(Vector x) {
         return x >> bits | x << (64 - bits);
     }
-    static Vector Join(Vector x, Vector y) { return Vector{x[1], y[0]}; }
-    static void TurnRows(Vector (&)[8]) {}
+    static Vector Join(Vector x, Vector y) {
+        return Vector{x[1], y[0]};
+    }
+    static void RowsToPieces(Vector (&)[8]) {} // a row is its pieces
+    static void PiecesToRows(Vector (&)[8]) {}
 };
 
 bool AnyProcessor() {

@@ -4,18 +4,18 @@
 
 #include <cstdint>
 
-// Argon2's compression function over vectors of any width (RFC 9106, sections 3.5 and 3.6). A vector holds one
-// piece, that is two neighbouring words, of each of 1, 2 or 4 rows or columns, which are worked on at once.
-// Everything is inlined: a file compiled for one kind of processor must leave no function of this header behind,
-// since the linker keeps one copy of all and could keep the one that not every processor runs.
+// Argon2's compression function over vectors of any width (RFC 9106, sections 3.5 and 3.6). A vector holds
+// one piece, that is two neighbouring words, of each of 1, 2 or 4 rows or columns, which are worked on at
+// once. Everything is inlined: a file compiled for one kind of processor must leave no function of this
+// header behind, since the linker keeps one copy of all and could keep the one that not every processor runs.
 //
 // Lanes names a processor's operations:
 //   Vector                     with the operators +, ^ and [] of the compiler's vectors
 //   MultiplyLow(x, y)          product of the lower halves of each word
 //   RotateRight<n>(x)
 //   Join(x, y)                 of each piece of x the second word, then the first word of y's
-//   TurnRows(rows)             eight vectors of rows as they lie in memory into eight pieces of each row, and
-//                              back again
+//   RowsToPieces(v)            eight vectors of rows as they lie in memory into eight pieces of each row
+//   PiecesToRows(v)            back again
 #define QUILLA_ARGON2_INLINE [[gnu::always_inline]] inline
 
 namespace quilla {
@@ -79,9 +79,9 @@ QUILLA_ARGON2_INLINE void FillBlock(Argon2Block& next, const Argon2Block& previo
             sum[i] ^= out[i];
     for (int i = 0; i < kVectors; i += 8) {
         Vector(&rows)[8] = *reinterpret_cast<Vector(*)[8]>(state + i);
-        Lanes::TurnRows(rows);
+        Lanes::RowsToPieces(rows);
         Permute<Lanes>(rows);
-        Lanes::TurnRows(rows);
+        Lanes::PiecesToRows(rows);
     }
     for (int column = 0; column < kRow; ++column) {
         Vector pieces[8];

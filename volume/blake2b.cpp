@@ -27,8 +27,8 @@ constexpr std::uint8_t kSigma[10][16] = {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 
                                          {10, 2, 8, 4, 7, 6, 1, 5, 15, 11, 9, 14, 3, 12, 13, 0}};
 
 /// Which words each of the eight mixings of a round works on: first the columns, then the diagonals.
-constexpr std::uint8_t kQuads[8][4] = {{0, 4, 8, 12}, {1, 5, 9, 13}, {2, 6, 10, 14}, {3, 7, 11, 15},
-                                       {0, 5, 10, 15}, {1, 6, 11, 12}, {2, 7, 8, 13}, {3, 4, 9, 14}};
+constexpr std::uint8_t kQuads[8][4] = {{0, 4, 8, 12},  {1, 5, 9, 13},  {2, 6, 10, 14}, {3, 7, 11, 15},
+                                       {0, 5, 10, 15}, {1, 6, 11, 12}, {2, 7, 8, 13},  {3, 4, 9, 14}};
 
 void Mix(std::uint64_t (&v)[16], const std::uint8_t (&quad)[4], std::uint64_t x, std::uint64_t y) {
     std::uint64_t &a = v[quad[0]], &b = v[quad[1]], &c = v[quad[2]], &d = v[quad[3]];
