@@ -3,7 +3,7 @@
 // payload and nothing else.
 
 #include "platform/byte_order.h"
-#include "volume/key_file.h"
+#include "volume/key_strength.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -115,6 +115,40 @@ void CheckSummary(const Bytes& input) {
     Require(file.Content() == input, "the summary changes nothing");
 }
 
+/// The chunk that slows down guessing: absent, within the limits, or unknown.
+void CheckStrength(const Bytes& input) {
+    bool isKnown = true;
+    std::optional<KeyStrength> expected;
+    for (std::size_t position = 16; position + 4 <= input.size();) {
+        const std::size_t rest = input.size() - position;
+        if (NumberAt(input, position) == 0x51544B44) {
+            KeyStrength strength{};
+            isKnown = rest >= 64 && NumberAt(input, position + 4) == 0 &&
+                      NumberAt(input, position + 8) == 48 && NumberAt(input, position + 12) == 0;
+            if (isKnown)
+                std::memcpy(&strength, &input[position + 16], sizeof(strength));
+            isKnown = isKnown && strength.memory >= 8192 && strength.memory <= 1048576 &&
+                      strength.passes >= 1 && strength.passes <= 64 && strength.lanes >= 1 &&
+                      strength.lanes <= 16 && strength.algorithm == 1;
+            if (isKnown)
+                expected = strength;
+            break;
+        }
+        const std::uint64_t length = rest >= 16 ? LoadLittle<std::uint64_t>(&input[position + 8]) : rest;
+        if (rest < 16 || length > rest - 16)
+            break;
+        position += 16 + static_cast<std::size_t>(length);
+    }
+    const MemoryFile file(input);
+    std::optional<KeyStrength> found;
+    const KeyFileStatus status = ReadKeyStrength(file.Path(), found);
+    Require(status == (isKnown ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat), "outcome of strength");
+    Require(found.has_value() == expected.has_value() &&
+                (!found || std::memcmp(&*found, &*expected, sizeof(*found)) == 0),
+            "strength read");
+    Require(file.Content() == input, "reading strength changes nothing");
+}
+
 } // namespace
 } // namespace quilla
 
@@ -123,6 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto bytes = std::as_bytes(std::span(data, size));
     const Bytes input(bytes.begin(), bytes.end());
     CheckSummary(input);
+    CheckStrength(input);
     CheckChunk(input, kSettingsHeader);
     CheckChunk(input, KeyBlockHeader(CipherId::Cast128));
     CheckChunk(input, KeyBlockHeader(CipherId::Twofish));

@@ -6,11 +6,11 @@
 // bytes; an S-box of 256 words is four tables of 256 bytes, and a look-up in one of these is two byte
 // permutations over 128 entries each and a selection by the top bit.
 
+#include "platform/processor.h"
 #include "platform/wipe.h"
 #include "quilladriver/avx512_bytes.h"
 #include "quilladriver/cast128_interleaved.h"
 #include "quilladriver/kernels.h"
-#include "platform/processor.h"
 
 #include <cstddef>
 #include <cstdint>

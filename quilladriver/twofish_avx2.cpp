@@ -6,9 +6,9 @@
 // looks up 32 bytes in one row and gives zero where the index has its top bit set, which selects between the
 // rows of the lower and the upper half of the table; blends select by the other three bits.
 
+#include "platform/processor.h"
 #include "platform/wipe.h"
 #include "quilladriver/kernels.h"
-#include "platform/processor.h"
 #include "quilladriver/twofish_vector_keys.h"
 
 #include <cstddef>

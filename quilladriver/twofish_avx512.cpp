@@ -5,10 +5,10 @@
 // half, so that both runs of the function g share their instructions. The four S-boxes of 256 bytes fill
 // sixteen registers; a lookup is two byte permutations over 128 entries each and a selection by the top bit.
 
+#include "platform/processor.h"
 #include "platform/wipe.h"
 #include "quilladriver/avx512_bytes.h"
 #include "quilladriver/kernels.h"
-#include "platform/processor.h"
 #include "quilladriver/twofish_vector_keys.h"
 
 #include <cstddef>

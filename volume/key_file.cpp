@@ -1,6 +1,7 @@
 #include "volume/key_file.h"
 
 #include "platform/wipe.h"
+#include "volume/chunk_walker.h"
 #include "volume/cipher_frame.h"
 
 #include <algorithm>
@@ -9,10 +10,6 @@
 namespace quilla {
 
 namespace {
-
-/// A search gives up after so many chunks: a key file has three, and a huge file of empty chunks must not
-/// keep the program busy.
-constexpr int kMaxChunks = 4096;
 
 constexpr std::size_t kReservedSize = 520;
 constexpr std::uint16_t kReservedParam = 2;
@@ -26,6 +23,8 @@ struct KeyFileImage {
     KeyBlock keyBlock; ///< left out without a cipher
     ChunkHeader reservedHeader;
     std::byte reserved[kReservedSize];
+    ChunkHeader strengthHeader; ///< only with the option that slows down guessing
+    KeyStrength strength;
 };
 static_assert(offsetof(KeyFileImage, settingsHeader) == 16);
 static_assert(offsetof(KeyFileImage, settings) == 32);
@@ -33,7 +32,8 @@ static_assert(offsetof(KeyFileImage, keyBlockHeader) == 56);
 static_assert(offsetof(KeyFileImage, keyBlock) == 72);
 static_assert(offsetof(KeyFileImage, reservedHeader) == 224);
 static_assert(offsetof(KeyFileImage, reserved) == 240);
-static_assert(sizeof(KeyFileImage) == kKeyFileSize);
+static_assert(offsetof(KeyFileImage, strengthHeader) == kKeyFileSize);
+static_assert(sizeof(KeyFileImage) == kStrongKeyFileSize);
 
 template <typename T>
 std::span<std::byte> BytesOf(T& object) {
@@ -57,45 +57,23 @@ class RecordReader {
     std::uint64_t position_ = 0;
 };
 
-/// A header that fits no chunk, to read into: what a short file lacks must not look like zeros.
-constexpr ChunkHeader kNoHeader = {.tag = ChunkTag{0xFFFFFFFF},
-                                   .param = 0xFFFF,
-                                   .reserved = 0xFFFF,
-                                   .lengthLow = 0xFFFFFFFF,
-                                   .lengthHigh = 0xFFFFFFFF};
-
 KeyFileStatus ReadTag(RecordReader& reader, ChunkTag tag, ChunkHeader& header) {
-    header = kNoHeader;
+    header = kNoChunkHeader;
     if (!reader.Read(header))
         return KeyFileStatus::CannotRead;
     return header.tag == tag ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat;
 }
 
-bool ReadHeaderAt(const File& file, std::uint64_t position, ChunkHeader& header) {
-    const Transfer transfer = file.ReadAt(position, BytesOf(header));
-    return transfer.succeeded && transfer.bytes == sizeof(header);
-}
-
-/// Walks from chunk to chunk until a header equals the wanted one. Whatever a header says about its length,
-/// the walk only goes forward and ends at the end of the file at the latest, which counts as a failed read. A
-/// file of more chunks than any key file has is of an unknown format.
+/// Walks to the chunk whose header equals the wanted one. A file that ends before it counts as a failed read.
 KeyFileStatus FindChunk(const File& file, const ChunkHeader& wanted, std::uint64_t& payloadPosition) {
-    ChunkHeader header{};
-    std::uint64_t size = 0;
-    if (!file.GetSize(size) || !ReadHeaderAt(file, 0, header)) // what the file header says does not matter
-        return KeyFileStatus::CannotRead;
-    std::uint64_t position = sizeof(header);
-    for (int chunks = 0; chunks < kMaxChunks; ++chunks) {
-        if (!ReadHeaderAt(file, position, header))
-            return KeyFileStatus::CannotRead;
-        position += sizeof(header);
-        payloadPosition = position;
-        if (header == wanted)
-            return KeyFileStatus::Done;
-        const std::uint64_t rest = size > position ? size - position : 0;
-        position += std::min(header.Length(), rest);
-    }
-    return KeyFileStatus::UnknownFormat;
+    ChunkWalker walker(file);
+    ChunkWalker::Step step = walker.Next();
+    while (step == ChunkWalker::Step::Chunk && walker.Header() != wanted)
+        step = walker.Next();
+    payloadPosition = walker.PayloadPosition();
+    if (step == ChunkWalker::Step::Chunk)
+        return KeyFileStatus::Done;
+    return step == ChunkWalker::Step::TooMany ? KeyFileStatus::UnknownFormat : KeyFileStatus::CannotRead;
 }
 
 KeyFileImage EmptyImage(const VolumeRecord& record) {
@@ -156,8 +134,10 @@ KeyFileStatus ReadSummary(const PathUnit* path, VolumeRecord& record) {
 KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
                                std::span<std::byte> payload) {
     const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
-    if (!file.IsOpen())
-        return KeyFileStatus::CannotOpen;
+    return file.IsOpen() ? ReadChunkOf(file, wanted, payload) : KeyFileStatus::CannotOpen;
+}
+
+KeyFileStatus ReadChunkOf(const File& file, const ChunkHeader& wanted, std::span<std::byte> payload) {
     std::uint64_t position = 0;
     if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
         return status;
@@ -169,8 +149,11 @@ KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
 KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
                                   std::span<const std::byte> payload) {
     const File file = File::Open(path, FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
-    if (!file.IsOpen())
-        return KeyFileStatus::CannotOpen;
+    return file.IsOpen() ? RewriteChunkOf(file, wanted, payload) : KeyFileStatus::CannotOpen;
+}
+
+KeyFileStatus RewriteChunkOf(const File& file, const ChunkHeader& wanted,
+                             std::span<const std::byte> payload) {
     std::uint64_t position = 0;
     if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
         return status;
@@ -179,18 +162,23 @@ KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wante
 }
 
 KeyFileStatus CreateKeyFile(const PathUnit* path, const VolumeRecord& record,
-                            const PasswordDigest& passwordKey) {
+                            const PasswordDigest& passwordKey, const KeyStrength* strength) {
     Secret<KeyFileImage> image;
     *image = EmptyImage(record);
     const bool enciphered = record.Cipher != CipherId::None;
     if (enciphered && !AddKeyBlock(*image, record.Cipher, passwordKey))
         return BlockSizeOf(record.Cipher) == 0 ? KeyFileStatus::UnknownFormat : KeyFileStatus::CannotCreate;
+    if (strength != nullptr) {
+        image->strengthHeader = kStrengthHeader;
+        image->strength = *strength;
+    }
     File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
     if (!file.IsOpen())
         return KeyFileStatus::CannotCreate;
     constexpr std::size_t kTail = offsetof(KeyFileImage, reservedHeader);
     const std::size_t head = enciphered ? kTail : offsetof(KeyFileImage, keyBlock);
-    const auto bytes = std::as_bytes(std::span(&*image, 1));
+    const std::size_t size = strength != nullptr ? kStrongKeyFileSize : kKeyFileSize;
+    const auto bytes = std::as_bytes(std::span(&*image, 1)).first(size);
     if (WriteWhole(file, 0, bytes.first(head)) && WriteWhole(file, head, bytes.subspan(kTail)) &&
         file.Flush())
         return KeyFileStatus::Done;

@@ -4,6 +4,7 @@
 #include "volume/key_block.h"
 #include "volume/volume_record.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -14,7 +15,13 @@
 /// call's.
 namespace quilla {
 
-enum class ChunkTag : std::uint32_t { FileHeader = 0, Settings = 1, KeyBlock = 2, Reserved = 3 };
+enum class ChunkTag : std::uint32_t {
+    FileHeader = 0,
+    Settings = 1,
+    KeyBlock = 2,
+    Reserved = 3,
+    Strength = 0x51544B44, ///< "DKTQ"
+};
 
 /// The head of a chunk, and of the file itself. Numbers are little-endian.
 struct ChunkHeader {
@@ -34,6 +41,13 @@ static_assert(offsetof(ChunkHeader, param) == 4);
 static_assert(offsetof(ChunkHeader, reserved) == 6);
 static_assert(offsetof(ChunkHeader, lengthLow) == 8);
 static_assert(offsetof(ChunkHeader, lengthHigh) == 12);
+
+/// A header that fits no chunk, to read into: what a short file lacks must not look like zeros.
+inline constexpr ChunkHeader kNoChunkHeader = {.tag = ChunkTag{0xFFFFFFFF},
+                                               .param = 0xFFFF,
+                                               .reserved = 0xFFFF,
+                                               .lengthLow = 0xFFFFFFFF,
+                                               .lengthHigh = 0xFFFFFFFF};
 
 inline constexpr std::uint16_t kFormatMark = 65;
 
@@ -64,6 +78,22 @@ template <typename T>
 
 inline constexpr ChunkHeader kSettingsHeader = HeaderOf<VolumeSettings>(ChunkTag::Settings);
 
+/// Payload of the optional chunk that slows down guessing (volume/key_strength.h).
+struct KeyStrength {
+    std::array<std::byte, 32> salt;
+    std::uint32_t memory; ///< KiB
+    std::uint32_t passes;
+    std::uint32_t lanes;
+    std::uint32_t algorithm; ///< 1 = Argon2id, version 0x13
+};
+static_assert(std::is_trivially_copyable_v<KeyStrength> && sizeof(KeyStrength) == 48);
+static_assert(offsetof(KeyStrength, memory) == 32);
+static_assert(offsetof(KeyStrength, passes) == 36);
+static_assert(offsetof(KeyStrength, lanes) == 40);
+static_assert(offsetof(KeyStrength, algorithm) == 44);
+
+inline constexpr ChunkHeader kStrengthHeader = HeaderOf<KeyStrength>(ChunkTag::Strength);
+
 /// A key block is found only by a reader that knows the volume's cipher.
 [[nodiscard]] constexpr ChunkHeader KeyBlockHeader(CipherId cipher) {
     return HeaderOf<KeyBlock>(ChunkTag::KeyBlock, static_cast<std::uint16_t>(cipher));
@@ -71,6 +101,7 @@ inline constexpr ChunkHeader kSettingsHeader = HeaderOf<VolumeSettings>(ChunkTag
 
 /// Bytes in a key file as it is written for a volume with a cipher.
 inline constexpr std::size_t kKeyFileSize = 760;
+inline constexpr std::size_t kStrongKeyFileSize = 824; ///< with the option that slows down guessing
 
 enum class KeyFileStatus : std::uint8_t {
     Done,
@@ -78,7 +109,8 @@ enum class KeyFileStatus : std::uint8_t {
     CannotOpen,
     CannotRead,
     CannotWrite,
-    UnknownFormat
+    UnknownFormat,
+    NoMemory ///< for the function that slows down guessing
 };
 
 /// Reads time-out and cipher into a record and clears its flags. A failure leaves what was not reached yet as
@@ -90,15 +122,23 @@ enum class KeyFileStatus : std::uint8_t {
 [[nodiscard]] KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
                                              std::span<std::byte> payload);
 
+/// The same for a file that is open already.
+[[nodiscard]] KeyFileStatus ReadChunkOf(const File& file, const ChunkHeader& wanted,
+                                        std::span<std::byte> payload);
+
 /// Finds the chunk in the same way and writes over its payload in one piece, so that a process killed
 /// meanwhile leaves the old payload or the new one.
 [[nodiscard]] KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
                                                 std::span<const std::byte> payload);
+[[nodiscard]] KeyFileStatus RewriteChunkOf(const File& file, const ChunkHeader& wanted,
+                                           std::span<const std::byte> payload);
 
 /// Creates the key file of a volume from its record: time-out, flags and, with a cipher, a key block with a
 /// new master key. Refuses a cipher that cannot encipher with UnknownFormat, since the master key would be
-/// written as it is; without random numbers nothing is created. What a failure has begun is removed.
+/// written as it is; without random numbers nothing is created. With a strength, whose wrapping key the given
+/// key then is, its chunk comes last. What a failure has begun is removed.
 [[nodiscard]] KeyFileStatus CreateKeyFile(const PathUnit* path, const VolumeRecord& record,
-                                          const PasswordDigest& passwordKey);
+                                          const PasswordDigest& passwordKey,
+                                          const KeyStrength* strength = nullptr);
 
 } // namespace quilla
