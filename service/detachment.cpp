@@ -29,7 +29,8 @@ void Detachment::Detach() {
     PostMessageW(window, WM_DETACHED, 0, 0);
 }
 
-void Detachment::AwaitUntil(ULONGLONG deadline) const {
+void Detachment::Await(ULONGLONG patience) const {
+    const ULONGLONG deadline = begin_ + patience;
     const HANDLE over = over_.Get();
     for (ULONGLONG now = GetTickCount64(); !IsOver() && now < deadline; now = GetTickCount64()) {
         MsgWaitForMultipleObjectsEx(1, &over, static_cast<DWORD>(deadline - now), QS_SENDMESSAGE | QS_PAINT,

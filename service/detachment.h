@@ -20,9 +20,9 @@ class Detachment {
 
     [[nodiscard]] bool IsOver() const { return WaitForSingleObject(over_.Get(), 0) == WAIT_OBJECT_0; }
 
-    /// Waits for the end, but not beyond a time (GetTickCount64). Sent messages are served and windows
-    /// painted meanwhile.
-    void AwaitUntil(ULONGLONG deadline) const;
+    /// Waits for the end, at most until so many milliseconds have passed since the start. Sent messages are
+    /// served and windows painted meanwhile.
+    void Await(ULONGLONG patience) const;
 
     [[nodiscard]] VolumeRecord& Record() const { return record_; }
     [[nodiscard]] DismountReason Reason() const { return reason_; }
@@ -39,6 +39,7 @@ class Detachment {
     VolumeRecord& record_;
     const DismountReason reason_;
     const HWND window_;
+    const ULONGLONG begin_ = GetTickCount64();
     StopReport report_;
     UniqueEvent over_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     UniqueThread thread_;

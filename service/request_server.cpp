@@ -142,7 +142,7 @@ LRESULT RequestServer::DismountRequested(const VolumeRecord& wanted, VolumeRecor
     if (volume == nullptr || !volume->record.IsMounted())
         return -1;
     BeginDismount(volume->record, DismountReason::User);
-    AwaitDismounts(kSenderPatience);
+    AwaitDismounts(kSenderPatience, &volume->record);
     Reply(reply, volume->record);
     return 0;
 }
@@ -167,16 +167,15 @@ void RequestServer::BeginDismount(VolumeRecord& record, DismountReason reason) {
         free->reset(new (std::nothrow) Detachment(record, reason, GetParent(list_.hwnd)));
 }
 
-/// Gives the disks some time, completes what is over and marks the rows of the others. Requests that come
-/// meanwhile, through the waiting or through the notices, do the same; what they complete stays in its place
-/// until nobody looks at it any more.
-void RequestServer::AwaitDismounts(ULONGLONG patience) {
+/// Gives the disks, or that of one volume, some time, completes what is over and marks the rows of the
+/// others. Requests that come meanwhile, through the waiting or through the notices, do the same; what they
+/// complete stays in its place until nobody looks at it any more.
+void RequestServer::AwaitDismounts(ULONGLONG patience, const VolumeRecord* awaited) {
     const Work work(*this);
     ++awaiting_;
-    const ULONGLONG deadline = GetTickCount64() + patience;
     for (const auto& detachment : detachments_)
-        if (detachment)
-            detachment->AwaitUntil(deadline);
+        if (detachment && (awaited == nullptr || awaited == &detachment->Record()))
+            detachment->Await(patience);
     for (const auto& detachment : detachments_) {
         if (!detachment || detachment->isFinished)
             continue;

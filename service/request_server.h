@@ -68,7 +68,7 @@ class RequestServer {
     [[nodiscard]] ListedVolume* Find(const VolumeRecord& wanted);
     [[nodiscard]] bool IsDismounting(const VolumeRecord& record) const;
     void BeginDismount(VolumeRecord& record, DismountReason reason);
-    void AwaitDismounts(ULONGLONG patience);
+    void AwaitDismounts(ULONGLONG patience, const VolumeRecord* awaited = nullptr);
     void FinishDismount(Detachment& detachment);
     void MarkDismounting(VolumeRecord& record, bool isDismounting);
     static void Sweep(void* server);

@@ -31,7 +31,8 @@ DESK = BUILD / "endtoend" / "desk.exe"
 
 LIMIT = 60  # seconds until something that should happen soon counts as not happening
 
-WM_CLOSE = 0x0010
+WM_CLOSE, WM_COMMAND = 0x0010, 0x0111
+IDM_DISMOUNT_ALL = 1022
 
 CIPHER_NONE, CIPHER_CAST128, CIPHER_TWOFISH = 0, 6, 10
 CIPHER_NAMES = {CIPHER_NONE: "none", CIPHER_CAST128: "CAST-128", CIPHER_TWOFISH: "Twofish"}

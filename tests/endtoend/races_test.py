@@ -1,8 +1,12 @@
 """Commands started at the same moment, and error boxes that nobody answers: everybody gets his answer, and ends."""
 
 import os
+import pathlib
+import signal
+import time
 import unittest
 
+import nbd
 import oracle
 import quilla
 
@@ -53,6 +57,34 @@ class RacesTest(quilla.DesktopTest):
         self.assertIsNone(first.poll(), "closed under its own box")
         self.assertEqual(self.desktop.box(), ("Quilla Error", "RegisterDevice() failed"))
         self.assertEqual(first.wait(quilla.LIMIT), 0, "the close was forgotten")
+
+    @unittest.skipUnless(pathlib.Path("/dev/fuse").exists(), "no FUSE on this machine")
+    def test_a_disk_that_hangs_holds_up_nobody_else(self):
+        (self.folder / "disk").mkdir()
+        hung, volume = self.volume("disk/Hung", cipher=quilla.CIPHER_NONE), self.volume()
+        oracle.make_files(volume)
+        self.addCleanup(self.desktop.tool, "fusermount3", "-u", "-z", str(hung.raw.parent), check=False)
+        disk = self.desktop.spawn("nbdfuse", str(hung.raw), "--command", "nbdkit", "-s", "memory", str(hung.size))
+        self.wait(hung.raw.exists, "the disk")
+        process = self.desktop.start_serving()
+        self.desktop.request("mount", self.desktop.request("query", hung.record())[0])
+        client = self.enterContext(nbd.Client(self.desktop.uri("SEC0")))
+        client.write(0, b"1" * 4096)
+        os.kill(disk.pid, signal.SIGSTOP)
+        try:
+            client.send_write(4096, b"2" * 4096)
+            begin = time.monotonic()
+            self.desktop.send(quilla.WM_COMMAND, quilla.IDM_DISMOUNT_ALL)
+            self.desktop.mount(volume, "SEC1")
+            self.desktop.dismount(volume)
+            self.desktop.send(quilla.WM_CLOSE)
+            self.assertLess(time.monotonic() - begin, 10, "the window waited for the disk")
+            self.assertIsNone(process.poll(), "ended with a volume mounted")
+        finally:
+            os.kill(disk.pid, signal.SIGCONT)
+        ask = self.desktop.desk.ask
+        quilla.wait_until(lambda: process.poll() is not None or not ask("send", quilla.WM_CLOSE, 0, ""),
+                          "the dismount to be completed")
 
     def test_a_start_takes_over_from_one_that_was_killed(self):
         volume = self.volume()
