@@ -40,8 +40,21 @@ int Application::Run(const wchar_t* commandLine, wchar_t** words) {
         WipeCommandLine(words);
     if (!start->isWellFormed) // there may be a password in what was not understood
         Wipe(start->request);
-    targetWindow_ = FindServingWindow();
-    return targetWindow_ != nullptr ? HandOn(*start) : Serve(*start);
+    for (;;) {
+        targetWindow_ = FindServingWindow();
+        if (targetWindow_ == nullptr)
+            return Serve(*start);
+        const int exitCode = HandOn(*start);
+        if (exitCode != 0 || !HasMissedTarget(start->request))
+            return exitCode;
+        start->request.hasPassword = false; // it is wiped: the dialog asks for it
+    }
+}
+
+/// Whether the serving instance ended, with its last volume, while a mount was being prepared for it. It
+/// never ends with a volume mounted.
+bool Application::HasMissedTarget(const CommandLineRequest& request) const {
+    return FieldText(request.command) == kMountCommand && !IsWindow(targetWindow_);
 }
 
 /// The window of the instance that serves; null makes this instance the one. Instances that start together

@@ -41,6 +41,7 @@ class Application final : public BApplication {
     [[nodiscard]] HWND FindServingWindow();
     [[nodiscard]] HWND AwaitServingWindow();
     int HandOn(Start& start);
+    [[nodiscard]] bool HasMissedTarget(const CommandLineRequest& request) const;
     int Serve(Start& start);
     void RunCommandHidden(Start& start);
 
