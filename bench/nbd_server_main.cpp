@@ -1,7 +1,9 @@
-// quilla-nbd-server: the volume driver's core and the NBD export as a native program. It serves one data file
-// until it is interrupted. Measurements and tests with real clients run against it, sanitizers included.
+// quilla-nbd-server: the volume driver's core and the exports, NBD and iSCSI, as a native program. It serves
+// one data file until it is interrupted. Measurements and tests with real clients run against it, sanitizers
+// included.
 
 #include "export/export_name.h"
+#include "export/iscsi/target.h"
 #include "export/nbd/server.h"
 #include "platform/clock.h"
 #include "platform/wipe.h"
@@ -21,12 +23,13 @@
 namespace quilla {
 namespace {
 
-constexpr char kUsage[] = "usage: quilla-nbd-server FILE CIPHER KEY [PORT]\n"
-                          "  FILE    data file of a volume\n"
-                          "  CIPHER  0 = none, 6 = CAST-128, 10 = Twofish; 10:AVX2 = by the kernel so named\n"
-                          "  KEY     data key, 64 hexadecimal digits, or @PATH of a file that holds them\n"
-                          "  PORT    port on 127.0.0.1; chosen by the system if absent\n"
-                          "Prints the URI for clients, serves until SIGINT or SIGTERM.\n";
+constexpr char kUsage[] =
+    "usage: quilla-nbd-server FILE CIPHER KEY [PORT]\n"
+    "  FILE    data file of a volume\n"
+    "  CIPHER  0 = none, 6 = CAST-128, 10 = Twofish; 10:AVX2 = by the kernel so named\n"
+    "  KEY     data key, 64 hexadecimal digits, or @PATH of a file that holds them\n"
+    "  PORT    port on 127.0.0.1; chosen by the system if absent\n"
+    "Prints the URIs for clients, NBD and then iSCSI, serves until SIGINT or SIGTERM.\n";
 
 constexpr std::size_t kKeyDigits = 2 * kDataKeySize;
 using KeyText = std::array<char, kKeyDigits>;
@@ -96,14 +99,24 @@ int Serve(VolumeDevice& device, std::uint16_t port) {
     nbd::Server server(device, ranges, name.data());
     if (!server.Start(port))
         return Fail("cannot listen");
+    Secret<iscsi::TargetKeys> keys;
+    if (!iscsi::MakeTargetKeys(0, *keys))
+        return Fail("no random numbers");
+    iscsi::Target target(device, ranges, *keys, "SEC0");
+    if (!target.Start())
+        return Fail("cannot listen");
     std::printf("nbd://127.0.0.1:%u/%s\n", unsigned{server.Port()}, name.data());
+    std::printf("iscsi://%s%%%s@127.0.0.1:%u/%s/0\n", iscsi::kTargetUser, keys->secret.data(),
+                unsigned{target.Port()}, keys->name.data());
     std::fflush(stdout);
     int signal = 0;
     sigwait(&ends, &signal);
+    const StopReport targetReport = target.Stop();
     const StopReport report = server.Stop();
-    if (report.clientsCutOff > 0)
-        std::fprintf(stderr, "quilla-nbd-server: %u connections cut off\n", report.clientsCutOff);
-    return report.flushed ? EXIT_SUCCESS : Fail("cannot flush");
+    const unsigned cutOff = report.clientsCutOff + targetReport.clientsCutOff;
+    if (cutOff > 0)
+        std::fprintf(stderr, "quilla-nbd-server: %u connections cut off\n", cutOff);
+    return report.flushed && targetReport.flushed ? EXIT_SUCCESS : Fail("cannot flush");
 }
 
 int Run(int count, char** arguments) {

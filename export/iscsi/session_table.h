@@ -1,0 +1,40 @@
+#pragma once
+
+#include "export/connection.h"
+#include "export/iscsi/login.h"
+#include "platform/thread.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace quilla::iscsi {
+
+/// Who is logged in. Two, since an initiator that was cut off comes back before the target has noticed, and a
+/// cluster of one machine has two paths.
+class SessionTable {
+  public:
+    static constexpr std::size_t kMaxSessions = 2;
+
+    /// Takes a place for an initiator's port. Whoever holds one with the same port is cut off first and given
+    /// so many milliseconds to go (session reinstatement, RFC 7143, 6.3.5). Returns the session's handle, 0
+    /// when there is no place.
+    [[nodiscard]] std::uint16_t Enter(const InitiatorPort& port, Connection& connection,
+                                      std::uint32_t milliseconds);
+
+    /// Gives a connection's place up, if it has one.
+    void Leave(const Connection& connection);
+
+  private:
+    struct Place {
+        Connection* connection = nullptr;
+        InitiatorPort port;
+    };
+
+    Lock lock_;
+    Condition left_;
+    std::array<Place, kMaxSessions> places_;
+    std::uint16_t lastHandle_ = 0;
+};
+
+} // namespace quilla::iscsi
