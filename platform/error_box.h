@@ -27,8 +27,8 @@ class ErrorHold {
 };
 
 /// Shows what has been noted, one box at a time, the oldest first. Does nothing while a hold lives or while
-/// an outer call is at it already.
-void ShowNotedErrors();
+/// an outer call is at it already. Returns whether it has shown any.
+bool ShowNotedErrors();
 
 /// Is called when errors have been noted and the last hold has ended: sees to it that ShowNotedErrors is
 /// called from a place that holds nothing, such as a posted message.

@@ -7,8 +7,6 @@
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
 
-#include <cwchar>
-
 namespace quilla {
 
 namespace {
@@ -22,14 +20,6 @@ constexpr ControlLayout kLayout[] = {
     {IDCANCEL, Follow::Move},
 };
 #endif
-
-bool HaveSameText(const BEdit& one, const BEdit& other) {
-    Secret<PathText> text;
-    Secret<PathText> otherText;
-    GetWindowTextW(one.hwnd, *text, kPathUnits);
-    GetWindowTextW(other.hwnd, *otherText, kPathUnits);
-    return std::wcscmp(*text, *otherText) == 0;
-}
 
 } // namespace
 
@@ -68,10 +58,18 @@ void ChangePasswordDialog::OnOk() {
         RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
         return;
     }
-    if (!HaveSameText(newEdit, confirmEdit)) {
+    if (!HaveSameText(newEdit.hwnd, confirmEdit.hwnd)) {
         block.WipeNow();
         RejectInput(hwnd, newEdit.hwnd, L"Incorrect new password");
         return;
+    }
+    if (GetWindowTextLengthW(newEdit.hwnd) == 0) {
+        block.WipeNow();
+        if (!ConfirmEmptyPassword(hwnd))
+            return;
+        TakePasswordKey(oldEdit.hwnd, *passwordKey);
+        if (!OpenVolumeKey(*record, *passwordKey, *block)) // as it did before the question
+            return;
     }
     TakePasswordKey(newEdit.hwnd, *passwordKey);
     StoreVolumeKey(*record, *passwordKey, *block);

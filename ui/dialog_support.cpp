@@ -30,6 +30,9 @@ void FollowDialog(HWND dialog, const ControlLayout& control, int pixels) {
                  SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
+/// Templates have a row every so many dialog units.
+constexpr int kRowHeight = 14;
+
 /// Puts a dialog over the middle of its visible owner, but nowhere off the screen.
 void CentreOverOwner(HWND dialog) {
     const HWND owner = GetWindow(dialog, GW_OWNER);
@@ -60,10 +63,36 @@ HWND FindOpenDialog() {
 }
 
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason) {
-    ShowNotedErrors(); // what led to it comes first
-    MessageBoxW(dialog, reason, L"Quilla Tarn Error", MB_ICONERROR);
+    if (!ShowNotedErrors())
+        MessageBoxW(dialog, reason, L"Quilla Tarn Error", MB_ICONERROR);
     SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit), TRUE);
     SendMessageW(edit, EM_SETSEL, 0, -1);
+}
+
+bool ConfirmEmptyPassword(HWND dialog) {
+    return MessageBoxW(
+               dialog,
+               L"The password is empty. Whoever has the key file can open the volume.\n\nUse an empty "
+               L"password?",
+               L"Quilla Tarn", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
+}
+
+void InsertDialogRow(HWND dialog, int top) {
+    RECT row{0, top, 0, kRowHeight};
+    MapDialogRect(dialog, &row);
+    const auto pixels = static_cast<int>(row.bottom);
+    for (HWND child = GetWindow(dialog, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+        RECT place;
+        GetWindowRect(child, &place);
+        MapWindowPoints(nullptr, dialog, reinterpret_cast<POINT*>(&place), 2);
+        if (place.top >= row.top && (GetWindowLongW(child, GWL_STYLE) & WS_VISIBLE) != 0)
+            SetWindowPos(child, nullptr, place.left, place.top + pixels, 0, 0,
+                         SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+    }
+    RECT place;
+    GetWindowRect(dialog, &place);
+    SetWindowPos(dialog, nullptr, place.left, place.top - pixels / 2, place.right - place.left,
+                 place.bottom - place.top + pixels, SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
 void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls) {

@@ -9,9 +9,17 @@ namespace quilla {
 /// A dialog, message box or file dialog that is open on this thread, or null.
 [[nodiscard]] HWND FindOpenDialog();
 
-/// Says what is wrong with an edit's text, in a message box that the dialog owns, after the errors that wait
-/// to be shown; then makes the user type it again: focus to the edit, with its text selected.
+/// Says what is wrong with an edit's text, in a message box that the dialog owns, or, if errors wait to be
+/// shown, these alone: they are the cause. Then makes the user type it again: focus to the edit, with its
+/// text selected.
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason);
+
+/// Asks whether a volume is to have an empty password, which anybody knows.
+[[nodiscard]] bool ConfirmEmptyPassword(HWND dialog);
+
+/// Makes room for a row of controls: what is visible at a height or below it, in dialog units, moves down by
+/// the height of a row, and the dialog grows.
+void InsertDialogRow(HWND dialog, int top);
 
 /// How a control follows when its dialog grows to the right.
 enum class Follow : unsigned char { Stretch, Move };

@@ -117,7 +117,14 @@ void MainWindow::New() {
     NewVolumeDialog dialog(record, services_);
     if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) != IDOK)
         return;
-    list_.SelectRow(AppendVolume(list_, record));
+    if (!dialog.Creation().IsVolumeMade()) {
+        list_.SelectRow(FindRow(list_, record.Path));
+        dialog.Creation().ShowFailure(record);
+        return;
+    }
+    const int row = FindVolume(list_, record.Path, record.KeyPath);
+    RecordAt(list_, row).Timeout = record.Timeout; // without a key file there is none to read it from
+    list_.SelectRow(row);
     list_.Sort();
     SaveVolumeList(list_);
 }

@@ -39,6 +39,14 @@ void TakePasswordKey(HWND edit, PasswordDigest& key) {
     PasswordKey(key, FieldText(*text));
 }
 
+bool HaveSameText(HWND one, HWND other) {
+    Secret<PathText> text;
+    Secret<PathText> otherText;
+    GetWindowTextW(one, *text, kPathUnits);
+    GetWindowTextW(other, *otherText, kPathUnits);
+    return FieldText(*text) == FieldText(*otherText);
+}
+
 void WipeSecretEdit(HWND edit) {
     Overwrite(edit);
 }

@@ -51,7 +51,8 @@ bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
 #ifndef UNDER_CE
 constexpr ControlLayout kLayout[] = {
     {IDC_VOLUME, Follow::Stretch},   {IDC_CIPHER, Follow::Stretch}, {IDC_KEY, Follow::Stretch},
-    {IDC_PASSWORD, Follow::Stretch}, {IDOK, Follow::Move},          {IDCANCEL, Follow::Move},
+    {IDC_PASSWORD, Follow::Stretch}, {IDC_REPEAT, Follow::Stretch}, {IDOK, Follow::Move},
+    {IDCANCEL, Follow::Move},
 };
 #endif
 
@@ -154,6 +155,8 @@ void VolumeDialog::OnUpdateCommand(BCommandState& state) {
     case IDC_KEY_LABEL:
     case IDC_KEY:
     case IDC_PASSWORD_LABEL:
+    case IDC_REPEAT_LABEL:
+    case IDC_REPEAT:
     case IDC_PASSWORD: // a choice that is still being made decides nothing
         if (!SendMessageW(cipherCombo.hwnd, CB_GETDROPPEDSTATE, 0, 0))
             state.Enable(SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0) != 0);

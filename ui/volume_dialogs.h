@@ -2,6 +2,7 @@
 
 #include "toolkit/controls.h"
 #include "toolkit/dialog.h"
+#include "ui/creation_watch.h"
 #include "ui/dialog_file_field.h"
 #include "ui/ui_services.h"
 #include "volume/volume_record.h"
@@ -81,10 +82,21 @@ class NewVolumeDialog final : public VolumeDialog {
     using VolumeDialog::VolumeDialog;
 
     void Attach(HWND handle) override;
+    LRESULT OnMessage(BMessage& message) override;
     [[nodiscard]] bool IsNewVolume() const override { return true; }
+
+    /// What became of the files; looked at after OK.
+    [[nodiscard]] const CreationWatch& Creation() const { return watch_; }
 
   protected:
     void OnOk() override;
+
+  private:
+    void ShowRepeat();
+    [[nodiscard]] bool IsPasswordConfirmed();
+
+    CreationWatch watch_;
+    BEdit repeatEdit_;
 };
 
 /// Asks for a volume's password, checks it against the key file and has the volume mounted.

@@ -143,6 +143,8 @@ void VolumeListView::MarkSortColumn() const {
 }
 
 void VolumeListView::SelectRow(int row) const {
+    if (row < 0) // of a list that has run out of memory, or none
+        return;
     ListView_SetItemState(hwnd, -1, 0, LVIS_SELECTED);
     ListView_SetItemState(hwnd, row, LVIS_SELECTED | LVIS_FOCUSED, LVIS_SELECTED | LVIS_FOCUSED);
     ListView_EnsureVisible(hwnd, row, FALSE);

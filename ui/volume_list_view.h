@@ -27,7 +27,7 @@ class VolumeListView : public BListView {
     /// Puts the rows in the chosen order; called after rows have come or changed.
     void Sort();
 
-    /// Selects one row alone and scrolls to it.
+    /// Selects one row alone and scrolls to it; nothing for -1.
     void SelectRow(int row) const;
 
     /// Loads font and image for the window's resolution.

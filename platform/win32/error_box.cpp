@@ -79,16 +79,19 @@ ErrorHold::~ErrorHold() {
         ShowNotedErrors();
 }
 
-void ShowNotedErrors() {
+bool ShowNotedErrors() {
     if (notes.isShowing)
-        return;
+        return false;
     notes.isShowing = true;
+    bool hasShown = false;
     while (notes.first && notes.holds == 0) {
         const std::unique_ptr<NotedError> error = std::move(notes.first);
         notes.first = std::move(error->next);
         ShowBox(error->text, OwnerOf(*error));
+        hasShown = true;
     }
     notes.isShowing = false;
+    return hasShown;
 }
 
 void SetErrorAnnouncer(ErrorAnnouncer announce, void* context) {

@@ -124,6 +124,8 @@ class UserInterfaceTest(unittest.TestCase):
         hands.keys("Tab", "Tab")  # over the key file, whose name has followed the volume's
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
+        hands.type(OLD_PASSWORD)
+        hands.keys("Tab")
         hands.picture("new-filled")
         hands.keys("Return")
         hands.expect("Quilla Tarn")

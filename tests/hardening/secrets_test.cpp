@@ -273,6 +273,7 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfCreatingAVolume) {
     SendMessageW(dialog, WM_COMMAND, MAKEWPARAM(IDC_CIPHER, CBN_SELCHANGE),
                  reinterpret_cast<LPARAM>(ciphers));
     Type(dialog, IDC_PASSWORD, kOtherPassword);
+    Type(dialog, IDC_REPEAT, kOtherPassword);
     Press(dialog, IDOK);
     ReadVolumeInfo(created);
     ASSERT_EQ(created.Cipher, GetParam()) << "no such volume was created";

@@ -23,7 +23,7 @@ struct SeenBox {
 };
 
 /// While it lives, a thread looks for message boxes, records each and presses a button of it: the one with
-/// the given id, or the first one. Dialogs that are no message boxes are left alone.
+/// the given id, or the first one if it has none. Dialogs that are no message boxes are left alone.
 class MessageBoxWatcher {
   public:
     explicit MessageBoxWatcher(int answer = 0) : answer_(answer), thread_([this] { Run(); }) {}
@@ -67,8 +67,9 @@ class MessageBoxWatcher {
             const std::lock_guard guard(lock_); // before the button: who waits for the box may look at once
             boxes_.push_back(std::move(seen));
         }
-        const HWND button =
-            answer_ ? GetDlgItem(box, answer_) : FindWindowExW(box, nullptr, L"Button", nullptr);
+        HWND button = answer_ ? GetDlgItem(box, answer_) : nullptr;
+        if (!button)
+            button = FindWindowExW(box, nullptr, L"Button", nullptr);
         PostMessageW(box, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(button), BN_CLICKED),
                      reinterpret_cast<LPARAM>(button));
         while (IsWindow(box) && !ending_)

@@ -12,14 +12,30 @@ using namespace test;
 class NewVolumeDialogTest : public UiTest {
   protected:
     NewVolumeDialogTest() { OpenMainWindow(); }
+
+    static void TypePassword(const std::wstring& password, const std::wstring& repeated) {
+        Type(IDC_PASSWORD, password);
+        Type(IDC_REPEAT, repeated);
+    }
 };
 
-TEST_F(NewVolumeDialogTest, StartsWithTheDefaults) {
+TEST_F(NewVolumeDialogTest, StartsWithTheDefaultsAndWantsThePasswordTwice) {
+    MessageBoxWatcher boxes(IDNO);
     Command(IDM_NEW, {InDialog([&] {
                 EXPECT_EQ(FieldTextOf(IDC_VOLUME) + FieldTextOf(IDC_KEY) + FieldTextOf(IDC_PASSWORD), L"");
                 Type(IDC_VOLUME, folder.File(L"n"));
+                TypePassword(L"pass", L"Pass");
+                Press(IDOK);
+                TypePassword(L"", L"");
+                Press(IDOK);
+                EXPECT_FALSE(std::filesystem::exists(folder.File(L"n.raw")));
+                TypePassword(L"pass", L"pass");
                 Press(IDOK);
             })});
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 2U);
+    EXPECT_EQ(seen[0].text, L"The two passwords differ");
+    EXPECT_TRUE(seen[1].text.starts_with(L"The password is empty")) << seen[1].text;
     CloseMainWindow();
     OpenMainWindow();
     ASSERT_EQ(CountRows(), 1) << "the list has been saved";
@@ -80,6 +96,7 @@ TEST_F(NewVolumeDialogTest, TakesTheLongestNames) {
                 EXPECT_EQ(FieldTextOf(IDC_KEY), name.substr(0, 256) + L"key");
                 Type(IDC_PASSWORD, std::wstring(300, L'p'));
                 EXPECT_EQ(FieldTextOf(IDC_PASSWORD).size(), 259U);
+                Type(IDC_REPEAT, std::wstring(259, L'p'));
                 Press(IDOK);
             })});
     EXPECT_EQ(Cell(0, 0), name);
@@ -91,13 +108,41 @@ TEST_F(NewVolumeDialogTest, EnterNeverOverwritesAnExistingKeyFile) {
     MessageBoxWatcher boxes;
     Command(IDM_NEW, {InDialog([&] {
                 Type(IDC_VOLUME, folder.File(L"there"));
+                TypePassword(L"p", L"p");
                 PostMessageW(GetFocus(), WM_KEYDOWN, VK_RETURN, 1);
             })});
     const std::vector<SeenBox> seen = boxes.Take();
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_TRUE(seen[0].text.starts_with(L"Cannot create file " + path));
     EXPECT_EQ(std::filesystem::file_size(path), 5U);
-    EXPECT_EQ(Cell(0, 0), folder.File(L"there.raw"));
+    EXPECT_EQ(CountRows(), 0) << "nothing was made";
+}
+
+TEST_F(NewVolumeDialogTest, SaysWhyThereIsNoVolumeAndLeavesNothingBehind) {
+    AddVolume(L"listed");
+    const auto create = [&](const std::wstring& volume, const std::wstring& key) {
+        MessageBoxWatcher boxes;
+        Command(IDM_NEW, {InDialog([&] {
+                    Type(IDC_VOLUME, volume);
+                    MoveFocusTo(IDC_KEY);
+                    Type(IDC_KEY, key);
+                    TypePassword(L"p", L"p");
+                    Press(IDOK);
+                })});
+        const std::vector<SeenBox> seen = boxes.Take();
+        EXPECT_EQ(CountRows(), 1);
+        EXPECT_EQ(Cell(0, 1), L"64 KB");
+        EXPECT_EQ(Cell(0, 3), folder.File(L"listed.key"));
+        EXPECT_FALSE(std::filesystem::exists(key));
+        return seen.size() == 1 ? seen[0].text : L"";
+    };
+    const std::wstring spare = folder.File(L"spare.key");
+    const std::wstring listed = create(folder.File(L"listed.raw"), spare);
+    EXPECT_TRUE(listed.starts_with(L"Cannot create file " + folder.File(L"listed.raw"))) << listed;
+    EXPECT_EQ(ListView_GetNextItem(List(), -1, LVNI_SELECTED), 0);
+    const std::wstring elsewhere = create(folder.File(L"no\\v.raw"), spare);
+    EXPECT_TRUE(elsewhere.starts_with(L"Cannot create file " + folder.File(L"no\\v.raw"))) << elsewhere;
+    EXPECT_NE(elsewhere.substr(elsewhere.size() - 9), listed.substr(listed.size() - 9)) << "another cause";
 }
 
 } // namespace

@@ -64,13 +64,13 @@ class VolumeDialogsTest : public UiTest {
         if (seen.empty())
             return L"";
         EXPECT_EQ(seen.size(), 1U);
-        EXPECT_TRUE(seen[0].errorIcon && seen[0].owner && seen[0].owner != window->hwnd);
+        EXPECT_TRUE(seen[0].owner && seen[0].owner != window->hwnd);
         return seen[0].text;
     }
 
     /// Fills the dialog in, presses OK, and Cancel if that leaves it open; returns the message, if any.
     std::wstring ChangePassword(const wchar_t* old, const wchar_t* wanted, const wchar_t* confirmed) {
-        MessageBoxWatcher boxes;
+        MessageBoxWatcher boxes(IDYES);
         Command(IDM_CHANGE_PASSWORD, {InDialog([&] {
                     Type(IDC_OLD_PASSWORD, old);
                     Type(IDC_NEW_PASSWORD, wanted);
@@ -195,7 +195,7 @@ TEST_F(VolumeDialogsTest, ChangePasswordNeedsTheOldOneAndTheNewOneTwice) {
     EXPECT_EQ(ChangePassword(L"secret", L"new", L"new "), L"Incorrect new password");
     EXPECT_EQ(ChangePassword(L"secret", L"пароль", L"пароль"), L"");
     EXPECT_EQ(ChangePassword(L"secret", L"", L""), L"Incorrect old password");
-    EXPECT_EQ(ChangePassword(L"пароль", L"", L""), L"") << "an empty password is one, too";
+    EXPECT_TRUE(ChangePassword(L"пароль", L"", L"").starts_with(L"The password is empty"));
     MountRow(kEnciphered, L"");
     EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
 }
