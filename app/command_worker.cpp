@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kHandedOn = 0;
 constexpr int kWrongPassword = -1;
+constexpr int kUntriedPassword = 2;
 
 bool Exists(const wchar_t* path) {
     return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
@@ -29,8 +30,11 @@ void TakeRequestPassword(CommandLineRequest& request, PasswordDigest& key) {
 int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, RequestChannel& channel) {
     Secret<PasswordDigest> passwordKey;
     TakeRequestPassword(request, *passwordKey);
-    if (!UnlockVolume(record, *passwordKey)) {
+    KeyAttempt attempt;
+    if (!UnlockVolume(record, *passwordKey, &attempt)) {
         ShowNotedErrors(); // what led to it comes first
+        if (attempt.IsUntried())
+            return kUntriedPassword;
         MessageBoxW(nullptr, L"Incorrect password", L"Quilla Tarn Error", MB_ICONERROR);
         return kWrongPassword;
     }

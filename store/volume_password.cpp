@@ -4,37 +4,38 @@
 #include "platform/wipe.h"
 #include "store/record_path.h"
 #include "store/volume_files.h"
-#include "volume/cipher_frame.h"
 
 namespace quilla {
 
-bool OpenVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block) {
+bool OpenVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block,
+                   KeyAttempt* attempt) {
     const ErrorHold hold; // the password key is wiped before a box opens
-    block = {};
-    ReadChunk(RecordPath(record.KeyPath).text, KeyBlockHeader(record.Cipher),
-              std::as_writable_bytes(std::span(&block, 1)));
-    return OpenKeyBlock(block, record.Cipher, passwordKey);
+    const RecordPath path(record.KeyPath);
+    KeyAttempt plain;
+    KeyAttempt& used = attempt != nullptr ? *attempt : plain;
+    bool isRight = false;
+    used.status = ReadVolumeKey(path.text, record.Cipher, passwordKey, block, isRight, &used.strength,
+                                used.strengthener);
+    ReportKeyFile(used.status, path.text);
+    return isRight;
 }
 
-bool UnlockVolume(VolumeRecord& record, PasswordDigest& passwordKey) {
+bool UnlockVolume(VolumeRecord& record, PasswordDigest& passwordKey, KeyAttempt* attempt) {
     Secret<KeyBlock> block;
-    const bool open = OpenVolumeKey(record, passwordKey, *block);
+    const bool open = OpenVolumeKey(record, passwordKey, *block, attempt);
     if (open)
         TakeDataKey(record.Key, *block);
     return open;
 }
 
-bool StoreVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block) {
-    const RecordPath path(record.KeyPath);
-    const bool sealed = SealKeyBlock(block, record.Cipher, passwordKey);
+KeyFileStatus StoreVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block,
+                             const Argon2Cost* cost, KeyStrengthener& strengthener) {
     const ErrorHold hold; // the block is wiped before a box opens
-    const bool stored =
-        sealed ? RewriteChunk(path.text, KeyBlockHeader(record.Cipher), std::as_bytes(std::span(&block, 1)))
-               : ReportKeyFile(BlockSizeOf(record.Cipher) == 0 ? KeyFileStatus::UnknownFormat
-                                                               : KeyFileStatus::CannotWrite,
-                               path.text);
-    Wipe(block);
-    return stored;
+    const RecordPath path(record.KeyPath);
+    const KeyFileStatus status =
+        WriteVolumeKey(path.text, record.Cipher, passwordKey, block, cost, strengthener);
+    ReportKeyFile(status, path.text);
+    return status;
 }
 
 } // namespace quilla

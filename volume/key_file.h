@@ -110,7 +110,8 @@ enum class KeyFileStatus : std::uint8_t {
     CannotRead,
     CannotWrite,
     UnknownFormat,
-    NoMemory ///< for the function that slows down guessing
+    NoMemory, ///< for the function that slows down guessing
+    Stopped   ///< that function, by the user
 };
 
 /// Reads time-out and cipher into a record and clears its flags. A failure leaves what was not reached yet as

@@ -115,6 +115,30 @@ TEST_F(VolumeFilesTest, MissingKeyFilesAreReported) {
     ExpectBoxes({{L"Cannot open file ", ERROR_FILE_NOT_FOUND}, {L"Cannot open file ", ERROR_FILE_NOT_FOUND}});
 }
 
+TEST_F(VolumeFilesTest, AKeyThatCannotBeTriedIsNoWrongPassword) {
+    VolumeRecord record = Record();
+    PasswordDigest key{};
+    KeyStrength strength{};
+    ASSERT_EQ(MakeWrappingKey(key, strength, {.memory = 8192, .passes = 1, .lanes = 1}), KeyFileStatus::Done);
+    ASSERT_EQ(CreateKeyFile(key_.Path(), record, key, &strength), KeyFileStatus::Done);
+    KeyAttempt attempt;
+    key = {};
+    EXPECT_TRUE(UnlockVolume(record, key, &attempt));
+    EXPECT_TRUE(attempt.strength && attempt.strength->memory == 8192);
+    ASSERT_TRUE(UpdateTimeout(record)); // keeps the chunk, as a program does that does not know it
+    key = {std::byte{1}};
+    EXPECT_FALSE(UnlockVolume(record, key, &attempt));
+    EXPECT_FALSE(attempt.IsUntried());
+    ExpectBoxes({});
+
+    Bytes file = key_.Read();
+    StoreLittle(&file[776 + 36], 65U); // passes
+    key_.Write(file);
+    EXPECT_FALSE(UnlockVolume(record, key, &attempt));
+    EXPECT_TRUE(attempt.IsUntried());
+    ExpectBoxes({{L"Unknown data format in file ", 0}});
+}
+
 TEST_F(VolumeFilesTest, TheTimeoutIsRewrittenAroundTheOtherOptions) {
     const Bytes block(152, std::byte{0x3C});
     key_.Write(BuildKeyFile(6, 1, 0xABCDEF02, block));
