@@ -17,12 +17,8 @@ namespace quilla {
 
 namespace {
 
-/// How long before its end a time-out counts as run out (15 seconds): the wake-up that sweeps does not come
-/// to the second.
-constexpr std::uint64_t kTimeoutSlack = 150'000'000;
 bool HasTimedOut(const VolumeRecord& record, std::uint64_t now) {
-    return record.IsMounted() && record.Timeout != 0 &&
-           record.Timeout + record.ActivityTime <= now + kTimeoutSlack;
+    return record.IsMounted() && IsTimeoutOver(record.Timeout, record.ActivityTime, now);
 }
 
 /// The request of another process, copied before it is looked at, since that process may change it at any

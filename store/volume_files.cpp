@@ -2,6 +2,7 @@
 
 #include "platform/error_box.h"
 #include "store/record_path.h"
+#include "volume/data_file.h"
 
 #include <windows.h>
 
@@ -21,7 +22,6 @@ constexpr StatusText kStatusTexts[] = {
     {KeyFileStatus::CannotRead, L"Cannot read from file ", true},
     {KeyFileStatus::CannotWrite, L"Cannot write to file ", true},
     {KeyFileStatus::UnknownFormat, L"Unknown data format in file ", false},
-    {KeyFileStatus::NoMemory, L"There is not enough memory for the password of file ", false},
 };
 
 /// The size as the directory knows it: that of a mounted volume, whose file the driver shares with nobody.
@@ -41,17 +41,6 @@ std::uint64_t VolumeFileSize(const wchar_t* path) {
     else if (GetLastError() == ERROR_SHARING_VIOLATION)
         size = DirectorySize(path);
     return size;
-}
-
-/// Creates the volume file; its content is whatever the file system gives a file that was extended. Returns
-/// whether there is a new file, in its full size.
-bool CreateVolumeFile(const wchar_t* path, std::uint64_t size) {
-    File file = File::Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
-    if (!file.IsOpen() || file.SetSize(size))
-        return file.IsOpen();
-    file.Close();
-    DeleteFileW(path);
-    return false;
 }
 
 } // namespace
@@ -117,7 +106,7 @@ bool UpdateTimeout(const VolumeRecord& record) {
 
 bool BuildVolumeFiles(const VolumeRecord& record, const PasswordDigest& passwordKey) {
     const RecordPath path(record.Path);
-    const bool isVolumeMade = CreateVolumeFile(path.text, record.Size);
+    const bool isVolumeMade = CreateDataFile(path.text, record.Size);
     if (record.Cipher == CipherId::None || WriteKeyFile(record, passwordKey))
         return true;
     if (isVolumeMade)

@@ -25,10 +25,22 @@ bool IsNoFolder(int descriptor) {
     return fstat(descriptor, &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
-/// Sharing by advisory locks: readers that let others read share one, everybody else wants it alone.
+/// Sharing by advisory locks: readers that let others read share one, everybody else wants the file alone.
+/// Locks of the open file description are record locks (fcntl) that no other descriptor of the process can
+/// drop; programs under Wine lock the same way. Where the system has none, flock serves.
 bool TakeShare(int descriptor, FileAccess access, FileSharing sharing) {
-    const bool shared = sharing == FileSharing::Read && access == FileAccess::Read;
-    return flock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
+    const bool isShared = access == FileAccess::Read && sharing == FileSharing::Read;
+#ifdef F_OFD_SETLK
+    struct flock lock {};
+    // A descriptor that cannot write may only share; it keeps writers out all the same.
+    lock.l_type = static_cast<short>(access == FileAccess::Read ? F_RDLCK : F_WRLCK);
+    lock.l_whence = SEEK_SET;
+    if (fcntl(descriptor, F_OFD_SETLK, &lock) == 0)
+        return true;
+    if (errno != EINVAL)
+        return false;
+#endif
+    return flock(descriptor, (isShared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
 }
 
 } // namespace

@@ -55,6 +55,17 @@ bool DescribeFile(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& description) 
     return file && GetFileInformationByHandle(file.Get(), &description);
 }
 
+/// Windows keeps the sharing of an open file for everybody; Wine keeps it among the programs of one prefix
+/// only. A lock on a byte far behind every end of file reaches further there: Wine takes it as a record lock
+/// (fcntl) of the host, where native programs and other prefixes meet it. A file system that knows no locks
+/// refuses with another error and is served without.
+bool LockForHost(HANDLE file) {
+    OVERLAPPED where{};
+    where.OffsetHigh = 1U << 30;
+    return LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &where) ||
+           GetLastError() != ERROR_LOCK_VIOLATION;
+}
+
 } // namespace
 
 File& File::operator=(File&& other) noexcept {
@@ -70,6 +81,10 @@ File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, Fi
     file.handle_ = CreateFileW(path, AccessRights(access), sharing == FileSharing::Read ? FILE_SHARE_READ : 0,
                                nullptr, creation == FileCreation::CreateNew ? CREATE_NEW : OPEN_EXISTING,
                                FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file.IsOpen() && sharing == FileSharing::None && !LockForHost(file.handle_)) {
+        file.Close();
+        SetLastError(ERROR_SHARING_VIOLATION);
+    }
     return file;
 }
 
