@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host handheld test-handheld handheld-arm arm demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host linux handheld test-handheld handheld-arm arm demo test tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -16,6 +16,11 @@ windows: packages
 host: packages
 	@cmake --preset host >/dev/null
 	@cmake --build --preset host -j $(JOBS)
+
+# The native command, in build/linux/bin/quilla.
+linux: packages
+	@cmake --preset linux >/dev/null
+	@cmake --build --preset linux -j $(JOBS) --target quilla
 
 # Images for Windows CE on x86, and the check that the system has all that they import.
 handheld: packages

@@ -1,0 +1,154 @@
+// quilla dismount
+
+#include "linux/command.h"
+#include "linux/control.h"
+#include "linux/fuse_mount.h"
+#include "linux/holders.h"
+#include "linux/runtime_folder.h"
+#include "linux/volume.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr Option kOptions[] = {{.name = "all"}, {.name = "force"}};
+
+constexpr char kHelp[] =
+    "Usage: quilla dismount VOLUME.raw | DIRECTORY | --all [--force]\n"
+    "Unmounts, waits until everything is written and the service has ended. What is in use stays mounted, "
+    "and\n"
+    "the processes that use it are named.\n\n"
+    "  --all    every volume that you have mounted\n"
+    "  --force  ends the service even if it hangs; data that is not written yet is lost\n";
+
+struct Target {
+    std::string id;
+    MountState state;
+};
+
+bool IsFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// The folder that somebody sees: of a plain file the one that holds it.
+std::string FolderOf(const MountState& state) {
+    return IsFile(state.place) ? state.place.substr(0, state.place.rfind('/')) : state.place;
+}
+
+/// What a path leads to may hang, so it is only compared as text when it is no data file.
+std::string Absolute(const char* path) {
+    std::array<char, PATH_MAX> whole;
+    if (path[0] == '/' || getcwd(whole.data(), whole.size()) == nullptr)
+        return path;
+    return std::string(whole.data()) + "/" + path;
+}
+
+std::vector<Target> FindTargets(const char* wanted) {
+    std::vector<Target> targets;
+    const std::string folder = wanted == nullptr ? std::string() : Absolute(wanted);
+    for (const std::string& known : KnownIds()) {
+        Target target{.id = known, .state = NotedState(known)};
+        const std::string& place = target.state.place;
+        const bool isFolder = place == folder || folder == place + "/" ||
+                              (place.starts_with(folder + "/") && place.rfind('/') == folder.size());
+        if (wanted == nullptr || isFolder || target.state.volume == folder || known == FileId(wanted))
+            targets.push_back(target);
+    }
+    return targets;
+}
+
+void NameHolders(const Target& target) {
+    const std::string folder = FolderOf(target.state);
+    Warn("%s is in use and stays mounted", folder.c_str());
+    for (const Holder& holder : FindHolders(folder))
+        std::fprintf(stderr, "  %d %s\n", holder.process, holder.name.c_str());
+}
+
+/// Waits until the service has ended, which closes the connection.
+void AwaitEnd(const Descriptor& connection) {
+    const timeval forever{};
+    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &forever, sizeof(forever));
+    static_cast<void>(ReceiveMessage(connection.Get()));
+}
+
+ExitCode Dismount(const Target& target) {
+    const char* const volume = target.state.volume.c_str();
+    const Descriptor connection = ConnectControl(target.id);
+    if (!connection.IsOpen())
+        return Fail(ExitCode::BadFile, "the service of %s has ended already", volume);
+    if (!SendMessage(connection.Get(), kAskDismount))
+        return Fail(ExitCode::Busy, "the service of %s does not listen: %s", volume, std::strerror(errno));
+    const std::string answer = ReceiveMessage(connection.Get());
+    if (answer == kAnswerBusy) {
+        NameHolders(target);
+        return ExitCode::Busy;
+    }
+    if (answer != kAnswerDone)
+        return Fail(ExitCode::Busy, "the service of %s does not answer%s%s; quilla dismount --force ends it",
+                    volume, answer.empty() ? "" : ": ", answer.c_str());
+    AwaitEnd(connection);
+    return ExitCode::Done;
+}
+
+/// Frees all who wait for the service: their requests fail.
+void AbortConnection(unsigned number) {
+    const std::string path = "/sys/fs/fuse/connections/" + std::to_string(number) + "/abort";
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    static_cast<void>(
+        !write(file.Get(), "1", 1)); // where the control file system is not mounted, the kill does it
+}
+
+ExitCode DismountByForce(const Target& target) {
+    const Descriptor connection = ConnectControl(target.id);
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (!connection.IsOpen() || getsockopt(connection.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return Fail(ExitCode::BadFile, "the service of %s has ended already", target.state.volume.c_str());
+    AbortConnection(target.state.connection);
+    kill(peer.pid, SIGKILL);
+    AwaitEnd(connection);
+    // A plain file's folder cannot be looked at any more; its name tells.
+    if (Unmount(target.state.place, true) != 0)
+        static_cast<void>(Unmount(target.state.place.substr(0, target.state.place.rfind('/')), true));
+    static_cast<void>(Unmount(DrivePath(target.id), true));
+    RemoveTraces(target.id);
+    Warn("the service of %s has been ended by force; check the file system", target.state.volume.c_str());
+    return ExitCode::Done;
+}
+
+ExitCode Run(const Arguments& arguments) {
+    const bool isForAll = arguments.Has("all");
+    if (isForAll != arguments.Operands().empty())
+        return Fail(ExitCode::Usage, "name one volume or folder, or say --all");
+    const char* const wanted = isForAll ? nullptr : arguments.Operands()[0];
+    const std::vector<Target> targets = FindTargets(wanted);
+    if (targets.empty() && !isForAll)
+        return Fail(ExitCode::BadFile, "%s is not mounted by quilla", wanted);
+    ExitCode worst = ExitCode::Done;
+    for (const Target& target : targets) {
+        const ExitCode code = arguments.Has("force") ? DismountByForce(target) : Dismount(target);
+        worst = std::max(worst, code);
+    }
+    return worst;
+}
+
+} // namespace
+
+constinit const Command kDismountCommand = {
+    .name = "dismount", .options = kOptions, .minOperands = 0, .maxOperands = 1, .help = kHelp, .run = Run};
+
+} // namespace quilla

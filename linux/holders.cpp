@@ -1,0 +1,64 @@
+#include "linux/holders.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quilla {
+
+namespace {
+
+using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+bool IsOn(const std::string& path, dev_t device) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && status.st_dev == device;
+}
+
+bool HasOpenFile(const std::string& process, dev_t device) {
+    const Folder files(opendir((process + "/fd").c_str()), closedir);
+    while (const dirent* const entry = files ? readdir(files.get()) : nullptr)
+        if (entry->d_name[0] != '.' && IsOn(process + "/fd/" + entry->d_name, device))
+            return true;
+    return false;
+}
+
+std::string NameOf(const std::string& process) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen((process + "/comm").c_str(), "re"),
+                                                               std::fclose);
+    char name[64] = "?";
+    if (file && std::fgets(name, sizeof(name), file.get()) == nullptr)
+        name[0] = '\0';
+    std::string text(name);
+    if (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
+}
+
+} // namespace
+
+std::vector<Holder> FindHolders(const std::string& folder) {
+    std::vector<Holder> holders;
+    struct stat status {};
+    const Folder processes(opendir("/proc"), closedir);
+    if (!processes || stat(folder.c_str(), &status) != 0)
+        return holders;
+    while (const dirent* const entry = readdir(processes.get())) {
+        const int number = static_cast<int>(std::strtol(entry->d_name, nullptr, 10)); // 0 for a word
+        const std::string process = std::string("/proc/") + entry->d_name;
+        constexpr const char* kLinks[] = {"/cwd", "/root", "/exe"};
+        if (number <= 0 || number == getpid())
+            continue;
+        if (HasOpenFile(process, status.st_dev) || std::ranges::any_of(kLinks, [&](const char* link) {
+                return IsOn(process + link, status.st_dev);
+            }))
+            holders.push_back({.process = number, .name = NameOf(process)});
+    }
+    return holders;
+}
+
+} // namespace quilla

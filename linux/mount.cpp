@@ -1,0 +1,119 @@
+// quilla mount
+
+#include "linux/command.h"
+#include "linux/control.h"
+#include "linux/folder.h"
+#include "linux/runtime_folder.h"
+#include "linux/service.h"
+#include "linux/tool.h"
+#include "platform/wipe.h"
+
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quilla {
+
+namespace {
+
+constexpr Option kOptions[] = {{.name = "key", .hasValue = true},
+                               {.name = "password-file", .hasValue = true},
+                               {.name = "plain"},
+                               {.name = "read-only"},
+                               {.name = "raw"},
+                               {.name = "foreground"}};
+
+constexpr char kHelp[] =
+    "Usage: quilla mount VOLUME.raw [DIRECTORY] [OPTION ...]\n"
+    "Asks for the password and mounts the volume's file system on DIRECTORY, by default a folder\n"
+    "beside the volume with its name. Root mounts any file system; others mount ext4, or use --raw.\n\n"
+    "  --key FILE            the key file (default: the volume's name with .key)\n"
+    "  --password-file FILE  the password is the first line of FILE (- = standard input)\n"
+    "  --plain               the volume has no cipher and no key file\n"
+    "  --read-only           write nothing\n"
+    "  --raw                 the volume's plain content as one file in DIRECTORY\n"
+    "  --foreground          stay and serve; end on SIGINT or SIGTERM\n";
+
+/// What the system lacks is told before anybody types a password.
+ExitCode CheckSystem(DriveKind kind) {
+    struct Need {
+        const char* tool;
+        const char* package;
+        bool isNeeded;
+    };
+    const bool isRoot = geteuid() == 0;
+    const bool wantsFolder = kind == DriveKind::Folder;
+    const Need needs[] = {{.tool = "mount", .package = "mount", .isNeeded = isRoot && wantsFolder},
+                          {.tool = "fusermount3", .package = "fuse3", .isNeeded = !isRoot},
+                          {.tool = "fuse2fs", .package = "fuse2fs", .isNeeded = !isRoot && wantsFolder}};
+    for (const Need& need : needs)
+        if (need.isNeeded && FindTool(need.tool).empty()) {
+            TellMissing(need.tool, need.package);
+            return ExitCode::SystemLacks;
+        }
+    if (access("/dev/fuse", F_OK) != 0)
+        return Fail(ExitCode::SystemLacks, "there is no /dev/fuse; the kernel's module \"fuse\" is needed");
+    if (RuntimeFolder().empty())
+        return Fail(ExitCode::SystemLacks, "there is no folder for the service that only you can read");
+    return ExitCode::Done;
+}
+
+ExitCode CheckFree(const Volume& volume) {
+    MountState state;
+    return AskState(volume.id, state) ? Fail(ExitCode::Busy, "%s is mounted already, on %s",
+                                             volume.path.c_str(), state.place.c_str())
+                                      : ExitCode::Done;
+}
+
+/// Everything that can be known before the password is asked for.
+ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
+    Volume& volume = order.volume;
+    order.kind = arguments.Has("raw") ? DriveKind::Raw : DriveKind::Folder;
+    order.isForeground = arguments.Has("foreground");
+    ExitCode code = FindVolume(arguments.Operands()[0], volume);
+    if (code == ExitCode::Done)
+        code = ReadKeyFile(arguments.Value("key"), arguments.Has("plain"), volume);
+    if (code == ExitCode::Done)
+        code = CheckSystem(order.kind);
+    if (code == ExitCode::Done)
+        code = CheckFree(volume);
+    if (code == ExitCode::Done)
+        code = OpenDataFile(volume, arguments.Has("read-only"), order.file);
+    if (code != ExitCode::Done)
+        return code;
+    const std::size_t slash = volume.path.rfind('/');
+    order.folder = arguments.Operands().size() > 1
+                       ? arguments.Operands()[1]
+                       : volume.path.substr(0, slash + 1) + ShownName(volume.path);
+    return PrepareFolder(order.folder, order.isFolderOurs);
+}
+
+ExitCode Unlock(const Arguments& arguments, const Volume& volume, KeyBlock& block) {
+    PasswordSource source(arguments.Value("password-file"));
+    return UnlockVolume(volume, source, block);
+}
+
+ExitCode Mount(const Arguments& arguments) {
+    ServiceOrder order;
+    if (const ExitCode code = Prepare(arguments, order); code != ExitCode::Done)
+        return code;
+    Secret<KeyBlock> block;
+    const ExitCode code = Unlock(arguments, order.volume, *block);
+    if (code != ExitCode::Done) {
+        if (order.isFolderOurs)
+            rmdir(order.folder.c_str());
+        return code;
+    }
+    std::string place;
+    const ExitCode served = StartService(order, *block, place);
+    if (served == ExitCode::Done && !order.isForeground)
+        std::printf("%s\n", place.c_str());
+    return served;
+}
+
+} // namespace
+
+constinit const Command kMountCommand = {
+    .name = "mount", .options = kOptions, .minOperands = 1, .maxOperands = 2, .help = kHelp, .run = Mount};
+
+} // namespace quilla

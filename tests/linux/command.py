@@ -1,0 +1,115 @@
+"""Runs the native command from outside. A script that cannot run here says why and ends with SKIPPED."""
+
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "endtoend"))
+
+PROGRAM = os.environ.get("QUILLA", str(pathlib.Path(__file__).resolve().parents[2] / "build/linux/bin/quilla"))
+SKIPPED = 77
+DONE, USAGE, WRONG_PASSWORD, BAD_FILE, BUSY, SYSTEM_LACKS = range(6)
+MIB = 1 << 20
+PASSWORD = "Grüße 97531 \U0001f511"
+NOBODY = 65534
+# The leak check of a sanitized build traces the process, which the program forbids.
+ENVIRONMENT = dict(os.environ, ASAN_OPTIONS="detect_leaks=0", PATH=os.environ["PATH"] + ":/usr/sbin:/sbin")
+
+
+def skip_unless(root=False, user=False, tools=()):
+    """Ends the script with its reason where the system cannot do what it is about."""
+    reason = None
+    if root and os.geteuid() != 0:
+        reason = "needs root"
+    elif not os.path.exists("/dev/fuse"):
+        reason = "needs /dev/fuse"
+    elif root and not os.path.exists("/dev/loop-control"):
+        reason = "needs loop devices"
+    elif user and os.geteuid() != 0:
+        reason = "needs root, to become another user"
+    else:
+        missing = [tool for tool in tools if not shutil.which(tool, path=ENVIRONMENT["PATH"])]
+        if missing:
+            reason = "not installed: " + ", ".join(missing)
+    if reason is None and root:
+        probe = subprocess.run(["unshare", "-m", "true"], capture_output=True, check=False)
+        if probe.returncode:
+            reason = "may not mount here"
+    if reason:
+        print(f"SKIPPED: {reason}", flush=True)
+        sys.exit(SKIPPED)
+
+
+def wait_until(condition, what, limit=20):
+    end = time.monotonic() + limit
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError(f"waited {limit} s for {what}")
+        time.sleep(0.02)
+
+
+class CommandTest(unittest.TestCase):
+    """Every case has a folder of its own and leaves nothing mounted."""
+
+    user = None  # who runs the command: None = whoever runs the test
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(prefix="quilla-test-")))
+        if self.user is not None:
+            os.chown(self.folder, self.user, self.user)
+            self.folder.chmod(0o700)
+        self.raw = self.folder / "Private.raw"
+        self.key = self.folder / "Private.key"
+        self.place = self.folder / "Private"
+
+    def enterContext(self, context):
+        value = context.__enter__()
+        self.addCleanup(context.__exit__, None, None, None)
+        return value
+
+    def tearDown(self):
+        for state in self.mounted():
+            if state["volume"].startswith(str(self.folder)):
+                self.quilla("dismount", state["volume"], "--force")
+
+    def run_as(self, *words, **options):
+        if self.user is not None:
+            words = ("setpriv", f"--reuid={self.user}", f"--regid={self.user}", "--clear-groups", *words)
+        return subprocess.run([str(word) for word in words], text=True, capture_output=True, check=False, timeout=120,
+                              env=dict(ENVIRONMENT, XDG_RUNTIME_DIR=""), **options)
+
+    def quilla(self, *words, code=None, passwords=None):
+        """Runs the command; with passwords, they come on its standard input."""
+        extra = ["--password-file", "-"] if passwords is not None else []
+        lines = "".join(f"{password}\n" for password in passwords or ())
+        result = self.run_as(PROGRAM, *words, *extra, input=lines)
+        if code is not None:
+            self.assertEqual(result.returncode, code, result.stderr)
+        return result
+
+    def create(self, *options, size="64M"):
+        self.quilla("create", self.raw, "--size", size, *options, passwords=[PASSWORD], code=DONE)
+
+    def mount(self, *options, code=DONE, password=PASSWORD):
+        return self.quilla("mount", self.raw, *options, passwords=[password], code=code)
+
+    def dismount(self, *options, code=DONE):
+        return self.quilla("dismount", self.raw, *options, code=code)
+
+    def mounted(self):
+        result = self.quilla("list", "--json")
+        return json.loads(result.stdout) if result.returncode == DONE else []
+
+    def state(self):
+        return next((state for state in self.mounted() if state["volume"] == str(self.raw)), None)
+
+
+def main():
+    program = unittest.main(module="__main__", exit=False, verbosity=2)
+    sys.exit(not program.result.wasSuccessful())

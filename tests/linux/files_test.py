@@ -1,0 +1,118 @@
+#!/usr/bin/env python3
+"""What the command does to files, checked with nettle: creation, passwords, what it tells and refuses."""
+
+import json
+import os
+import pty
+import select
+import subprocess
+
+import command
+from command import BAD_FILE, DONE, PASSWORD, USAGE, WRONG_PASSWORD
+
+import oracle
+import quilla
+
+MINUTE_UNITS = 600_000_000
+
+
+class Files(command.CommandTest):
+
+    def test_creates_what_the_other_edition_reads(self):
+        for cipher, number in (("twofish", quilla.CIPHER_TWOFISH), ("cast128", quilla.CIPHER_CAST128)):
+            raw, key = self.folder / f"{cipher}.raw", self.folder / f"{cipher}.key"
+            self.quilla("create", raw, "--size", "1M", "--cipher", cipher, "--timeout", "7", passwords=[PASSWORD], code=DONE)
+            master, iv, timeout = oracle.parse_key_file(key.read_bytes(), number, PASSWORD)
+            self.assertEqual(raw.stat().st_size, 1 << 20)
+            self.assertEqual(key.stat().st_mode & 0o777, 0o600)
+            self.assertEqual(timeout, 7 * MINUTE_UNITS)
+            self.quilla("check", raw, passwords=[PASSWORD], code=DONE)
+            self.quilla("check", raw, passwords=[PASSWORD + "!"], code=WRONG_PASSWORD)
+            old = key.read_bytes()
+            self.quilla("passwd", raw, passwords=["wrong", "x"], code=WRONG_PASSWORD)
+            self.assertEqual(key.read_bytes(), old)
+            self.quilla("passwd", raw, passwords=[PASSWORD, ""], code=DONE)
+            same, fresh, _ = oracle.parse_key_file(key.read_bytes(), number, "")
+            self.assertEqual(same, master)
+            self.assertNotEqual(fresh, iv)
+
+    def test_a_volume_without_cipher_has_no_key_file(self):
+        self.quilla("create", self.raw, "--size", "1M", "--cipher", "none", code=DONE)
+        self.assertFalse(self.key.exists())
+
+    def test_tells_what_it_knows_without_a_password(self):
+        self.create(size="3M")
+        told = json.loads(self.quilla("info", self.raw, "--json", code=DONE).stdout)
+        self.assertEqual((told["size"], told["cipher"], told["timeoutMinutes"], told["keyFile"]),
+                         (3 << 20, "twofish", 30, "readable"))
+
+    def test_touches_nothing_that_is_there(self):
+        self.raw.write_bytes(b"mine")
+        self.quilla("create", self.raw, "--size", "1M", passwords=[PASSWORD], code=BAD_FILE)
+        self.assertEqual(self.raw.read_bytes(), b"mine")
+        self.raw.unlink()
+        self.key.write_bytes(b"mine, too")
+        self.quilla("create", self.raw, "--size", "1M", passwords=[PASSWORD], code=BAD_FILE)
+        self.assertEqual(self.key.read_bytes(), b"mine, too")
+        self.assertFalse(self.raw.exists(), "of a creation that breaks off nothing is left")
+
+    def test_names_a_key_file_that_cannot_be_used(self):
+        self.create(size="1M")
+        good = self.key.read_bytes()
+        for bad in (b"", good[:71], good[:100], b"\xff" * len(good)):
+            self.key.write_bytes(bad)
+            result = self.quilla("check", self.raw, passwords=[PASSWORD], code=BAD_FILE)
+            self.assertIn(str(self.key), result.stderr)
+        self.key.unlink()
+        self.assertIn(str(self.key), self.quilla("mount", self.raw, passwords=[PASSWORD], code=BAD_FILE).stderr)
+
+    def test_refuses_what_it_does_not_understand(self):
+        for words in ((), ("frobnicate",), ("create", self.raw), ("create", self.raw, "--size", "1X"),
+                      ("create", self.raw, "--size", "511"), ("create", self.raw, "--size", "1M", "--cipher", "rot13"),
+                      ("create", self.raw, "--size", "1M", "--timeout", "-1"), ("mount",), ("mount", "a", "b", "c"),
+                      ("mount", "--key"), ("dismount",), ("mount", self.raw, "--password", PASSWORD)):
+            with self.subTest(words=words):
+                self.quilla(*words, code=USAGE)
+        self.assertFalse(self.raw.exists())
+        self.quilla("check", self.folder / "None.raw", passwords=[PASSWORD], code=BAD_FILE)
+        for bad in ("\udcff", "x" * 260):
+            lines = bad.encode("utf-8", "surrogateescape") + b"\n"
+            result = subprocess.run([command.PROGRAM, "create", self.raw, "--size", "1M", "--password-file", "-"],
+                                    input=lines, capture_output=True, check=False, env=command.ENVIRONMENT)
+            self.assertEqual(result.returncode, USAGE, result.stderr)
+
+    def type_at_terminal(self, words, lines):
+        """Runs the command on a terminal of its own and answers its questions; returns exit code and screen."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execve(command.PROGRAM, [command.PROGRAM, *map(str, words)], command.ENVIRONMENT)
+        screen = b""
+        waiting = list(lines)
+        while True:
+            if not select.select([terminal], [], [], 20)[0]:
+                self.fail(f"the command waits: {screen!r}")
+            try:
+                piece = os.read(terminal, 1024)
+            except OSError:
+                break
+            if not piece:
+                break
+            screen += piece
+            if waiting and screen.rstrip(b" ").endswith(b":"):
+                os.write(terminal, waiting.pop(0).encode() + b"\n")
+        os.close(terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), screen.decode()
+
+    def test_asks_on_the_terminal_without_echo(self):
+        words = ("create", self.raw, "--size", "1M")
+        code, screen = self.type_at_terminal(words, ["secret", "Secret"])
+        self.assertEqual(code, WRONG_PASSWORD, screen)
+        self.assertFalse(self.raw.exists())
+        code, screen = self.type_at_terminal(words, ["secret", "secret"])
+        self.assertEqual(code, DONE, screen)
+        self.assertNotIn("secret", screen)
+        self.quilla("check", self.raw, passwords=["secret"], code=DONE)
+
+
+if __name__ == "__main__":
+    command.main()

@@ -1,0 +1,65 @@
+#!/usr/bin/env python3
+"""The command without root: fusermount3, the plain file, ext4 by fuse2fs."""
+
+import os
+import shutil
+import subprocess
+
+import command
+from command import BUSY, MIB
+
+
+class User(command.CommandTest):
+
+    user = command.NOBODY
+
+    def setUp(self):
+        super().setUp()
+        # The user may not look into the folder of the build.
+        program = self.enterContext(command.tempfile.TemporaryDirectory(prefix="quilla-program-"))
+        os.chmod(program, 0o755)
+        self.program = shutil.copy(command.PROGRAM, program)
+
+    def quilla(self, *words, code=None, passwords=None):
+        before, command.PROGRAM = command.PROGRAM, getattr(self, "program", command.PROGRAM)
+        try:
+            return super().quilla(*words, code=code, passwords=passwords)
+        finally:
+            command.PROGRAM = before
+
+    def test_a_plain_file(self):
+        self.create(size="8M")
+        self.mount(self.place, "--raw")
+        data = os.urandom(MIB)
+        source = self.folder / "data"
+        source.write_bytes(data)
+        source.chmod(0o644)
+        self.assertEqual(self.run_as("dd", f"if={source}", f"of={self.place}/Private", "bs=64K", "conv=notrunc,fsync").returncode, 0)
+        self.dismount()
+        self.mount("--raw")
+        self.assertEqual(self.run_as("cmp", "-n", str(MIB), source, self.place / "Private").returncode, 0)
+        self.dismount()
+
+    def test_ext4_by_fuse2fs(self):
+        self.create("--format", "ext4")
+        self.mount()
+        letter = self.place / "letter"
+        self.assertEqual(self.run_as("dd", "if=/dev/urandom", f"of={letter}", "bs=1M", "count=8", "conv=fsync").returncode, 0)
+        before = self.run_as("sha1sum", letter).stdout
+        keeper = subprocess.Popen(["setpriv", f"--reuid={self.user}", f"--regid={self.user}", "--clear-groups",
+                                   "sh", "-c", 'cd "$0" && echo there && exec sleep 60', self.place], stdout=subprocess.PIPE)
+        keeper.stdout.readline()
+        try:
+            self.assertIn("sleep", self.dismount(code=BUSY).stderr)
+        finally:
+            keeper.kill()
+            keeper.communicate()
+        self.dismount()
+        self.mount()
+        self.assertEqual(self.run_as("sha1sum", letter).stdout, before)
+        self.dismount()
+
+
+if __name__ == "__main__":
+    command.skip_unless(user=True, tools=("fusermount3", "fuse2fs", "mkfs.ext4", "setpriv"))
+    command.main()
