@@ -67,6 +67,20 @@ Sense DeviceServer::WriteBlocks(CommandBlock block, Plan& plan) {
     return sense || !unit_.isReadOnly ? sense : kWriteProtected;
 }
 
+/// What is written is always compared with the medium afterwards.
+Sense DeviceServer::WriteAndVerify(CommandBlock block, Plan& plan) {
+    const Sense sense = WriteBlocks(block, plan);
+    plan.transfer = Plan::Transfer::WriteThenCompare;
+    plan.flushes = true;
+    return sense;
+}
+
+/// The system's own cache reads ahead.
+Sense DeviceServer::Prefetch(CommandBlock block, Plan& plan) {
+    std::uint64_t length = 0;
+    return TakeRange(block, plan, length);
+}
+
 Sense DeviceServer::VerifyBlocks(CommandBlock block, Plan& plan) {
     if (const Sense sense = ReadBlocks(block, plan); sense)
         return sense;
@@ -80,8 +94,8 @@ Sense DeviceServer::VerifyBlocks(CommandBlock block, Plan& plan) {
 Sense DeviceServer::WriteSame(CommandBlock block, Plan& plan) {
     if (const Sense sense = TakeRange(block, plan, plan.extent); sense)
         return sense;
-    if (plan.extent == 0 || plan.extent > std::uint64_t{kMaxTransferBlocks} * kSectorSize)
-        return kInvalidField;
+    if (plan.extent == 0)
+        plan.extent = device_.Size() - plan.offset; // all that follows
     plan.transfer = Plan::Transfer::WriteSame;
     plan.length = (block[1] & kNoDataOut) != 0 ? 0 : kSectorSize;
     plan.flushes = !unit_.cachesWrites;
@@ -104,6 +118,8 @@ Sense DeviceServer::Take(const Plan& plan, std::uint32_t at, std::span<std::byte
         return device_.Write(plan.offset + at, piece) ? kNoSense : kWriteError;
     case Plan::Transfer::Compare:
         return CompareMedium(plan.offset + at, piece);
+    case Plan::Transfer::WriteThenCompare:
+        return WriteThenCompare(plan.offset + at, piece);
     default:
         std::ranges::copy(piece, whole.begin() + at);
         return kNoSense;
@@ -151,6 +167,23 @@ Sense DeviceServer::CompareMedium(std::uint64_t offset, std::span<const std::byt
             return kMiscompare;
         offset += stored.size();
         piece = piece.subspan(stored.size());
+    }
+    return kNoSense;
+}
+
+Sense DeviceServer::WriteThenCompare(std::uint64_t offset, std::span<std::byte> piece) {
+    while (!piece.empty()) {
+        const std::span<std::byte> part = piece.first(std::min(piece.size(), scratch_.size()));
+        const std::span<std::byte> copy = scratch_.first(part.size());
+        std::ranges::copy(part, copy.begin());
+        if (!device_.Write(offset, part)) // destroys it
+            return kWriteError;
+        if (!device_.Read(offset, part))
+            return kReadError;
+        if (!std::ranges::equal(part, copy))
+            return kMiscompare;
+        offset += part.size();
+        piece = piece.subspan(part.size());
     }
     return kNoSense;
 }

@@ -17,10 +17,11 @@ namespace quilla::iscsi {
 struct Plan {
     enum class Transfer : std::uint8_t {
         None,
-        Reply,     ///< parameter data to the initiator
-        Read,      ///< of the medium
-        Write,     ///< to the medium
-        Compare,   ///< of data from the initiator with the medium
+        Reply,   ///< parameter data to the initiator
+        Read,    ///< of the medium
+        Write,   ///< to the medium
+        Compare, ///< of data from the initiator with the medium
+        WriteThenCompare,
         WriteSame, ///< one block from the initiator, again and again
         SelectModes,
     };
@@ -88,12 +89,15 @@ class DeviceServer {
     Sense ReportOpcodes(CommandBlock block, Plan& plan);
     Sense ReadBlocks(CommandBlock block, Plan& plan);
     Sense WriteBlocks(CommandBlock block, Plan& plan);
+    Sense WriteAndVerify(CommandBlock block, Plan& plan);
+    Sense Prefetch(CommandBlock block, Plan& plan);
     Sense VerifyBlocks(CommandBlock block, Plan& plan);
     Sense WriteSame(CommandBlock block, Plan& plan);
     Sense SynchronizeCache(CommandBlock block, Plan& plan);
 
     [[nodiscard]] Sense VerifyMedium(std::uint64_t offset, std::uint64_t length);
     [[nodiscard]] Sense CompareMedium(std::uint64_t offset, std::span<const std::byte> piece);
+    [[nodiscard]] Sense WriteThenCompare(std::uint64_t offset, std::span<std::byte> piece);
     [[nodiscard]] Sense Repeat(const Plan& plan, const CommandData& block);
     [[nodiscard]] Sense FlushMedium() { return device_.Flush() ? kNoSense : kWriteError; }
     [[nodiscard]] bool IsAborting() const { return phase_.load() == ServerPhase::Aborting; }

@@ -40,14 +40,11 @@ void PutIdentification(ParameterData& data, const UnitState& unit) {
 }
 
 void PutBlockLimits(ParameterData& data, const UnitState& /*unit*/) {
-    data.Put8(1); // WRITE SAME of no blocks does not mean "to the end"
-    data.Put8(0); // no COMPARE AND WRITE
+    data.Put16(0); // no COMPARE AND WRITE
     data.Put16(kBlocksInPhysical);
     data.Put32(kMaxTransferBlocks);
     data.Put32(2048); // best
-    data.FillTo(36);
-    data.Put64(kMaxTransferBlocks); // WRITE SAME
-    data.FillTo(64);
+    data.FillTo(64);  // WRITE SAME has no limit
 }
 
 void PutCharacteristics(ParameterData& data, const UnitState& /*unit*/) {

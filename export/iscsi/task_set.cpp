@@ -54,6 +54,7 @@ bool TaskSet::ServeCommand(const Pdu& pdu) {
     case Plan::Transfer::WriteSame:
     case Plan::Transfer::SelectModes:
     case Plan::Transfer::Write:
+    case Plan::Transfer::WriteThenCompare:
     case Plan::Transfer::Compare: // with no data at all
         return ServeDataOut(pdu, plan);
     case Plan::Transfer::None:
