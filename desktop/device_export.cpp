@@ -12,11 +12,23 @@ namespace quilla {
 
 namespace {
 
-/// "SECn.uri"
-struct UriFileName {
-    explicit UriFileName(unsigned index) { FormatText(text, L"%ls%u.uri", kWideDevicePrefix, index); }
+/// "SECn.uri" and the like.
+struct DeviceFileName {
+    DeviceFileName(unsigned index, const wchar_t* extension) {
+        FormatText(text, L"%ls%u.%ls", kWideDevicePrefix, index, extension);
+    }
     wchar_t text[16];
 };
+
+constexpr wchar_t kUri[] = L"uri";
+constexpr wchar_t kKeys[] = L"iscsi";
+/// Left by the script that attaches a volume: the letters of its drive.
+constexpr wchar_t kDrive[] = L"drive";
+
+void RemoveFiles(unsigned index) {
+    for (const wchar_t* extension : {kUri, kKeys, kDrive})
+        RemovePrivateFile(DeviceFileName(index, extension).text);
+}
 
 } // namespace
 
@@ -25,6 +37,7 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
     ExportName name;
     if (!MakeExportName(index, name))
         return false;
+    target_.reset();
     server_.reset(new (std::nothrow) nbd::Server(device, ranges_, name.data()));
     if (!server_ || !server_->Start()) {
         server_.reset();
@@ -35,21 +48,44 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
                   name.data());
     std::array<char, kUriSize + 1> line;
     std::snprintf(line.data(), line.size(), "%s\n", uri_.data());
-    static_cast<void>(WritePrivateFile(UriFileName(index).text, line.data()));
+    static_cast<void>(WritePrivateFile(DeviceFileName(index, kUri).text, line.data()));
+    StartTarget(device);
     isServed_ = true;
     return true;
+}
+
+/// The second way to the volume. A system that refuses it leaves the first.
+void DeviceExport::StartTarget(BlockDevice& device) {
+    Secret<iscsi::TargetKeys> keys;
+    if (!iscsi::MakeTargetKeys(index_, *keys))
+        return;
+    std::array<char, 8> label;
+    std::snprintf(label.data(), label.size(), "%s%u", kDevicePrefix, index_ % kMaxDevices);
+    target_.reset(new (std::nothrow) iscsi::Target(device, ranges_, *keys, label.data()));
+    if (!target_ || !target_->Start()) {
+        target_.reset();
+        return;
+    }
+    Secret<std::array<char, 256>> text;
+    std::snprintf(text->data(), text->size(), "address=127.0.0.1\nport=%u\ntarget=%s\nuser=%s\nsecret=%s\n",
+                  static_cast<unsigned>(target_->Port()), keys->name.data(), iscsi::kTargetUser,
+                  keys->secret.data());
+    static_cast<void>(WritePrivateFile(DeviceFileName(index_, kKeys).text, text->data()));
 }
 
 StopReport DeviceExport::Stop() {
     if (!isServed_.exchange(false))
         return {};
-    RemovePrivateFile(UriFileName(index_).text);
-    return server_->Stop();
+    RemoveFiles(index_);
+    const StopReport target = target_ ? target_->Stop() : StopReport{};
+    const StopReport server = server_->Stop();
+    return {.clientsCutOff = target.clientsCutOff + server.clientsCutOff,
+            .flushed = target.flushed && server.flushed};
 }
 
 void DeviceExport::RemoveLeftovers() {
     for (unsigned index = 0; index < kMaxDevices; ++index)
-        RemovePrivateFile(UriFileName(index).text);
+        RemoveFiles(index);
 }
 
 } // namespace quilla

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "export/iscsi/target.h"
 #include "export/nbd/server.h"
 #include "platform/block_device.h"
 #include "platform/device_name.h"
@@ -11,7 +12,9 @@
 namespace quilla {
 
 /// A device offered to block device clients of this machine: an NBD server under a name that only the user
-/// can know, and a file with the URI of the export for the user's own programs.
+/// can know, an iSCSI target with a secret, and files with what the user's own programs need for either:
+/// "SECn.uri" holds the URI of the export, "SECn.iscsi" lines of "key=value" (address, port, target, user,
+/// secret).
 class DeviceExport {
   public:
     /// Units of a URI, terminating zero included.
@@ -23,26 +26,33 @@ class DeviceExport {
     DeviceExport& operator=(const DeviceExport&) = delete;
 
     /// Starts to serve the device, which must outlive the export, under the name "SECn-" + 32 hexadecimal
-    /// digits of the system's generator. False if there are no random bytes or no port. A URI file that
-    /// cannot be written keeps nobody from using the export.
+    /// digits of the system's generator. False if there are no random bytes or no port. A file that
+    /// cannot be written, or a target that cannot be started, keeps nobody from using the export.
     [[nodiscard]] bool Start(BlockDevice& device, unsigned index);
 
-    /// Completes what is in flight, flushes, disconnects everybody and removes the URI file. May run on any
+    /// Completes what is in flight, flushes, disconnects everybody and removes the files. May run on any
     /// one thread while others ask for URI and clients. A second call does nothing.
     StopReport Stop();
 
-    /// Removes the URI files that a process left which was ended with volumes mounted. To be called while
+    /// Removes the files that a process left which was ended with volumes mounted. To be called while
     /// nothing is exported.
     static void RemoveLeftovers();
 
     /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not served.
     [[nodiscard]] const char* Uri() const { return isServed_ ? uri_.data() : ""; }
 
-    [[nodiscard]] unsigned ConnectedClients() const { return isServed_ ? server_->ConnectedClients() : 0; }
+    [[nodiscard]] unsigned ConnectedClients() const {
+        if (!isServed_)
+            return 0;
+        return server_->ConnectedClients() + (target_ ? target_->ConnectedClients() : 0);
+    }
 
   private:
+    void StartTarget(BlockDevice& device);
+
     RangeLock ranges_;
     std::unique_ptr<nbd::Server> server_;
+    std::unique_ptr<iscsi::Target> target_;
     std::array<char, kUriSize> uri_{};
     unsigned index_ = 0;
     std::atomic<bool> isServed_ = false;
