@@ -1,12 +1,14 @@
 #include "store/volume_list.h"
 
 #include "platform/error_box.h"
+#include "platform/win32/format_text.h"
 #include "store/display_text.h"
 #include "store/same_volume.h"
 #include "toolkit/controls.h"
 
 #include <memory>
 #include <new>
+#include <span>
 #include <windows.h>
 
 #include <commctrl.h>
@@ -19,7 +21,7 @@ namespace {
 constexpr int kMountedImage = 0;
 constexpr int kNoImage = -1;
 
-enum Column : int { kVolumeColumn, kSizeColumn, kCipherColumn, kKeyColumn };
+enum Column : int { kVolumeColumn, kSizeColumn, kCipherColumn, kKeyColumn, kStateColumn };
 
 int CountRows(const BListView& list) {
     return ListView_GetItemCount(list.hwnd);
@@ -47,6 +49,21 @@ void TakeKeyPath(ListedVolume& listed, const wchar_t* keyPath) {
 
 void SetColumn(const BListView& list, int row, Column column, const wchar_t* text) {
     ListView_SetItemText(list.hwnd, row, column, const_cast<wchar_t*>(text));
+}
+
+/// What the mark of a mounted volume says in a picture, and what its owner should see to.
+void DescribeState(const ListedVolume& listed, std::span<wchar_t> text) {
+    const VolumeRecord& record = listed.record;
+    if (record.IsMounted())
+        FormatText(text, L"Mounted as %.6ls", record.DeviceName);
+    else if (record.Size == 0 && GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
+        FormatText(text, L"File missing");
+    else if (listed.keyFile == KeyFileState::Missing)
+        FormatText(text, L"Key file missing");
+    else if (listed.keyFile == KeyFileState::Unreadable)
+        FormatText(text, L"Key file unreadable");
+    else
+        text[0] = 0;
 }
 
 int Append(BListView& list, const ListedVolume& volume) {
@@ -143,8 +160,12 @@ int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record) {
     FormatSize(record.Size, size);
     SetColumn(list, item.iItem, kSizeColumn, size);
     SetColumn(list, item.iItem, kCipherColumn, CipherName(record.Cipher));
-    const bool isDismounting = reinterpret_cast<const ListedVolume&>(record).isDismounting;
+    const auto& listed = reinterpret_cast<const ListedVolume&>(record);
+    const bool isDismounting = listed.isDismounting;
     SetColumn(list, item.iItem, kKeyColumn, isDismounting ? L"dismounting" : record.KeyPath);
+    wchar_t state[32];
+    DescribeState(listed, state);
+    SetColumn(list, item.iItem, kStateColumn, state);
     return item.iItem;
 }
 
@@ -166,11 +187,15 @@ void ClearRows(BListView& list) {
         RemoveRow(list, row);
 }
 
-bool AnyVolumeMounted(const BListView& list) {
+int CountMounted(const BListView& list) {
+    int count = 0;
     for (int row = CountRows(list) - 1; row >= 0; --row)
-        if (RecordAt(list, row).IsMounted())
-            return true;
-    return false;
+        count += RecordAt(list, row).IsMounted();
+    return count;
+}
+
+bool AnyVolumeMounted(const BListView& list) {
+    return CountMounted(list) > 0;
 }
 
 } // namespace quilla

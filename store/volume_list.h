@@ -65,6 +65,8 @@ void RemoveRow(BListView& list, int row);
 /// The same for all rows, from the last to the first.
 void ClearRows(BListView& list);
 
+[[nodiscard]] int CountMounted(const BListView& list);
+
 /// Whether any volume of the list is mounted; while one is, the main window hides instead of closing.
 [[nodiscard]] bool AnyVolumeMounted(const BListView& list);
 

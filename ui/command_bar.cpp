@@ -32,11 +32,35 @@ constexpr Button kButtons[] = {
 static_assert(std::size(kButtons) == 11);
 static_assert(kButtons[7].image == 24 && kButtons[8].image == 25 && kButtons[4].image == 27);
 
+const wchar_t* TipOf(int command) {
+    for (const Button& button : kButtons)
+        if (button.command == command && button.tip)
+            return button.tip;
+    return L"";
+}
+
 } // namespace
 
 void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BToolbar::GetCreateDefaults(windowClass, creation);
     creation.style |= TBSTYLE_FLAT | TBSTYLE_TOOLTIPS;
+}
+
+LRESULT CommandBar::OnNotify(NMHDR& header) {
+    switch (header.code) {
+    case static_cast<UINT>(TBN_GETINFOTIPW): {
+        const auto& tip = reinterpret_cast<NMTBGETINFOTIPW&>(header);
+        lstrcpynW(tip.pszText, TipOf(tip.iItem), tip.cchTextMax);
+        return 0;
+    }
+    case static_cast<UINT>(TTN_GETDISPINFOW): {
+        auto& tip = reinterpret_cast<NMTTDISPINFOW&>(header);
+        tip.lpszText = const_cast<wchar_t*>(TipOf(static_cast<int>(header.idFrom)));
+        return 0;
+    }
+    default:
+        return BToolbar::OnNotify(header);
+    }
 }
 
 void CommandBar::InsertMenuBar(int menuId, HACCEL accelerators) const {

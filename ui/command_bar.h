@@ -10,6 +10,8 @@ namespace quilla {
 class CommandBar : public BToolbar {
   public:
     void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
+    /// Names the buttons in the forms in which different systems ask for their tool-tips.
+    LRESULT OnNotify(NMHDR& header) override;
 
     /// Sets the menu bar of the parent window, with the keys of an accelerator table behind its items.
     void InsertMenuBar(int menuId, HACCEL accelerators) const;

@@ -1,5 +1,6 @@
 #include "ui/dialog_file_field.h"
 
+#include "platform/win32/format_text.h"
 #include "ui/file_name.h"
 
 #include <commctrl.h>
@@ -48,7 +49,12 @@ bool DialogFileField::PickName(FilePicker& picker) {
     picker.SetFlags(flags & ~static_cast<DWORD>(OFN_FILEMUSTEXIST)); // the file is still to be made
     const bool picked = picker.Save(hwnd, name);
     picker.SetFlags(flags);
-    return picked;
+    if (!picked || GetFileAttributesW(picker.FileName()) == INVALID_FILE_ATTRIBUTES)
+        return picked;
+    wchar_t text[kPathUnits + 80];
+    FormatText(text, L"The file\n\n%ls\n\nexists already. A new volume needs new files.", picker.FileName());
+    MessageBoxW(GetParent(hwnd), text, L"Quilla Tarn Error", MB_ICONERROR);
+    return false;
 }
 
 void DialogFileField::Complete() {

@@ -1,6 +1,7 @@
 #include "ui/dialog_support.h"
 
 #include "platform/error_box.h"
+#include "ui/resource.h"
 
 #include <algorithm>
 #include <iterator>
@@ -62,11 +63,15 @@ HWND FindOpenDialog() {
     return found;
 }
 
+void AskAgain(HWND dialog, HWND edit) {
+    SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit), TRUE);
+    SendMessageW(edit, EM_SETSEL, 0, -1);
+}
+
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason) {
     if (!ShowNotedErrors())
         MessageBoxW(dialog, reason, L"Quilla Tarn Error", MB_ICONERROR);
-    SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(edit), TRUE);
-    SendMessageW(edit, EM_SETSEL, 0, -1);
+    AskAgain(dialog, edit);
 }
 
 bool ConfirmEmptyPassword(HWND dialog) {
@@ -96,6 +101,9 @@ void InsertDialogRow(HWND dialog, int top) {
 }
 
 void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls) {
+    // One that is shared and stays: where dialogs show an icon it is to be the program's.
+    const HICON icon = LoadIconW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM));
+    SendMessageW(dialog, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(icon));
     RECT growth{0, 0, units, 0};
     MapDialogRect(dialog, &growth);
     const int pixels = growth.right;

@@ -9,9 +9,11 @@ namespace quilla {
 /// A dialog, message box or file dialog that is open on this thread, or null.
 [[nodiscard]] HWND FindOpenDialog();
 
+/// Gives an edit the focus, with its text selected.
+void AskAgain(HWND dialog, HWND edit);
+
 /// Says what is wrong with an edit's text, in a message box that the dialog owns, or, if errors wait to be
-/// shown, these alone: they are the cause. Then makes the user type it again: focus to the edit, with its
-/// text selected.
+/// shown, these alone: they are the cause. Then asks for the text again.
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason);
 
 /// Asks whether a volume is to have an empty password, which anybody knows.

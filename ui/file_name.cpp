@@ -2,6 +2,9 @@
 
 #include "store/default_key_path.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace quilla {
 
 namespace {
@@ -38,7 +41,11 @@ bool JoinText(PathText& field, std::initializer_list<TextView> parts) {
 
 } // namespace
 
-void CompleteFileName(TextView typed, TextView extension, PathText& name) {
+void CompleteFileName(TextView asTyped, TextView extension, PathText& name) {
+    PathText separated;
+    CopyText(separated, asTyped);
+    std::replace(std::begin(separated), std::end(separated), QUILLA_TEXT('/'), kBackslash);
+    const TextView typed = FieldText(separated);
     const TextView root = typed.empty() || IsAbsolute(typed) ? TextView() : TextView(QUILLA_TEXT("\\"));
     const bool isComplete = NamesNoFile(typed) || HasExtension(typed);
     const TextView stop = isComplete ? TextView() : TextView(QUILLA_TEXT("."));

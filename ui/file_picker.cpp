@@ -29,14 +29,22 @@ void FilePicker::Prepare(HWND owner, const wchar_t* name) {
     CopyText(fileName_, name != nullptr ? TextView(name) : TextView());
 }
 
+bool FilePicker::Ask(BOOL(WINAPI* ask)(OPENFILENAMEW*), DWORD flags) {
+    const DWORD kept = dialog_.Flags;
+    dialog_.Flags = flags | OFN_NOCHANGEDIR;
+    const bool chosen = ask(&dialog_) != FALSE;
+    dialog_.Flags = kept;
+    return chosen;
+}
+
 bool FilePicker::Open(HWND owner) {
     Prepare(owner, nullptr);
-    return GetOpenFileNameW(&dialog_) != FALSE;
+    return Ask(GetOpenFileNameW, dialog_.Flags | OFN_FILEMUSTEXIST);
 }
 
 bool FilePicker::Save(HWND owner, const wchar_t* initialName) {
     Prepare(owner, initialName);
-    return GetSaveFileNameW(&dialog_) != FALSE;
+    return Ask(GetSaveFileNameW, dialog_.Flags & ~static_cast<DWORD>(OFN_OVERWRITEPROMPT));
 }
 
 } // namespace quilla

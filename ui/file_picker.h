@@ -27,10 +27,11 @@ class FilePicker {
     /// Sets the filter, which must stay valid, and with it the extension that names without one get.
     void SetFilter(const wchar_t* filter);
 
-    /// Lets the user choose a file to open; false if none was chosen.
+    /// Lets the user choose a file that exists; false if none was chosen.
     [[nodiscard]] bool Open(HWND owner);
 
-    /// Lets the user name a file to write, starting with a name (null: none); false if none was named.
+    /// Lets the user name a file to make, starting with a name (null: none); false if none was named. Nothing
+    /// is asked about a file that exists: it is never replaced.
     [[nodiscard]] bool Save(HWND owner, const wchar_t* initialName);
 
     /// The file of the last call that returned true.
@@ -42,6 +43,7 @@ class FilePicker {
 
   private:
     void Prepare(HWND owner, const wchar_t* name);
+    [[nodiscard]] bool Ask(BOOL(WINAPI* ask)(OPENFILENAMEW*), DWORD flags);
 
     OPENFILENAMEW dialog_;
     PathText fileName_;

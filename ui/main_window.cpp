@@ -14,13 +14,14 @@
 #include "ui/resource.h"
 
 #include <cwchar>
+#include <utility>
 
 namespace quilla {
 
 namespace {
 
 /// Of a first start, in pixels at 96 per inch: room for the columns, a scroll bar and about fifteen rows.
-constexpr int kFirstWidth = 540;
+constexpr int kFirstWidth = 660;
 constexpr int kFirstHeight = 380;
 constexpr int kLeastWidth = 260;
 constexpr int kLeastHeight = 160;
@@ -91,6 +92,8 @@ void MainWindow::PlaceList() {
     const int top = bar_.Bottom();
     SetWindowPos(list_.hwnd, nullptr, -1, top, client.right + 2, client.bottom - top + 1,
                  SWP_NOZORDER | SWP_NOACTIVATE);
+    list_.FillWidth();
+    InvalidateRect(list_.hwnd, nullptr, FALSE); // the text of an empty list moves
 }
 
 void MainWindow::RestoreSettings() {
@@ -127,7 +130,12 @@ void MainWindow::SaveSettings() const {
 
 /// The keys are the list's: those of dialogs and menus are theirs.
 bool MainWindow::PreTranslate(MSG& message) {
-    return message.hwnd == list_.hwnd && TranslateAcceleratorW(hwnd, accelerators_, &message) != 0;
+    if (message.hwnd != list_.hwnd)
+        return false;
+    const bool isDone = TranslateAcceleratorW(hwnd, accelerators_, &message) != 0;
+    if (message.message >= WM_KEYFIRST && message.message <= WM_KEYLAST)
+        isHelpGiven_ = isDone && message.message == WM_KEYDOWN && message.wParam == VK_F1;
+    return isDone;
 }
 
 LRESULT MainWindow::OnMessage(BMessage& message) {
@@ -172,6 +180,8 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
         OnDropFiles(reinterpret_cast<HDROP>(message.wParam));
         return 0;
     case WM_HELP:
+        if (std::exchange(isHelpGiven_, false)) // some systems send this for F1 besides the key
+            return TRUE;
         SendMessageW(hwnd, WM_COMMAND, IDM_CONTENTS, 0);
         return TRUE;
     case WM_MENUCHAR:
@@ -249,6 +259,7 @@ void MainWindow::OnShowErrors() {
 
 void MainWindow::OnIdle() {
     ShowNotedErrors();
+    icon_.ShowMounted(CountMounted(list_));
     CloseIfWanted();
 }
 

@@ -88,6 +88,9 @@ class MainWindow final : public BWindow {
     void CopyAddress();
     void ShowFromTray();
     void DismountAll();
+    void DismountAllAndExit();
+    void Refresh();
+    [[nodiscard]] bool ConfirmCutOff(unsigned clients) const;
 
     UiServices services_;
     CommandBar bar_;
@@ -101,6 +104,7 @@ class MainWindow final : public BWindow {
     UINT shellStarted_ = 0; ///< the message with which a new shell asks for notification icons
     bool maximizeWhenShown_ = false;
     bool hasToldOfHiding_ = false;
+    bool isHelpGiven_ = false;   ///< the F1 that is down has opened the help
     bool isCloseWanted_ = false; ///< a close that could not be obeyed yet
 };
 

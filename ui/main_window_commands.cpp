@@ -3,6 +3,7 @@
 #include "platform/error_box.h"
 #include "platform/win32/format_text.h"
 #include "service/driver_control.h"
+#include "service/window_messages.h"
 #include "store/default_key_path.h"
 #include "store/registry_store.h"
 #include "ui/about_dialog.h"
@@ -15,12 +16,24 @@
 #include "ui/resource.h"
 #include "ui/volume_dialogs.h"
 
+#include <algorithm>
+
 namespace quilla {
 
 namespace {
 
 /// When a command is enabled.
 enum class Rule : unsigned char { Always, AnyVolume, UnmountedVolume, MountedVolume, AnyMounted };
+
+/// What a double click does, or what a mounted volume is good for.
+void FitVolumeMenu(HMENU menu, const VolumeRecord* volume) {
+    const bool isMounted = volume && volume->IsMounted();
+    if (isMounted) {
+        AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
+        AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
+    }
+    SetMenuDefaultItem(menu, isMounted ? IDM_COPY_ADDRESS : IDM_MOUNT, FALSE);
+}
 
 } // namespace
 
@@ -46,6 +59,8 @@ const MainWindow::Command MainWindow::kCommands[] = {
     {IDM_COPY_ADDRESS, &MainWindow::CopyAddress, Rule::MountedVolume, true},
     {IDM_SHOW_WINDOW, &MainWindow::ShowFromTray, Rule::Always, false},
     {IDM_DISMOUNT_ALL, &MainWindow::DismountAll, Rule::AnyMounted, false},
+    {IDM_DISMOUNT_EXIT, &MainWindow::DismountAllAndExit, Rule::Always, false},
+    {IDM_REFRESH, &MainWindow::Refresh, Rule::Always, true},
 };
 
 const MainWindow::Command* MainWindow::FindCommand(int id) {
@@ -108,7 +123,9 @@ void MainWindow::UpdateVolume(VolumeRecord& record) {
 }
 
 void MainWindow::RemoveVolume(const VolumeRecord& record) {
-    RemoveRow(list_, RowOf(list_, record));
+    const int row = RowOf(list_, record);
+    RemoveRow(list_, row);
+    list_.SelectRow(std::min(row, ListView_GetItemCount(list_.hwnd) - 1));
     SaveVolumeList(list_);
 }
 
@@ -172,11 +189,21 @@ void MainWindow::Exit() {
 void MainWindow::Mount() {
     VolumeRecord& record = *SelectedVolume();
     MountDialog dialog(record, services_);
-    dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)); // the server has brought the row up to date
+    if (dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_VOLUME)) != IDOK || !record.IsMounted())
+        return; // else the server has brought the row up to date
+    wchar_t text[160];
+    FormatText(text, L"Mounted as %.6ls. Volume > Copy Address gives NBD clients its address.",
+               record.DeviceName);
+    icon_.ShowNotice(kMainWindowTitle, text, NIIF_INFO);
 }
 
 void MainWindow::Dismount() {
-    server_.DismountSelected();
+    const VolumeRecord& record = *SelectedVolume();
+    const unsigned clients = DriverControl::CountClients(record);
+    if (clients > 0 && !ConfirmCutOff(clients))
+        return;
+    if (SelectedVolume() == &record && record.IsMounted()) // still, after the question
+        server_.DismountSelected();
 }
 
 void MainWindow::ChangePassword() {
@@ -220,15 +247,45 @@ void MainWindow::ShowFromTray() {
 #endif
 }
 
+bool MainWindow::ConfirmCutOff(unsigned clients) const {
+    wchar_t question[160];
+    FormatText(question,
+               L"%u %ls connected and would be cut off: what has not been written yet is lost.\n\n"
+               L"Dismount all the same?",
+               clients, clients == 1 ? L"program is" : L"programs are");
+    return MessageBoxW(hwnd, question, L"Confirm Dismount",
+                       MB_OKCANCEL | MB_ICONEXCLAMATION | MB_DEFBUTTON2) == IDOK;
+}
+
 void MainWindow::DismountAll() {
     server_.DismountAll();
+}
+
+void MainWindow::DismountAllAndExit() {
+    server_.DismountAll();
+    isCloseWanted_ = true; // as soon as the last one is gone
+    CloseIfWanted();
+}
+
+/// Reads the files of what is not mounted again.
+void MainWindow::Refresh() {
+    for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row) {
+        const ListedVolume& listed = ListedAt(list_, row);
+        if (listed.record.IsMounted()) // its driver has the files
+            continue;
+        PathText keyPath;
+        CopyText(keyPath, FieldText(listed.lastKeyPath));
+        FindVolume(list_, listed.record.Path, keyPath);
+        RecallKeyPath(list_, row);
+    }
+    list_.Sort();
 }
 
 void MainWindow::OpenListMenu(POINT screen) {
     if (SelectedRow(list_) < 0)
         TrackMenu(IDR_MENU_LIST, screen, 0);
     else
-        TrackMenu(IDR_MENU_VOLUME, screen, IDM_MOUNT);
+        TrackMenu(IDR_MENU_VOLUME, screen, 0);
 }
 
 void MainWindow::OpenTrayMenu() {
@@ -250,11 +307,10 @@ void MainWindow::TrackMenu(int menuId, POINT screen, int defaultCommand) {
     AddShortcutTexts(menu, accelerators_);
     if (defaultCommand)
         SetMenuDefaultItem(menu, static_cast<UINT>(defaultCommand), FALSE);
-    const VolumeRecord* const volume = SelectedVolume();
-    if (menuId == IDR_MENU_VOLUME && volume && volume->IsMounted()) {
-        AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
-        AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
-    }
+    if (menuId == IDR_MENU_VOLUME)
+        FitVolumeMenu(menu, SelectedVolume());
+    if (menuId == IDR_MENU_TRAY && AnyVolumeMounted(list_)) // a plain exit would hide the window and no more
+        ModifyMenuW(menu, IDM_EXIT, MF_BYCOMMAND | MF_STRING, IDM_DISMOUNT_EXIT, L"Dismount All and Exit");
     TrackPopupMenuEx(menu, TPM_RIGHTBUTTON, screen.x, screen.y, hwnd, nullptr);
 }
 

@@ -1,5 +1,6 @@
 #include "ui/volume_dialogs.h"
 
+#include "desktop/full_path.h"
 #include "platform/wipe.h"
 #include "ui/dialog_support.h"
 #include "ui/dialog_values.h"
@@ -56,6 +57,7 @@ bool NewVolumeDialog::IsPasswordConfirmed() {
 
 void NewVolumeDialog::OnOk() {
     volumeField.GetName(work.Path);
+    CompletePath(work.Path);
     const auto size = static_cast<std::int16_t>(SendMessageW(sizeUpDown.hwnd, UDM_GETPOS32, 0, 0));
     work.Size = SizeFromShown(size, static_cast<int>(SendMessageW(unitCombo.hwnd, CB_GETCURSEL, 0, 0)));
     work.Cipher = CipherFromShown(static_cast<int>(SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0)));
@@ -65,6 +67,7 @@ void NewVolumeDialog::OnOk() {
     Secret<PasswordDigest> passwordKey;
     if (work.Cipher != CipherId::None) {
         keyField.GetName(work.KeyPath);
+        CompletePath(work.KeyPath);
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
     watch_.Begin(work);

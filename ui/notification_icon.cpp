@@ -1,6 +1,7 @@
 #include "ui/notification_icon.h"
 
 #include "platform/text.h"
+#include "platform/win32/format_text.h"
 #include "service/window_messages.h"
 
 #include <shellapi.h>
@@ -26,19 +27,38 @@ HICON SmallIconOf(HWND window) {
     return reinterpret_cast<HICON>(SendMessageW(window, WM_GETICON, ICON_SMALL, 0));
 }
 
+/// The window's title, alone while nothing is mounted.
+void NameTip(NOTIFYICONDATAW& data, int mounted) {
+    wchar_t title[kTipUnits];
+    GetWindowTextW(data.hWnd, title, kTipUnits);
+    if (mounted == 0)
+        CopyText(data.szTip, title);
+    else
+        FormatText(std::span(data.szTip, kTipUnits), L"%ls: %d mounted", title, mounted);
+}
+
 } // namespace
 
 void NotificationIcon::Add(HWND owner) {
     owner_ = owner;
     NOTIFYICONDATAW data = DataFor(owner, NIF_MESSAGE | NIF_ICON | NIF_TIP);
     data.hIcon = SmallIconOf(owner);
-    GetWindowTextW(owner, data.szTip, kTipUnits);
+    NameTip(data, mounted_);
     Shell_NotifyIconW(NIM_ADD, &data);
 }
 
 void NotificationIcon::UpdateIcon() {
     NOTIFYICONDATAW data = DataFor(owner_, NIF_ICON);
     data.hIcon = SmallIconOf(owner_);
+    Shell_NotifyIconW(NIM_MODIFY, &data);
+}
+
+void NotificationIcon::ShowMounted(int count) {
+    if (count == mounted_)
+        return;
+    mounted_ = count;
+    NOTIFYICONDATAW data = DataFor(owner_, NIF_TIP);
+    NameTip(data, mounted_);
     Shell_NotifyIconW(NIM_MODIFY, &data);
 }
 

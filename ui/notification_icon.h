@@ -18,6 +18,9 @@ class NotificationIcon {
     /// Follows a change of the window's small icon.
     void UpdateIcon();
 
+    /// Says in the tip how many volumes are mounted.
+    void ShowMounted(int count);
+
     /// Shows a notice beside the icon for a while; nothing is asked and nothing waits for it.
     void ShowNotice(const wchar_t* title, const wchar_t* text, DWORD kind);
 
@@ -25,6 +28,7 @@ class NotificationIcon {
 
   private:
     HWND owner_ = nullptr;
+    int mounted_ = 0;
 };
 
 } // namespace quilla

@@ -30,6 +30,8 @@
 #define IDM_COPY_ADDRESS 1020
 #define IDM_SHOW_WINDOW 1021
 #define IDM_DISMOUNT_ALL 1022
+#define IDM_DISMOUNT_EXIT 1023
+#define IDM_REFRESH 1024
 
 /* The dialog of New, Mount and Properties. */
 #define IDD_VOLUME 3

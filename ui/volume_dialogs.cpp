@@ -2,6 +2,7 @@
 
 #include "ui/volume_dialogs.h"
 
+#include "desktop/full_path.h"
 #include "platform/error_box.h"
 #include "platform/win32/format_text.h"
 #include "platform/wipe.h"
@@ -209,6 +210,7 @@ void MountDialog::Attach(HWND handle) {
 /// volume should have its clients would meet enciphered data, and offer to format it.
 bool MountDialog::IsKeyFileUsable() {
     keyField.GetName(work.KeyPath);
+    CompletePath(work.KeyPath);
     VolumeRecord seen = work;
     const KeyFileState state = ReadVolumeInfo(seen);
     if (state == KeyFileState::Unreadable) {
@@ -256,11 +258,14 @@ void PropertiesDialog::Attach(HWND handle) {
     SendMessageW(passwordEdit.hwnd, EM_SETREADONLY, TRUE, 0);
     if (work.IsMounted())
         keyField.SetReadOnly(true);
+    AskAgain(hwnd, timeoutEdit.hwnd);
 }
 
 void PropertiesDialog::OnOk() {
-    if (!keyField.readOnly)
+    if (!keyField.readOnly) {
         keyField.GetName(work.KeyPath);
+        CompletePath(work.KeyPath);
+    }
     TakeTimeout();
     if (!record->IsMounted()) // by now
         CopyText(record->KeyPath, FieldText(work.KeyPath));

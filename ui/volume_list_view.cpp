@@ -3,6 +3,7 @@
 #include "platform/win32/format_text.h"
 #include "service/driver_control.h"
 #include "service/window_messages.h"
+#include "store/display_text.h"
 #include "store/volume_list.h"
 #include "toolkit/dpi.h"
 #include "ui/resource.h"
@@ -27,10 +28,14 @@ constexpr Column kColumns[kListColumns] = {
      [](const VolumeRecord& one, const VolumeRecord& other) { return lstrcmpiW(one.Path, other.Path); }},
     {L"Size",
      [](const VolumeRecord& one, const VolumeRecord& other) { return CompareNumbers(one.Size, other.Size); }},
-    {L"Encryption", [](const VolumeRecord& one,
-                       const VolumeRecord& other) { return CompareNumbers(one.Cipher, other.Cipher); }},
+    {L"Encryption",
+     [](const VolumeRecord& one, const VolumeRecord& other) {
+         return lstrcmpiW(CipherName(one.Cipher), CipherName(other.Cipher));
+     }},
     {L"Key", [](const VolumeRecord& one,
                 const VolumeRecord& other) { return lstrcmpiW(one.KeyPath, other.KeyPath); }},
+    {L"State", [](const VolumeRecord& one,
+                  const VolumeRecord& other) { return CompareNumbers(other.IsMounted(), one.IsMounted()); }},
 };
 
 struct Order {
@@ -156,7 +161,36 @@ LRESULT VolumeListView::OnMessage(BMessage& message) {
         OpenMenuByKey();
         return 0;
     }
+    if (message.message == WM_PAINT && ListView_GetItemCount(hwnd) == 0) {
+        const LRESULT result = BListView::OnMessage(message);
+        PaintHint();
+        return result;
+    }
     return BListView::OnMessage(message);
+}
+
+void VolumeListView::PaintHint() const {
+    RECT place;
+    RECT header;
+    GetClientRect(hwnd, &place);
+    GetClientRect(ListView_GetHeader(hwnd), &header);
+    const int margin = ScaleToWindow(hwnd, 16);
+    InflateRect(&place, -margin, -margin);
+    place.top += header.bottom;
+    const HDC context = GetDC(hwnd);
+    const HGDIOBJ former = SelectObject(context, font_.Get());
+    SetBkMode(context, TRANSPARENT);
+    SetTextColor(context, GetSysColor(COLOR_WINDOWTEXT));
+    DrawTextW(context,
+              L"No volumes yet. Make one with File > New, take one that exists in with File > Open, or drop "
+              L"a volume (*.raw) here.",
+              -1, &place, DT_CENTER | DT_WORDBREAK | DT_NOPREFIX);
+    SelectObject(context, former);
+    ReleaseDC(hwnd, context);
+}
+
+void VolumeListView::FillWidth() const {
+    ListView_SetColumnWidth(hwnd, kListColumns - 1, LVSCW_AUTOSIZE_USEHEADER);
 }
 
 LRESULT VolumeListView::OnNotify(NMHDR& header) {
@@ -168,12 +202,20 @@ LRESULT VolumeListView::OnNotify(NMHDR& header) {
             SendMessageW(GetParent(hwnd), WM_COMMAND, IDM_MOUNT, 0);
         return 0;
     case static_cast<UINT>(NM_CLICK):
-        if (reinterpret_cast<NMITEMACTIVATE&>(header).uKeyFlags & LVKF_ALT)
+        if ((reinterpret_cast<NMITEMACTIVATE&>(header).uKeyFlags & LVKF_ALT) || GetKeyState(VK_MENU) < 0)
             OpenMenu(MessagePoint());
         return 0;
     case static_cast<UINT>(NM_RCLICK):
         OpenMenu(MessagePoint());
         return 1; // or the list would send WM_CONTEXTMENU as well
+    case static_cast<UINT>(LVN_KEYDOWN):
+        if (reinterpret_cast<NMLVKEYDOWN&>(header).wVKey == VK_F5)
+            SendMessageW(GetParent(hwnd), WM_COMMAND, IDM_REFRESH, 0);
+        return 0;
+    case static_cast<UINT>(LVN_INSERTITEM):
+    case static_cast<UINT>(LVN_DELETEITEM):
+        InvalidateRect(hwnd, nullptr, TRUE); // the text of an empty list comes or goes
+        return 0;
     case static_cast<UINT>(LVN_COLUMNCLICK):
         SortBy(reinterpret_cast<NMLISTVIEW&>(header).iSubItem);
         return 0;

@@ -30,11 +30,16 @@ class VolumeListView : public BListView {
     /// Selects one row alone and scrolls to it; nothing for -1.
     void SelectRow(int row) const;
 
+    /// Stretches the last column to the list's edge.
+    void FillWidth() const;
+
     /// Loads font and image for the window's resolution.
     void LoadImages();
 
   private:
     void AddColumns();
+    /// Says in an empty list how to begin.
+    void PaintHint() const;
     void MarkSortColumn() const;
     void SortBy(int column);
     LRESULT OnInfoTip(NMLVGETINFOTIPW& tip) const;
@@ -44,7 +49,7 @@ class VolumeListView : public BListView {
     UniqueImageList images_;
     UniqueFont font_;
     UINT dpi_ = USER_DEFAULT_SCREEN_DPI;
-    int sortColumn_ = -1;
+    int sortColumn_ = 0;
     bool sortsDescending_ = false;
 };
 

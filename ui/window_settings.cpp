@@ -11,7 +11,7 @@ constexpr wchar_t kSettingsKey[] = L"Software\\Orvane\\Quilla\\Window";
 constexpr const wchar_t* kPlaceNames[] = {L"Left", L"Top", L"Right", L"Bottom"};
 constexpr LONG RECT::*kPlaceEdges[] = {&RECT::left, &RECT::top, &RECT::right, &RECT::bottom};
 constexpr const wchar_t* kColumnNames[kListColumns] = {L"VolumeWidth", L"SizeWidth", L"EncryptionWidth",
-                                                       L"KeyWidth"};
+                                                       L"KeyWidth", L"StateWidth"};
 constexpr wchar_t kDpiName[] = L"Dpi";
 constexpr wchar_t kMaximizedName[] = L"Maximized";
 constexpr wchar_t kSortColumnName[] = L"SortColumn";

@@ -4,7 +4,7 @@
 
 namespace quilla {
 
-inline constexpr int kListColumns = 4;
+inline constexpr int kListColumns = 5;
 
 /// What the main window looks like between two runs. Kept beside the volume list in the registry, one number
 /// per value, under HKEY_CURRENT_USER\Software\Orvane\Quilla\Window.
@@ -13,8 +13,8 @@ struct WindowSettings {
     RECT place{}; ///< of the window when neither maximised nor minimised, in pixels of the workspace
     int dpi = USER_DEFAULT_SCREEN_DPI; ///< resolution in which the place was measured
     bool isMaximized = false;
-    int columnWidths[kListColumns] = {160, 60, 100, 160}; ///< pixels at 96 per inch
-    int sortColumn = -1;                                  ///< none: rows stay in the order they came
+    int columnWidths[kListColumns] = {160, 60, 100, 160, 120}; ///< pixels at 96 per inch
+    int sortColumn = 0;                                        ///< -1: rows stay in the order they came
     bool sortsDescending = false;
 };
 

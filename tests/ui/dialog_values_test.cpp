@@ -37,6 +37,8 @@ TEST(FileName, IsCompletedAndBringsItsKeyFileAlong) {
         {T("\\Data\\v.x.y"), T("\\Data\\v.x.y"), T("\\Data\\v.x.key")},
         {T("\\Data\\v."), T("\\Data\\v."), T("\\Data\\v.key")},
         {T("Data.dir\\vol"), T("\\Data.dir\\vol.raw"), T("\\Data.dir\\vol.key")},
+        {T("C:/my.dir/vol"), T("C:\\my.dir\\vol.raw"), T("C:\\my.dir\\vol.key")},
+        {T("/tmp/x"), T("\\tmp\\x.raw"), T("\\tmp\\x.key")},
         {T(".hidden"), T("\\.hidden"), T("\\.key")},
         {T("C:\\vol"), T("C:\\vol.raw"), T("C:\\vol.key")},
         {T("\\\\server\\share\\vol"), T("\\\\server\\share\\vol.raw"), T("\\\\server\\share\\vol.key")},

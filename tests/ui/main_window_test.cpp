@@ -92,7 +92,7 @@ TEST_F(MainWindowTest, TakesASavedPlaceUpWhereItCanBeReached) {
 TEST_F(MainWindowTest, SettingsThatMakeNoSenseGiveWayToDefaults) {
     const std::pair<const wchar_t*, DWORD> values[] = {
         {L"Left", 100},       {L"Top", 100},     {L"Right", 100}, {L"Bottom", 300},  {L"VolumeWidth", ~0U},
-        {L"SizeWidth", 5000}, {L"KeyWidth", 77}, {L"Dpi", 0},     {L"SortColumn", 4}};
+        {L"SizeWidth", 5000}, {L"KeyWidth", 77}, {L"Dpi", 0},     {L"SortColumn", 5}};
     const auto write = [](const wchar_t* name, DWORD value) {
         RegSetKeyValueW(HKEY_CURRENT_USER, L"Software\\Orvane\\Quilla\\Window", name, REG_DWORD, &value,
                         sizeof(value));
@@ -104,8 +104,8 @@ TEST_F(MainWindowTest, SettingsThatMakeNoSenseGiveWayToDefaults) {
     const WindowSettings read = LoadWindowSettings();
     EXPECT_FALSE(read.hasPlace || read.isMaximized);
     EXPECT_EQ(read.dpi, 96);
-    EXPECT_EQ(read.sortColumn, -1);
-    EXPECT_TRUE(std::ranges::equal(read.columnWidths, std::initializer_list<int>{160, 60, 100, 77}));
+    EXPECT_EQ(read.sortColumn, 0);
+    EXPECT_TRUE(std::ranges::equal(read.columnWidths, std::initializer_list<int>{160, 60, 100, 77, 120}));
 }
 
 TEST_F(MainWindowTest, TakesDroppedVolumes) {
