@@ -1,4 +1,5 @@
-// The block device over real files: format, bounds, faults and parallel requests.
+// The block device over real files: bounds, activity and parallel requests. Its format is compared with other
+// libraries in fuzz/ and tests/endtoend/volume_data_test.py.
 
 #include "tests/quilladriver/volume_fixture.h"
 
@@ -6,7 +7,6 @@
 #include <array>
 #include <future>
 #include <limits>
-#include <utility>
 
 namespace quilla {
 namespace {
@@ -14,38 +14,6 @@ namespace {
 using test::RandomSectors;
 using test::SectorBytes;
 using VolumeDeviceTest = test::VolumeTest;
-
-constexpr CipherId kCiphers[] = {CipherId::None, CipherId::Cast128, CipherId::Twofish};
-
-TEST_F(VolumeDeviceTest, FirstMiddleAndLastSectorsOfALargeVolume) {
-    constexpr std::uint64_t kSize = (5ULL << 30) + 511; // the tail is not part of the device
-    constexpr std::uint64_t kSectors = kSize / kSectorSize;
-    for (const CipherId cipherId : kCiphers) {
-        CreateVolume(kSize);
-        RandomSectors random(6);
-        const DataKey key = random.MakeKey();
-        SectorCipher cipher;
-        ASSERT_TRUE(cipher.SetUp(cipherId, key));
-        VolumeDevice device(test::Ticks);
-        ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
-        ASSERT_EQ(device.SectorCount(), kSectors);
-
-        for (const std::uint64_t first : {std::uint64_t{0}, kSectors / 2 + 3, kSectors - 4}) {
-            const SectorBytes plain = random.MakeSectors(4);
-            SectorBytes sectors = plain;
-            ASSERT_TRUE(device.Write(first * kSectorSize, sectors));
-            ASSERT_TRUE(device.Read(first * kSectorSize, sectors));
-            EXPECT_EQ(sectors, plain);
-            ASSERT_TRUE(device.Read((first + 2) * kSectorSize, std::span(sectors).first(kSectorSize)));
-            EXPECT_TRUE(std::equal(sectors.begin(), sectors.begin() + kSectorSize, plain.begin() + 1024));
-            device.Close();
-            SectorBytes raw = RawBytes(first * kSectorSize, plain.size());
-            cipher.Decrypt(first, raw);
-            EXPECT_EQ(raw, plain);
-            ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
-        }
-    }
-}
 
 TEST_F(VolumeDeviceTest, RefusesWhatIsNotInsideTheDevice) {
     CreateVolume(64 * kSectorSize + 100);
@@ -83,29 +51,6 @@ TEST_F(VolumeDeviceTest, RefusesVolumesItCannotServe) {
     EXPECT_TRUE(OpenVolume().IsOpen()); // the refused device holds nothing
     EXPECT_TRUE(device.Open(OpenVolume(), CipherId::Twofish, DataKey{}));
     EXPECT_EQ(device.SectorCount(), 1U);
-}
-
-TEST_F(VolumeDeviceTest, WritesEncipheredZeros) {
-    constexpr std::size_t kSectors = 1000; // several pieces and a rest
-    for (const CipherId cipherId : kCiphers) {
-        CreateVolume(kSectors * kSectorSize);
-        RandomSectors random(7);
-        const DataKey key = random.MakeKey();
-        VolumeDevice device(test::Ticks);
-        ASSERT_TRUE(device.Open(OpenVolume(), cipherId, key));
-        SectorBytes noise = random.MakeSectors(kSectors);
-        ASSERT_TRUE(device.Write(0, noise));
-        ASSERT_TRUE(device.WriteZeroes(kSectorSize, (kSectors - 2) * kSectorSize));
-        SectorBytes sectors(kSectors * kSectorSize);
-        ASSERT_TRUE(device.Read(0, sectors));
-        const auto inside = std::span(sectors).subspan(kSectorSize, (kSectors - 2) * kSectorSize);
-        EXPECT_TRUE(std::ranges::all_of(inside, [](std::byte b) { return b == std::byte{0}; }));
-        EXPECT_NE(sectors[0], std::byte{0});
-        EXPECT_NE(sectors.back(), std::byte{0});
-        device.Close();
-        const SectorBytes raw = RawBytes(kSectorSize, kSectorSize);
-        EXPECT_EQ(raw == SectorBytes(kSectorSize), cipherId == CipherId::None);
-    }
 }
 
 TEST_F(VolumeDeviceTest, NotesReadsAndWritesAsActivity) {
