@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vector>
 
 namespace quilla {
@@ -15,7 +16,10 @@ using Counts = std::vector<std::atomic<int>>;
 
 bool CountSteps(WorkerPool& pool, std::size_t steps) {
     Counts counts(steps);
-    const bool succeeded = pool.ForEach(steps, [&](std::size_t index) { return ++counts[index] == 1; });
+    const bool succeeded = pool.ForEach(steps, [&](std::size_t index) {
+        std::this_thread::yield(); // so that who does not wait for a helper's last step misses its count
+        return ++counts[index] == 1;
+    });
     return succeeded && std::ranges::all_of(counts, [](const auto& count) { return count == 1; });
 }
 
@@ -55,8 +59,6 @@ TEST(WorkerPoolTest, ServesOneCallerAndSeveralAtOnce) {
         caller.thread.Join();
         EXPECT_EQ(caller.faults, 0);
     }
-    pool.Stop();
-    EXPECT_TRUE(CountSteps(pool, 100)); // starts anew
 }
 
 } // namespace
