@@ -34,9 +34,11 @@ class Program {
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION started{};
-        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, folder, &startup,
-                            &started))
+        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, folder,
+                            &startup, &started))
             return;
+        AssignProcessToJobObject(Job(), started.hProcess);
+        ResumeThread(started.hThread);
         CloseHandle(started.hThread);
         process_.Reset(started.hProcess);
         id_ = started.dwProcessId;
@@ -75,6 +77,18 @@ class Program {
     [[nodiscard]] HWND MainWindow() const { return FindTopWindow(L"BWindow", L"Quilla Tarn"); }
 
   private:
+    /// Ends what is left in it together with the test program, even if that is killed.
+    static HANDLE Job() {
+        static const HANDLE job = [] {
+            const HANDLE created = CreateJobObjectW(nullptr, nullptr);
+            JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+            limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+            SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
+            return created;
+        }();
+        return job;
+    }
+
     UniqueProcess process_;
     DWORD id_ = 0;
 };

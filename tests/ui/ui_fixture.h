@@ -4,6 +4,7 @@
 #include "service/request_channel.h"
 #include "service/window_messages.h"
 #include "store/volume_files.h"
+#include "tests/support/deadline.h"
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/toolkit/toolkit_fixture.h"
@@ -196,6 +197,7 @@ class UiTest : public ToolkitTest {
                 })});
     }
 
+    Deadline deadline;
     TemporaryFolder folder;
     HWND target = nullptr;
     DriverControl driver;
