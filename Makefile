@@ -10,11 +10,11 @@ packages:
 	@tools/install-packages
 
 windows: packages
-	@cmake --preset windows >/dev/null
+	@tools/configure windows
 	@cmake --build --preset windows -j $(JOBS)
 
 host: packages
-	@cmake --preset host >/dev/null
+	@tools/configure host
 	@cmake --build --preset host -j $(JOBS)
 
 # The native command, in build/linux/bin/quilla.
@@ -24,7 +24,7 @@ linux: packages
 
 # Images for Windows CE on x86, and the check that the system has all that they import.
 handheld: packages
-	@cmake --preset handheld >/dev/null
+	@tools/configure handheld
 	@cmake --build --preset handheld -j $(JOBS)
 
 # The very image of the driver, run by a loader of the tests under Linux.
@@ -47,7 +47,7 @@ handheld-arm: packages
 # The portable parts for a 32-bit ARM, tested in an emulator.
 arm: packages
 	@tools/install-packages tools/packages-arm.txt
-	@cmake --preset arm >/dev/null
+	@tools/configure arm
 	@cmake --build --preset arm -j $(JOBS)
 	@ctest --preset arm -j $(JOBS)
 
@@ -58,7 +58,7 @@ test: windows host handheld
 	@tools/run-tests
 
 tsan: packages
-	@cmake --preset tsan >/dev/null
+	@tools/configure tsan
 	@cmake --build --preset tsan -j $(JOBS)
 	@ctest --preset tsan -j $(JOBS)
 

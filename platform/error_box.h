@@ -11,7 +11,7 @@ bool CheckResult(bool ok, const wchar_t* text);
 
 /// Passes ok through; if it is false, first shows the text followed by the system's description of the
 /// thread's last error, which must still be the failed call's. With a last error of zero only the text is
-/// shown. The whole message is cut to 259 units.
+/// shown. The message has 259 units at most: a longer text loses its middle.
 bool CheckResultWithSystemError(bool ok, const wchar_t* text);
 
 /// While one lives, errors are noted and no box is shown. A box runs a message loop that lets every other

@@ -2,9 +2,12 @@
 
 namespace quilla {
 
-/// Tells every top-level window (WM_DEVICECHANGE with the event and a port record of the device's name) and
-/// the programs that asked to be started on device changes (with a command line of the verb and the name)
-/// that a device came or went.
-void BroadcastDeviceChange(const wchar_t* deviceName, unsigned event, const wchar_t* verb);
+/// Tells every top-level window (WM_DEVICECHANGE with the event and a port record of the device's name) that
+/// a device came or went, or that one was to come and could not.
+void BroadcastDeviceChange(const wchar_t* deviceName, unsigned event);
+
+/// Starts the programs that asked to be started on device changes, with a command line of the verb and the
+/// device's name.
+void StartDeviceHooks(const wchar_t* verb, const wchar_t* deviceName);
 
 } // namespace quilla

@@ -80,7 +80,9 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
     decltype(record.DeviceName) name;
     CopyText(name, FieldText(record.DeviceName));
     SendControl(record, kIoctlDiskInitialized, name, sizeof(name));
-    BroadcastDeviceChange(record.DeviceName, kDeviceArrival, L"/ADD");
+    BroadcastDeviceChange(record.DeviceName, kDeviceArrival);
+    if (record.IsMounted())
+        StartDeviceHooks(L"/ADD", record.DeviceName);
 }
 
 StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
@@ -92,7 +94,8 @@ StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
 void DriverControl::UnloadDriver(VolumeRecord& record) {
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
-    BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
+    BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete);
+    StartDeviceHooks(L"/REMOVE", record.DeviceName);
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {

@@ -3,6 +3,7 @@
 #include "platform/text.h"
 #include "platform/win32/format_text.h"
 
+#include <cwchar>
 #include <memory>
 #include <new>
 #include <utility>
@@ -19,6 +20,25 @@ void DescribeSystemError(DWORD error, std::span<wchar_t> text) {
                                         static_cast<DWORD>(text.size()), nullptr);
     if (length == 0)
         FormatText(text, L"Error code: %u", static_cast<unsigned>(error));
+}
+
+/// A text and a reason on a line of its own. Where they do not fit, the text, which ends with a path, loses
+/// its middle: what the user needs is the reason.
+void JoinError(TextView text, const wchar_t* reason, PathText& message) {
+    const std::size_t room = kPathUnits - 1 - std::wcslen(reason) - 1;
+    if (*reason == 0)
+        CopyText(message, text);
+    else if (text.empty())
+        CopyText(message, reason);
+    else if (text.size() <= room)
+        FormatText(message, L"%ls\n%ls", text.data(), reason);
+    else {
+        constexpr std::size_t kDots = 3;
+        const std::size_t head = (room - kDots) / 2;
+        const std::size_t tail = room - kDots - head;
+        FormatText(message, L"%.*ls...%ls\n%ls", static_cast<int>(head), text.data(),
+                   text.data() + text.size() - tail, reason);
+    }
 }
 
 /// An error that waits until nothing is held any more.
@@ -110,16 +130,10 @@ bool CheckResultWithSystemError(bool ok, const wchar_t* text) {
     if (ok)
         return ok;
     PathText message;
-    CopyText(message, text);
-    std::size_t length = FieldText(message).size();
-    if (error != ERROR_SUCCESS) {
-        if (length > 0 && length + 1 < kPathUnits)
-            message[length++] = L'\n';
-        if (length + 1 < kPathUnits)
-            DescribeSystemError(error, std::span(message).subspan(length));
-        else
-            message[length] = 0;
-    }
+    wchar_t reason[kPathUnits / 2] = {};
+    if (error != ERROR_SUCCESS)
+        DescribeSystemError(error, reason);
+    JoinError(text, reason, message);
     ShowError(message);
     return ok;
 }

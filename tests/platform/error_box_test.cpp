@@ -25,8 +25,7 @@ TEST(ErrorBox, ShowsTextAndSystemDescriptionOfAFailure) {
                   {ERROR_ACCESS_DENIED, L"", L"Access denied"},
                   {0x2FFFFFFF, L"Cannot open X", L"Cannot open X\nError code: 805306367"},
                   {ERROR_SUCCESS, L"Cannot open X", L"Cannot open X"},
-                  {ERROR_ACCESS_DENIED, std::wstring(258, L'p'), std::wstring(258, L'p') + L'\n'},
-                  {ERROR_ACCESS_DENIED, std::wstring(1000, L'p'), std::wstring(259, L'p')}};
+                  {ERROR_ACCESS_DENIED, L"Cannot open " + std::wstring(300, L'p'), L"Cannot open ppp"}};
     for (const auto& failure : kCases) {
         SetLastError(failure.error);
         EXPECT_FALSE(CheckResultWithSystemError(false, failure.text.c_str()));
@@ -34,6 +33,8 @@ TEST(ErrorBox, ShowsTextAndSystemDescriptionOfAFailure) {
         ASSERT_EQ(boxes.size(), 1U);
         EXPECT_EQ(boxes[0].text.substr(0, failure.shown.size()), failure.shown);
         EXPECT_LE(boxes[0].text.size(), 259U);
+        EXPECT_EQ(boxes[0].text.find(L"\nAccess denied") != std::wstring::npos,
+                  failure.error == ERROR_ACCESS_DENIED && !failure.text.empty());
         EXPECT_EQ(boxes[0].caption, L"Quilla Error");
         EXPECT_TRUE(boxes[0].errorIcon);
     }

@@ -146,7 +146,7 @@ TEST_F(DeviceTest, StartsTheUsersHooks) {
     RegSetValueExW(key, L"the hook", 0, REG_SZ, reinterpret_cast<const BYTE*>(hook.c_str()),
                    static_cast<DWORD>(2 * hook.size())); // without its terminating zero
     RegCloseKey(key);
-    BroadcastDeviceChange(L"SEC4:", 0x8000, L"/ADD");
+    StartDeviceHooks(L"/ADD", L"SEC4:");
     std::string written;
     for (int i = 0; i < 300 && written.find(':') == std::string::npos; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
