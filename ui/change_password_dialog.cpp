@@ -33,6 +33,14 @@ void ChangePasswordDialog::Attach(HWND handle) {
     confirmEdit.Attach(GetDlgItem(hwnd, IDC_CONFIRM_PASSWORD));
     for (const BEdit* const edit : {&oldEdit, &newEdit, &confirmEdit})
         PrepareSecretEdit(edit->hwnd);
+    ShowStrength();
+}
+
+/// What cannot be read now is not to lose its strength by that.
+void ChangePasswordDialog::ShowStrength() {
+    std::optional<KeyStrength> strength;
+    const bool isRead = ReadKeyStrength(record->KeyPath, strength) == KeyFileStatus::Done;
+    CheckDlgButton(hwnd, IDC_STRENGTH, strength || !isRead ? BST_CHECKED : BST_UNCHECKED);
 }
 
 LRESULT ChangePasswordDialog::OnMessage(BMessage& message) {
@@ -43,21 +51,36 @@ LRESULT ChangePasswordDialog::OnMessage(BMessage& message) {
 }
 
 LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
+    if (wait_.IsRunning() && id != IDCANCEL)
+        return 0;
     if (id != IDOK)
         return BDialog::OnCommand(id, code, control);
     OnOk();
     return 0;
 }
 
+/// Opens the key block with the old password, and tells what the new one is to cost to guess.
+bool ChangePasswordDialog::OpenKey(KeyBlock& block, std::optional<Argon2Cost>& cost) {
+    Secret<PasswordDigest> passwordKey;
+    TakePasswordKey(oldEdit.hwnd, *passwordKey);
+    KeyAttempt attempt{.strengthener = wait_};
+    if (OpenVolumeKey(*record, *passwordKey, block, &attempt)) {
+        if (IsDlgButtonChecked(hwnd, IDC_STRENGTH) == BST_CHECKED)
+            cost = attempt.strength ? CostOf(*attempt.strength) : kDefaultArgon2Cost;
+        return true;
+    }
+    Wipe(block); // not while the message is open
+    if (attempt.status != KeyFileStatus::Stopped)
+        RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
+    return false;
+}
+
 void ChangePasswordDialog::OnOk() {
     Secret<PasswordDigest> passwordKey;
     Secret<KeyBlock> block;
-    TakePasswordKey(oldEdit.hwnd, *passwordKey);
-    if (!OpenVolumeKey(*record, *passwordKey, *block)) {
-        block.WipeNow(); // not while the message is open
-        RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
+    std::optional<Argon2Cost> cost;
+    if (!OpenKey(*block, cost))
         return;
-    }
     if (!HaveSameText(newEdit.hwnd, confirmEdit.hwnd)) {
         block.WipeNow();
         RejectInput(hwnd, newEdit.hwnd, L"Incorrect new password");
@@ -65,14 +88,14 @@ void ChangePasswordDialog::OnOk() {
     }
     if (GetWindowTextLengthW(newEdit.hwnd) == 0) {
         block.WipeNow();
-        if (!ConfirmEmptyPassword(hwnd))
-            return;
-        TakePasswordKey(oldEdit.hwnd, *passwordKey);
-        if (!OpenVolumeKey(*record, *passwordKey, *block)) // as it did before the question
+        if (!ConfirmEmptyPassword(hwnd) || !OpenKey(*block, cost)) // as it did before the question
             return;
     }
     TakePasswordKey(newEdit.hwnd, *passwordKey);
-    StoreVolumeKey(*record, *passwordKey, *block);
+    const KeyFileStatus status =
+        StoreVolumeKey(*record, *passwordKey, *block, cost ? &*cost : nullptr, wait_);
+    if (status == KeyFileStatus::Stopped)
+        return;
     ShowNotedErrors();
     EndDialog(IDOK);
 }

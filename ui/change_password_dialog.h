@@ -2,6 +2,7 @@
 
 #include "toolkit/controls.h"
 #include "toolkit/dialog.h"
+#include "ui/strength_wait.h"
 #include "volume/volume_record.h"
 
 namespace quilla {
@@ -17,12 +18,15 @@ class ChangePasswordDialog final : public BDialog {
     LRESULT OnCommand(int id, int code, HWND control) override;
 
   private:
+    void ShowStrength();
     void OnOk();
+    [[nodiscard]] bool OpenKey(KeyBlock& block, std::optional<Argon2Cost>& cost);
 
     VolumeRecord* record;
     BEdit oldEdit;
     BEdit newEdit;
     BEdit confirmEdit;
+    StrengthWait wait_{hwnd};
 };
 
 } // namespace quilla

@@ -35,6 +35,14 @@ void CreationWatch::End(const VolumeRecord& record) {
         DeleteFileW(record.KeyPath);
 }
 
+void CreationWatch::TakeBack(const VolumeRecord& record) {
+    if (isVolumeMade_)
+        DeleteFileW(record.Path);
+    if (isKeyFileMade_)
+        DeleteFileW(record.KeyPath);
+    isVolumeMade_ = isKeyFileMade_ = false;
+}
+
 void CreationWatch::ShowFailure(const VolumeRecord& record) const {
     if (record.Cipher != CipherId::None && !isKeyFileMade_)
         return;

@@ -15,6 +15,10 @@ class CreationWatch {
     void End(const VolumeRecord& record);
 
     [[nodiscard]] bool IsVolumeMade() const { return isVolumeMade_; }
+    [[nodiscard]] bool IsKeyFileMade() const { return isKeyFileMade_; }
+
+    /// Removes both files again; the reason has been told.
+    void TakeBack(const VolumeRecord& record);
 
     /// Says why there is no new volume, unless that has been said about its key file already.
     void ShowFailure(const VolumeRecord& record) const;

@@ -1,7 +1,9 @@
 #include "ui/volume_dialogs.h"
 
 #include "desktop/full_path.h"
+#include "platform/error_box.h"
 #include "platform/wipe.h"
+#include "store/volume_files.h"
 #include "ui/dialog_support.h"
 #include "ui/dialog_values.h"
 #include "ui/resource.h"
@@ -27,6 +29,7 @@ void NewVolumeDialog::Attach(HWND handle) {
     record->DeviceHandle = 0;
     VolumeDialog::Attach(handle);
     SetCaption(IDS_NEW);
+    CheckDlgButton(hwnd, IDC_STRENGTH, BST_CHECKED);
     ShowRepeat();
 }
 
@@ -55,6 +58,26 @@ bool NewVolumeDialog::IsPasswordConfirmed() {
     return GetWindowTextLengthW(passwordEdit.hwnd) > 0 || ConfirmEmptyPassword(hwnd);
 }
 
+/// Chooses a salt and turns the password key into the wrapping key, which then travels in its place. The
+/// dialog stays open if that fails or is ended.
+bool NewVolumeDialog::MakeStrong(PasswordDigest& passwordKey, KeyStrength& strength) {
+    const KeyFileStatus status = MakeWrappingKey(passwordKey, strength, kDefaultArgon2Cost, wait_);
+    return status == KeyFileStatus::Done ||
+           (status != KeyFileStatus::Stopped && ReportKeyFile(status, work.KeyPath));
+}
+
+/// Without its salt the new key file would never open.
+void NewVolumeDialog::KeepStrength(const KeyStrength& strength) {
+    if (!watch_.IsVolumeMade() || !watch_.IsKeyFileMade())
+        return;
+    const KeyFileStatus status = AppendKeyStrength(work.KeyPath, strength);
+    if (status == KeyFileStatus::Done)
+        return;
+    const ErrorHold hold;
+    ReportKeyFile(status, work.KeyPath);
+    watch_.TakeBack(work);
+}
+
 void NewVolumeDialog::OnOk() {
     volumeField.GetName(work.Path);
     CompletePath(work.Path);
@@ -70,10 +93,17 @@ void NewVolumeDialog::OnOk() {
         CompletePath(work.KeyPath);
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
+    KeyStrength strength{};
+    const bool isStrong =
+        work.Cipher != CipherId::None && IsDlgButtonChecked(hwnd, IDC_STRENGTH) == BST_CHECKED;
+    if (isStrong && !MakeStrong(*passwordKey, strength))
+        return;
     watch_.Begin(work);
     services_.channel.SendCreateVolumeFile(work, *passwordKey);
     passwordKey.WipeNow();
     watch_.End(work);
+    if (isStrong)
+        KeepStrength(strength);
     *record = work;
     Finish();
 }

@@ -53,6 +53,7 @@
 #define IDC_TIMEOUT_UNIT 116
 #define IDC_REPEAT_LABEL 117
 #define IDC_REPEAT 118
+#define IDC_STRENGTH 119 /* in the dialog of a new password, too */
 
 #define IDD_CHANGE_PASSWORD 1008
 #define IDC_OLD_LABEL 10

@@ -136,6 +136,8 @@ LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
         BoundTypedNumber(sizeEdit, sizeUpDown);
     if (code == EN_CHANGE && control == timeoutEdit.hwnd)
         BoundTypedNumber(timeoutEdit, timeoutUpDown);
+    if (wait_.IsRunning() && id != IDCANCEL)
+        return 0;
     switch (id) {
     case IDOK:
         // By key the focus may still be in a field whose name is completed when it leaves.
@@ -161,6 +163,9 @@ void VolumeDialog::OnUpdateCommand(BCommandState& state) {
     case IDC_PASSWORD: // a choice that is still being made decides nothing
         if (!SendMessageW(cipherCombo.hwnd, CB_GETDROPPEDSTATE, 0, 0))
             state.Enable(SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0) != 0);
+        return;
+    case IDC_STRENGTH:
+        state.Enable(IsNewVolume() && SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0) != 0);
         return;
     default:
         BDialog::OnUpdateCommand(state);
@@ -199,6 +204,7 @@ void VolumeDialog::SetVolumePath(const wchar_t* path) {
 void MountDialog::Attach(HWND handle) {
     VolumeDialog::Attach(handle);
     SetCaption(IDS_MOUNT);
+    ShowWindow(GetDlgItem(hwnd, IDC_STRENGTH), SW_HIDE);
     LockFixedFields();
     BProbeState password(IDC_PASSWORD);
     RouteUpdateCommand(password);
@@ -236,7 +242,10 @@ void MountDialog::OnOk() {
     if (work.Cipher != CipherId::None) {
         Secret<PasswordDigest> passwordKey;
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
-        if (!UnlockVolume(work, *passwordKey)) {
+        KeyAttempt attempt{.strengthener = wait_};
+        if (!UnlockVolume(work, *passwordKey, &attempt)) {
+            if (attempt.status == KeyFileStatus::Stopped)
+                return;
             RejectInput(hwnd, passwordEdit.hwnd, L"Incorrect password");
             return;
         }
@@ -258,7 +267,18 @@ void PropertiesDialog::Attach(HWND handle) {
     SendMessageW(passwordEdit.hwnd, EM_SETREADONLY, TRUE, 0);
     if (work.IsMounted())
         keyField.SetReadOnly(true);
+    ShowStrength();
     AskAgain(hwnd, timeoutEdit.hwnd);
+}
+
+/// Tells whether guessing is slowed down; says nothing where the key file does not.
+void PropertiesDialog::ShowStrength() {
+    const HWND box = GetDlgItem(hwnd, IDC_STRENGTH);
+    std::optional<KeyStrength> strength;
+    const bool isKnown =
+        work.Cipher != CipherId::None && ReadKeyStrength(work.KeyPath, strength) == KeyFileStatus::Done;
+    SendMessageW(box, BM_SETCHECK, strength ? BST_CHECKED : BST_UNCHECKED, 0);
+    ShowWindow(box, isKnown ? SW_SHOWNA : SW_HIDE);
 }
 
 void PropertiesDialog::OnOk() {

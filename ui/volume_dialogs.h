@@ -4,6 +4,7 @@
 #include "toolkit/dialog.h"
 #include "ui/creation_watch.h"
 #include "ui/dialog_file_field.h"
+#include "ui/strength_wait.h"
 #include "ui/ui_services.h"
 #include "volume/volume_record.h"
 
@@ -50,6 +51,7 @@ class VolumeDialog : public BDialog {
     BEdit timeoutEdit;
     BUpDown timeoutUpDown;
     const UiServices& services_;
+    StrengthWait wait_{hwnd};
 
   private:
     /// Answers the questions of the file fields.
@@ -94,6 +96,8 @@ class NewVolumeDialog final : public VolumeDialog {
   private:
     void ShowRepeat();
     [[nodiscard]] bool IsPasswordConfirmed();
+    [[nodiscard]] bool MakeStrong(PasswordDigest& passwordKey, KeyStrength& strength);
+    void KeepStrength(const KeyStrength& strength);
 
     CreationWatch watch_;
     BEdit repeatEdit_;
@@ -122,6 +126,9 @@ class PropertiesDialog final : public VolumeDialog {
 
   protected:
     void OnOk() override;
+
+  private:
+    void ShowStrength();
 };
 
 } // namespace quilla

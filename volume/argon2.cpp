@@ -180,6 +180,8 @@ class Filler {
             if (++filled_ == cost_.lanes)
                 EndStep(steps);
         }
+        Argon2Block scratch{}; // the kernel's stack holds pieces of blocks: let it hold zeros
+        kernel_.fill(scratch, scratch, scratch, false);
     }
 
     void EndStep(std::uint32_t steps) {

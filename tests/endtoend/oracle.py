@@ -9,8 +9,10 @@ import quilla
 
 SECTOR = 512
 KEY_FILE_SIZE = 760
+STRENGTH_TAG = 0x51544B44
 
 NETTLE = ctypes.CDLL("libnettle.so.8")
+ARGON2 = ctypes.CDLL("libargon2.so.1")
 CONTEXT_SIZE = 16384  # larger than any of the library's contexts
 
 
@@ -55,9 +57,20 @@ class BlockCipher:
 # The key file
 
 
-def crypt_key_block(direction, cipher, password, iv, block):
-    """CAST-128 by cipher feedback, Twofish by cipher block chaining; without a cipher it stays as it is."""
+def wrapping_key(password, strength):
+    """What the chunk of strength makes of a password key, by libargon2."""
+    salt, memory, passes, lanes, algorithm = struct.unpack("<32s4I", strength)
+    tag = ctypes.create_string_buffer(20)
     key = quilla.password_key(password)
+    if algorithm != 1 or ARGON2.argon2id_hash_raw(passes, memory, lanes, key, ctypes.c_size_t(len(key)), salt,
+                                                  ctypes.c_size_t(len(salt)), tag, ctypes.c_size_t(len(tag))) != 0:
+        raise quilla.Failure("strength that libargon2 does not understand")
+    return tag.raw
+
+
+def crypt_key_block(direction, cipher, password, iv, block, strength=b""):
+    """CAST-128 by cipher feedback, Twofish by cipher block chaining; without a cipher it stays as it is."""
+    key = wrapping_key(password, strength) if strength else quilla.password_key(password)
     if cipher == quilla.CIPHER_CAST128:
         return BlockCipher(cipher, key[:16]).chain("cfb", direction, iv[:8], block)
     if cipher == quilla.CIPHER_TWOFISH:
@@ -69,25 +82,27 @@ def chunk_header(tag, param, length):
     return struct.pack("<IHHQ", tag, param, 0, length)
 
 
-def build_key_file(cipher, password, master, iv, timeout):
-    """The 760 bytes of a key file; iv are the 20 bytes stored with the key block."""
-    block = crypt_key_block("encrypt", cipher, password, iv, master) + struct.pack("<I", zlib.crc32(master)) + iv
+def build_key_file(cipher, password, master, iv, timeout, strength=b""):
+    """The 760 bytes of a key file, or 824 with strength; iv are the 20 bytes stored with the key block."""
+    block = crypt_key_block("encrypt", cipher, password, iv, master, strength) + struct.pack("<I", zlib.crc32(master)) + iv
     return (chunk_header(0, 0, 16)
             + chunk_header(1, 0, 24) + struct.pack("<IHHQII", 0, 65, 0, timeout, 0, 0)
             + chunk_header(2, cipher, 152) + block
-            + chunk_header(3, 2, 520) + bytes(520))
+            + chunk_header(3, 2, 520) + bytes(520)
+            + (chunk_header(STRENGTH_TAG, 0, 48) + strength if strength else b""))
 
 
 def parse_key_file(data, cipher, password):
     """(master key, iv, time-out), or a Failure."""
-    if len(data) != KEY_FILE_SIZE:
+    if len(data) not in (KEY_FILE_SIZE, KEY_FILE_SIZE + 64):
         raise quilla.Failure(f"a key file of {len(data)} bytes")
+    strength = data[KEY_FILE_SIZE + 16:]
     timeout, = struct.unpack_from("<Q", data, 40)
     sealed, check, iv = struct.unpack_from("<128sI20s", data, 72)
-    master = crypt_key_block("decrypt", cipher, password, iv, sealed)
+    master = crypt_key_block("decrypt", cipher, password, iv, sealed, strength)
     if zlib.crc32(master) != check:
         raise quilla.Failure("the key block does not open with the password")
-    if data != build_key_file(cipher, password, master, iv, timeout):
+    if data != build_key_file(cipher, password, master, iv, timeout, strength):
         raise quilla.Failure("bytes outside the key block are not as documented")
     return master, iv, timeout
 

@@ -277,7 +277,14 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfCreatingAVolume) {
     Press(dialog, IDOK);
     ReadVolumeInfo(created);
     ASSERT_EQ(created.Cipher, GetParam()) << "no such volume was created";
-    ExpectClean(*program, SecretsOf(created, kOtherPassword), "after creating a volume");
+    Needles needles = SecretsOf(created, kOtherPassword);
+    std::optional<KeyStrength> strength;
+    ASSERT_EQ(ReadKeyStrength(created.KeyPath, strength), KeyFileStatus::Done);
+    ASSERT_TRUE(strength) << "guessing is slowed down unless the user says otherwise";
+    PasswordDigest wrapping = KeyOf(kOtherPassword);
+    ASSERT_EQ(StrengthenKey(wrapping, *strength), Argon2Result::Done);
+    Add(needles, "wrapping key", wrapping);
+    ExpectClean(*program, needles, "after creating a volume");
 }
 
 constexpr CipherId kCiphers[] = {CipherId::Twofish, CipherId::Cast128};

@@ -2,6 +2,7 @@
 // file.
 
 #include "tests/ui/ui_fixture.h"
+#include "volume/key_strength.h"
 
 namespace quilla {
 namespace {
@@ -187,6 +188,63 @@ TEST_F(VolumeDialogsTest, PropertiesReachListAndKeyFile) {
                 Press(IDOK);
             })});
     EXPECT_FALSE(RecordOf(kEnciphered).IsMounted()) << "dismounted behind the dialog";
+}
+
+TEST_F(VolumeDialogsTest, StrengthComesGoesAndIsShown) {
+    const std::wstring key = RecordOf(kEnciphered).KeyPath;
+    const auto change = [&](const wchar_t* old, const wchar_t* wanted, bool isStrong) {
+        MessageBoxWatcher boxes(IDYES);
+        Command(IDM_CHANGE_PASSWORD, {InDialog([&] {
+                    const HWND box = GetDlgItem(FindOpenDialog(), IDC_STRENGTH);
+                    EXPECT_EQ(SendMessageW(box, BM_GETCHECK, 0, 0) == BST_CHECKED,
+                              std::filesystem::file_size(key) == kStrongKeyFileSize);
+                    SendMessageW(box, BM_SETCHECK, isStrong ? BST_CHECKED : BST_UNCHECKED, 0);
+                    Type(IDC_OLD_PASSWORD, old);
+                    Type(IDC_NEW_PASSWORD, wanted);
+                    Type(IDC_CONFIRM_PASSWORD, wanted);
+                    Press(IDOK);
+                })});
+        EXPECT_EQ(OnlyMessage(boxes), L"");
+        EXPECT_EQ(std::filesystem::file_size(key), isStrong ? kStrongKeyFileSize : kKeyFileSize);
+        Command(IDM_PROPERTIES, {InDialog([&] {
+                    const HWND box = GetDlgItem(FindOpenDialog(), IDC_STRENGTH);
+                    EXPECT_EQ(SendMessageW(box, BM_GETCHECK, 0, 0) == BST_CHECKED, isStrong);
+                    EXPECT_FALSE(IsWindowEnabled(box));
+                    Press(IDCANCEL);
+                })});
+    };
+    change(L"secret", L"one", true);
+    change(L"one", L"two", true);
+    MessageBoxWatcher boxes;
+    Command(IDM_MOUNT, {InDialog([] {
+                Type(IDC_PASSWORD, L"one");
+                Press(IDOK);
+                Press(IDCANCEL);
+            })});
+    EXPECT_EQ(OnlyMessage(boxes), L"Incorrect password");
+    EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
+    change(L"two", L"three", false);
+    change(L"three", L"four", true);
+    MountRow(kEnciphered, L"four");
+    EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
+}
+
+TEST_F(VolumeDialogsTest, EscEndsTheFunctionAndLeavesTheDialogOpen) {
+    const std::wstring path = RecordOf(kEnciphered).KeyPath;
+    KeyStrength strength{};
+    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 256 * 1024, .passes = 64, .lanes = 1})); // many seconds
+    ASSERT_EQ(AppendKeyStrength(path.c_str(), strength), KeyFileStatus::Done);
+    MessageBoxWatcher boxes;
+    Command(IDM_MOUNT, {InDialog([&] {
+                Type(IDC_PASSWORD, L"secret");
+                PostMessageW(FindOpenDialog(), WM_COMMAND, IDOK, 0); // once more, while it is busy
+                PostMessageW(FindOpenDialog(), WM_KEYDOWN, VK_ESCAPE, 1);
+                Press(IDOK);
+                EXPECT_TRUE(IsWindowEnabled(Control(IDC_PASSWORD)));
+                Press(IDCANCEL);
+            })});
+    EXPECT_TRUE(boxes.Take().empty());
+    EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
 }
 
 TEST_F(VolumeDialogsTest, ChangePasswordNeedsTheOldOneAndTheNewOneTwice) {
