@@ -52,6 +52,7 @@ arm: packages
 	@ctest --preset arm -j $(JOBS)
 
 demo: windows
+	@[ -x build/host/bin/quilla ] || $(MAKE) linux
 	@tools/demo
 
 test: windows host handheld
