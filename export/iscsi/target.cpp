@@ -95,6 +95,8 @@ void Target::RunSession(Connection& connection, PduChannel& channel, const Login
         device.emplace(bytes, unit_, scratch, Phase());
     const std::unique_ptr<Session> session(
         new (std::nothrow) Session(channel, login.Terms(), context, device ? &*device : nullptr));
+    if (device)
+        connection.Stream().LookBeforeWaiting();
     Visit visit{*this, connection};
     if (session)
         connection.saidGoodbye = session->Run(Visit::Leave, &visit);

@@ -54,6 +54,7 @@ void Server::ServeClient(Connection& connection, std::span<std::byte> received,
     if (!connection.Attach())
         return;
     stream.SetTimeout(0);
+    stream.LookBeforeWaiting();
     ByteDevice device(Device(), ranges_);
     connection.saidGoodbye = Transmission(reader, replies, device, Phase()).Run();
     stream.FinishSending();

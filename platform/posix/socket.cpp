@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace quilla {
@@ -21,6 +23,12 @@ sockaddr_in LoopbackAddress(std::uint16_t port) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
     return address;
+}
+
+std::uint64_t Nanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 /// Keeps the last error over the clean-up.
@@ -50,7 +58,41 @@ Socket Socket::ConnectLoopback(std::uint16_t port) {
     return connection;
 }
 
+/// After a few looks in vain the peer is not one that answers at once, or another program needs the
+/// processor: then only every 64th receive tries again.
+bool Socket::IsLookWorthwhile() {
+    constexpr std::uint8_t kPatience = 4, kRetry = 64;
+    if (!looks_ || looksInVain_ < kPatience)
+        return looks_;
+    looksLeftOut_ = static_cast<std::uint8_t>((looksLeftOut_ + 1) % kRetry);
+    return looksLeftOut_ == 0;
+}
+
+/// Receives without waiting, until there is something or the time for looking is over.
+bool Socket::LookForData(std::span<std::byte> buffer, std::size_t& count) {
+    constexpr std::uint64_t kNanoseconds = 50'000;
+    const std::uint64_t start = Nanoseconds();
+    for (bool isFirst = true;; isFirst = false) {
+        const ssize_t received = recv(Descriptor(handle_), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        if (received >= 0) {
+            if (!isFirst)
+                looksInVain_ = 0;
+            count = static_cast<std::size_t>(received);
+            return true;
+        }
+        if ((errno != EAGAIN && errno != EINTR) || Nanoseconds() - start > kNanoseconds)
+            break;
+        sched_yield();
+    }
+    if (looksInVain_ < 0xFF)
+        ++looksInVain_;
+    return false;
+}
+
 std::size_t Socket::Receive(std::span<std::byte> buffer) {
+    std::size_t found = 0;
+    if (IsLookWorthwhile() && LookForData(buffer, found))
+        return found;
     for (;;) {
         const ssize_t count = recv(Descriptor(handle_), buffer.data(), buffer.size(), 0);
         if (count >= 0)
