@@ -1,6 +1,7 @@
 #include "app/application.h"
 
 #include "app/command_worker.h"
+#include "app/edition.h"
 #include "app/usage.h"
 #include "desktop/ce_services.h"
 #include "desktop/command_line_memory.h"
@@ -9,8 +10,6 @@
 #include "platform/wipe.h"
 #include "service/window_messages.h"
 
-#include <commctrl.h>
-
 namespace quilla {
 
 namespace {
@@ -18,12 +17,6 @@ namespace {
 constexpr int kMalformedCommandLine = 1;
 constexpr int kNoWindow = 2;
 constexpr wchar_t kStartMutexName[] = L"Orvane Quilla Tarn Start";
-
-void InitialiseControls() {
-    const INITCOMMONCONTROLSEX classes{.dwSize = sizeof(classes),
-                                       .dwICC = ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES | ICC_UPDOWN_CLASS};
-    InitCommonControlsEx(&classes);
-}
 
 } // namespace
 

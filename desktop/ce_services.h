@@ -14,8 +14,11 @@ using ::CloseHandle;
 using ::CreateFileW;
 using ::DeregisterDevice;
 using ::DeviceIoControl;
+using ::EVENT_RESET;
+using ::EVENT_SET;
 using ::EventModify;
 using ::MapPtrToProcess;
+using ::NOTIFICATION_EVENT_DEVICE_CHANGE;
 using ::RegisterDevice;
 using ::SendNotifyMessageW;
 

@@ -1,5 +1,6 @@
 #include "service/detachment.h"
 
+#include "platform/clock.h"
 #include "service/driver_control.h"
 #include "service/window_messages.h"
 
@@ -32,7 +33,8 @@ void Detachment::Detach() {
 void Detachment::Await(ULONGLONG patience) const {
     const ULONGLONG deadline = begin_ + patience;
     const HANDLE over = over_.Get();
-    for (ULONGLONG now = GetTickCount64(); !IsOver() && now < deadline; now = GetTickCount64()) {
+    for (ULONGLONG now = MonotonicMilliseconds(); !IsOver() && now < deadline;
+         now = MonotonicMilliseconds()) {
         MsgWaitForMultipleObjectsEx(1, &over, static_cast<DWORD>(deadline - now), QS_SENDMESSAGE | QS_PAINT,
                                     MWMO_INPUTAVAILABLE);
         MSG paint;

@@ -1,7 +1,7 @@
 #include "service/driver_control.h"
 
 #include "desktop/ce_services.h"
-#include "desktop/device_manager.h"
+#include "desktop/device_clients.h"
 #include "platform/device_name.h"
 #include "platform/disk_codes.h"
 #include "platform/error_box.h"
@@ -86,7 +86,7 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
 }
 
 StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
-    const StopReport report = GetDeviceManager().StopExport(record.DeviceName);
+    const StopReport report = StopDeviceExport(record.DeviceName);
     SendControl(record, kIoctlVolumeDetach);
     return report;
 }
@@ -107,11 +107,11 @@ void DriverControl::UpdateDriver(VolumeRecord& record) {
 }
 
 bool DriverControl::CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text) {
-    return record.IsMounted() && GetDeviceManager().CopyUri(record.DeviceName, text);
+    return record.IsMounted() && CopyDeviceAddress(record.DeviceName, text);
 }
 
 unsigned DriverControl::CountClients(const VolumeRecord& record) {
-    return record.IsMounted() ? GetDeviceManager().CountClients(record.DeviceName) : 0;
+    return record.IsMounted() ? CountDeviceClients(record.DeviceName) : 0;
 }
 
 void DriverControl::DescribeKernels(std::span<wchar_t> text) {

@@ -17,9 +17,7 @@ constexpr int kIconSize = 48; // at 96 pixels per inch
 
 void AboutDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
-#ifndef UNDER_CE
-    FitDialogToDesktop(hwnd, 0, {});
-#endif
+    FitDialog(hwnd, 0, {});
     icon_ = LoadProgramIcon(ScaleToWindow(hwnd, kIconSize));
     SendDlgItemMessageW(hwnd, IDC_ABOUT_ICON, STM_SETICON, reinterpret_cast<WPARAM>(icon_.Get()), 0);
 

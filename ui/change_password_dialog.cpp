@@ -11,7 +11,6 @@ namespace quilla {
 
 namespace {
 
-#ifndef UNDER_CE
 constexpr ControlLayout kLayout[] = {
     {IDC_OLD_PASSWORD, Follow::Stretch},
     {IDC_NEW_PASSWORD, Follow::Stretch},
@@ -19,15 +18,12 @@ constexpr ControlLayout kLayout[] = {
     {IDOK, Follow::Move},
     {IDCANCEL, Follow::Move},
 };
-#endif
 
 } // namespace
 
 void ChangePasswordDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
-#ifndef UNDER_CE
-    FitDialogToDesktop(hwnd, kDesktopExtraWidth, kLayout);
-#endif
+    FitDialog(hwnd, kDesktopExtraWidth, kLayout);
     oldEdit.Attach(GetDlgItem(hwnd, IDC_OLD_PASSWORD));
     newEdit.Attach(GetDlgItem(hwnd, IDC_NEW_PASSWORD));
     confirmEdit.Attach(GetDlgItem(hwnd, IDC_CONFIRM_PASSWORD));

@@ -1,7 +1,5 @@
 #include "ui/command_bar.h"
 
-#include "toolkit/dpi.h"
-#include "ui/menu_shortcuts.h"
 #include "ui/resource.h"
 
 #include <iterator>
@@ -41,11 +39,6 @@ const wchar_t* TipOf(int command) {
 
 } // namespace
 
-void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
-    BToolbar::GetCreateDefaults(windowClass, creation);
-    creation.style |= TBSTYLE_FLAT | TBSTYLE_TOOLTIPS;
-}
-
 LRESULT CommandBar::OnNotify(NMHDR& header) {
     switch (header.code) {
     case static_cast<UINT>(TBN_GETINFOTIPW): {
@@ -61,12 +54,6 @@ LRESULT CommandBar::OnNotify(NMHDR& header) {
     default:
         return BToolbar::OnNotify(header);
     }
-}
-
-void CommandBar::InsertMenuBar(int menuId, HACCEL accelerators) const {
-    const HMENU menu = LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId));
-    AddShortcutTexts(menu, accelerators);
-    SetMenu(GetParent(hwnd), menu); // the window owns it now
 }
 
 void CommandBar::AddButtons() {
@@ -85,26 +72,6 @@ void CommandBar::AddButtons() {
     // Texts without rows to stand in are shown as tool-tips and read out by screen readers.
     SendMessageW(hwnd, TB_SETMAXTEXTROWS, 0, 0);
     SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
-}
-
-void CommandBar::LoadImages() {
-    const int size = ScaleToWindow(hwnd, kSmallImageSize);
-    ToolbarImages images = LoadToolbarImages(GetParent(hwnd), size);
-    SendMessageW(hwnd, TB_SETBITMAPSIZE, 0, MAKELPARAM(size, size));
-    SendMessageW(hwnd, TB_SETIMAGELIST, 0, reinterpret_cast<LPARAM>(images.normal.Get()));
-    SendMessageW(hwnd, TB_SETDISABLEDIMAGELIST, 0, reinterpret_cast<LPARAM>(images.faded.Get()));
-    images_ = std::move(images);
-    const int padding = ScaleToWindow(hwnd, 7);
-    SendMessageW(hwnd, TB_SETBUTTONSIZE, 0, MAKELPARAM(size + padding, size + padding));
-    SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
-}
-
-int CommandBar::Bottom() const {
-    RECT place;
-    GetWindowRect(hwnd, &place);
-    POINT corner{place.left, place.bottom};
-    ScreenToClient(GetParent(hwnd), &corner);
-    return corner.y;
 }
 
 } // namespace quilla

@@ -12,6 +12,7 @@ class CommandBar : public BToolbar {
     void GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) override;
     /// Names the buttons in the forms in which different systems ask for their tool-tips.
     LRESULT OnNotify(NMHDR& header) override;
+    HWND CreateFromParams(const WNDCLASSW& windowClass, const CREATESTRUCTW& creation) override;
 
     /// Sets the menu bar of the parent window, with the keys of an accelerator table behind its items.
     void InsertMenuBar(int menuId, HACCEL accelerators) const;

@@ -36,7 +36,7 @@ inline constexpr int kDesktopExtraWidth = 84;
 
 /// Makes a dialog wider by a number of dialog units and puts it over the middle of its owner. Templates have
 /// the width of a handheld's screen and are centred on it; a desktop has room for whole paths, and a window
-/// where the user looks.
-void FitDialogToDesktop(HWND dialog, int units, std::span<const ControlLayout> controls);
+/// where the user looks. Does nothing on a handheld.
+void FitDialog(HWND dialog, int units, std::span<const ControlLayout> controls);
 
 } // namespace quilla

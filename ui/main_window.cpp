@@ -10,7 +10,6 @@
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
 #include "ui/dialog_support.h"
-#include "ui/menu_shortcuts.h"
 #include "ui/resource.h"
 
 #include <cwchar>
@@ -18,38 +17,13 @@
 
 namespace quilla {
 
-namespace {
-
-/// Of a first start, in pixels at 96 per inch: room for the columns, a scroll bar and about fifteen rows.
-constexpr int kFirstWidth = 660;
-constexpr int kFirstHeight = 380;
-constexpr int kLeastWidth = 260;
-constexpr int kLeastHeight = 160;
-
-/// Whether enough of a window would be on a screen for the user to get at it.
-bool IsReachable(const RECT& place) {
-    return MonitorFromRect(&place, MONITOR_DEFAULTTONULL) != nullptr;
-}
-
-/// The name of a file without its folder.
-const wchar_t* FileNameOf(const wchar_t* path) {
-    const wchar_t* const backslash = std::wcsrchr(path, L'\\');
-    return backslash ? backslash + 1 : path;
-}
-
-} // namespace
-
 MainWindow::MainWindow(const UiServices& services)
     : services_(services), server_(list_, services.driver, observer_) {}
 
 void MainWindow::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BWindow::GetCreateDefaults(windowClass, creation);
     creation.lpszName = kMainWindowTitle;
-#ifdef UNDER_CE
-    creation.style = 0; // a window as large as the screen
-#else
-    creation.style = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-#endif
+    creation.style = kWindowStyle;
 }
 
 void MainWindow::Attach(HWND handle) {
@@ -72,7 +46,6 @@ void MainWindow::Attach(HWND handle) {
     savedFocus = list_.hwnd; // the window is not active yet
     LoadVolumeList(list_);
     list_.Sort();
-    DragAcceptFiles(hwnd, TRUE);
 }
 
 void MainWindow::LoadIcons() {
@@ -94,38 +67,6 @@ void MainWindow::PlaceList() {
                  SWP_NOZORDER | SWP_NOACTIVATE);
     list_.FillWidth();
     InvalidateRect(list_.hwnd, nullptr, FALSE); // the text of an empty list moves
-}
-
-void MainWindow::RestoreSettings() {
-    const WindowSettings settings = LoadWindowSettings();
-    if (settings.hasPlace && IsReachable(settings.place)) {
-        WINDOWPLACEMENT placement{};
-        placement.length = sizeof(placement);
-        placement.showCmd = SW_HIDE;
-        RECT& place = placement.rcNormalPosition;
-        place = settings.place;
-        const int dpi = static_cast<int>(WindowDpi(hwnd));
-        place.right = place.left + MulDiv(place.right - place.left, dpi, settings.dpi);
-        place.bottom = place.top + MulDiv(place.bottom - place.top, dpi, settings.dpi);
-        SetWindowPlacement(hwnd, &placement);
-    } else {
-        SetWindowPos(hwnd, nullptr, 0, 0, ScaleToWindow(hwnd, kFirstWidth), ScaleToWindow(hwnd, kFirstHeight),
-                     SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
-    maximizeWhenShown_ = settings.isMaximized;
-    list_.Apply(settings);
-}
-
-void MainWindow::SaveSettings() const {
-    WindowSettings settings;
-    WINDOWPLACEMENT placement{};
-    placement.length = sizeof(placement);
-    settings.hasPlace = GetWindowPlacement(hwnd, &placement) != FALSE;
-    settings.place = placement.rcNormalPosition;
-    settings.dpi = static_cast<int>(WindowDpi(hwnd));
-    settings.isMaximized = IsZoomed(hwnd) || maximizeWhenShown_;
-    list_.Describe(settings);
-    SaveWindowSettings(settings);
 }
 
 /// The keys are the list's: those of dialogs and menus are theirs.
@@ -158,42 +99,15 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
     case WM_SETFOCUS:
         SetFocus(list_.hwnd);
         return 0;
-    case WM_SHOWWINDOW:
-        if (message.wParam && maximizeWhenShown_) {
-            maximizeWhenShown_ = false;
-            PostMessageW(hwnd, WM_SYSCOMMAND, SC_MAXIMIZE, 0);
-        }
-        break;
-    case WM_GETMINMAXINFO: {
-        POINT& least = reinterpret_cast<MINMAXINFO*>(message.lParam)->ptMinTrackSize;
-        least = {ScaleToWindow(hwnd, kLeastWidth), ScaleToWindow(hwnd, kLeastHeight)};
-        return 0;
-    }
-    case WM_DPICHANGED:
-        OnDpiChanged(message.lParam);
-        return 0;
     case WM_SYSCOLORCHANGE:
         SendMessageW(bar_.hwnd, message.message, message.wParam, message.lParam);
         SendMessageW(list_.hwnd, message.message, message.wParam, message.lParam);
         break;
-    case WM_DROPFILES:
-        OnDropFiles(reinterpret_cast<HDROP>(message.wParam));
-        return 0;
     case WM_HELP:
         if (std::exchange(isHelpGiven_, false)) // some systems send this for F1 besides the key
             return TRUE;
         SendMessageW(hwnd, WM_COMMAND, IDM_CONTENTS, 0);
         return TRUE;
-    case WM_MENUCHAR:
-        return AnswerMenuLetter(reinterpret_cast<HMENU>(message.lParam),
-                                static_cast<wchar_t>(LOWORD(message.wParam)));
-    case WM_ENDSESSION:
-        // The process is about to be ended: what its clients have written shall be on the disk.
-        if (message.wParam) {
-            SaveSettings();
-            server_.DismountAll(RequestServer::kSenderPatience);
-        }
-        return 0;
     case WM_LISTMENU:
         OpenListMenu(
             {static_cast<short>(LOWORD(message.lParam)), static_cast<short>(HIWORD(message.lParam))});
@@ -214,7 +128,8 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
             icon_.Add(hwnd);
         break;
     }
-    return BWindow::OnMessage(message);
+    LRESULT result = 0;
+    return OnEditionMessage(message, result) ? result : BWindow::OnMessage(message);
 }
 
 void MainWindow::OnClose() {
@@ -295,39 +210,6 @@ LRESULT MainWindow::OnRequest() {
     return result;
 }
 
-/// The place that the system proposes is read with care: the message may come from another program.
-void MainWindow::OnDpiChanged(LPARAM placeAddress) {
-    RECT place;
-    SIZE_T size = 0;
-    if (!ReadProcessMemory(GetCurrentProcess(), reinterpret_cast<const void*>(placeAddress), &place,
-                           sizeof(place), &size))
-        GetWindowRect(hwnd, &place);
-    LoadIcons();
-    icon_.UpdateIcon();
-    bar_.LoadImages();
-    list_.LoadImages();
-    SetWindowPos(hwnd, nullptr, place.left, place.top, place.right - place.left, place.bottom - place.top,
-                 SWP_NOZORDER | SWP_NOACTIVATE);
-    PlaceList();
-}
-
-void MainWindow::OnDropFiles(HDROP drop) {
-    constexpr UINT kCountFiles = 0xFFFFFFFF;
-    const UINT count = DragQueryFileW(drop, kCountFiles, nullptr, 0);
-    for (UINT i = 0; i < count; ++i) {
-        wchar_t path[kPathUnits];
-        if (DragQueryFileW(drop, i, nullptr, 0) >= kPathUnits) {
-            ShowError(L"The path of the file is longer than 259 characters");
-            continue;
-        }
-        DragQueryFileW(drop, i, path, kPathUnits);
-        const wchar_t* const extension = std::wcsrchr(FileNameOf(path), L'.');
-        if (extension && lstrcmpiW(extension, L".raw") == 0)
-            OpenVolume(path);
-    }
-    DragFinish(drop);
-}
-
 void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
                                     const StopReport& report) {
     const bool isHarmless = report.flushed && report.clientsCutOff == 0;
@@ -341,7 +223,8 @@ void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason r
     const wchar_t* const loss =
         report.flushed ? L"" : L" Not all that was written has reached its data file.";
     wchar_t text[256]; // what a notice takes
-    FormatText(text, L"%.70ls%ls%ls%ls", FileNameOf(record.Path), cause, cutOff, loss);
+    FormatText(text, L"%.70ls%ls%ls%ls", record.Path + FieldText(record.Path).rfind(L'\\') + 1, cause, cutOff,
+               loss);
     icon_.ShowNotice(kMainWindowTitle, text, isHarmless ? NIIF_INFO : NIIF_WARNING);
 }
 

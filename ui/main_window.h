@@ -46,6 +46,7 @@ class MainWindow final : public BWindow {
         MainWindow& window_;
     };
 
+    static const DWORD kWindowStyle;
     struct Command;
     static const Command kCommands[];
     [[nodiscard]] static const Command* FindCommand(int id);
@@ -61,6 +62,8 @@ class MainWindow final : public BWindow {
     void OnTrayMessage(LPARAM mouseMessage);
     LRESULT OnRequest();
     void OnDetached();
+    /// Takes messages that only this edition has; false for others.
+    bool OnEditionMessage(const BMessage& message, LRESULT& result);
     void OnDpiChanged(LPARAM place);
     void OnDropFiles(HDROP drop);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason, const StopReport& report);
@@ -72,6 +75,9 @@ class MainWindow final : public BWindow {
     void UpdateVolume(VolumeRecord& record);
     void OpenListMenu(POINT screen);
     void OpenTrayMenu();
+    /// Adds to a pop-up menu what only this edition shows.
+    void CompleteMenu(HMENU menu, int menuId, int defaultCommand);
+    void ComeToFront();
     void TrackMenu(int menuId, POINT screen, int defaultCommand);
 
     void New();

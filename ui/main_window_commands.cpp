@@ -8,7 +8,6 @@
 #include "store/registry_store.h"
 #include "ui/about_dialog.h"
 #include "ui/change_password_dialog.h"
-#include "ui/clipboard.h"
 #include "ui/dialog_support.h"
 #include "ui/help.h"
 #include "ui/main_window.h"
@@ -24,16 +23,6 @@ namespace {
 
 /// When a command is enabled.
 enum class Rule : unsigned char { Always, AnyVolume, UnmountedVolume, MountedVolume, AnyMounted };
-
-/// What a double click does, or what a mounted volume is good for.
-void FitVolumeMenu(HMENU menu, const VolumeRecord* volume) {
-    const bool isMounted = volume && volume->IsMounted();
-    if (isMounted) {
-        AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
-        AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
-    }
-    SetMenuDefaultItem(menu, isMounted ? IDM_COPY_ADDRESS : IDM_MOUNT, FALSE);
-}
 
 } // namespace
 
@@ -227,24 +216,9 @@ void MainWindow::ShowAbout() {
     dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_ABOUT));
 }
 
-void MainWindow::CopyAddress() {
-    wchar_t address[DriverControl::kAddressUnits];
-    if (DriverControl::CopyAddress(*SelectedVolume(), address))
-        CopyToClipboard(hwnd, address);
-}
-
 void MainWindow::ShowFromTray() {
     isCloseWanted_ = false; // the user has the program before him now
-    if (IsIconic(hwnd))
-        ShowWindow(hwnd, SW_RESTORE);
-    SetWindowPos(hwnd, nullptr, 0, 0, 0, 0,
-                 SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_NOZORDER);
-#ifdef UNDER_CE
-    // There a handle with its lowest bit set brings the window's whole family to the front.
-    SetForegroundWindow(reinterpret_cast<HWND>(reinterpret_cast<ULONG_PTR>(hwnd) | 1));
-#else
-    SetForegroundWindow(GetLastActivePopup(hwnd));
-#endif
+    ComeToFront();
 }
 
 bool MainWindow::ConfirmCutOff(unsigned clients) const {
@@ -288,29 +262,11 @@ void MainWindow::OpenListMenu(POINT screen) {
         TrackMenu(IDR_MENU_VOLUME, screen, 0);
 }
 
-void MainWindow::OpenTrayMenu() {
-    if (const HWND dialog = FindOpenDialog()) { // its loop would have to carry the commands out
-        SetForegroundWindow(dialog);
-        return;
-    }
-    POINT place;
-    GetCursorPos(&place);
-    // The shell's convention: a menu of a window in the background would not close by a click beside it.
-    SetForegroundWindow(hwnd);
-    TrackMenu(IDR_MENU_TRAY, place, IDM_SHOW_WINDOW);
-    PostMessageW(hwnd, WM_NULL, 0, 0);
-}
-
 void MainWindow::TrackMenu(int menuId, POINT screen, int defaultCommand) {
     const UniqueMenu bar(LoadMenuW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(menuId)));
     const HMENU menu = GetSubMenu(bar.Get(), 0);
     AddShortcutTexts(menu, accelerators_);
-    if (defaultCommand)
-        SetMenuDefaultItem(menu, static_cast<UINT>(defaultCommand), FALSE);
-    if (menuId == IDR_MENU_VOLUME)
-        FitVolumeMenu(menu, SelectedVolume());
-    if (menuId == IDR_MENU_TRAY && AnyVolumeMounted(list_)) // a plain exit would hide the window and no more
-        ModifyMenuW(menu, IDM_EXIT, MF_BYCOMMAND | MF_STRING, IDM_DISMOUNT_EXIT, L"Dismount All and Exit");
+    CompleteMenu(menu, menuId, defaultCommand);
     TrackPopupMenuEx(menu, TPM_RIGHTBUTTON, screen.x, screen.y, hwnd, nullptr);
 }
 

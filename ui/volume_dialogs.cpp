@@ -49,13 +49,11 @@ bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
     return MessageBoxW(dialog, question, L"Quilla Tarn", MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2) == IDYES;
 }
 
-#ifndef UNDER_CE
 constexpr ControlLayout kLayout[] = {
     {IDC_VOLUME, Follow::Stretch},   {IDC_CIPHER, Follow::Stretch}, {IDC_KEY, Follow::Stretch},
     {IDC_PASSWORD, Follow::Stretch}, {IDC_REPEAT, Follow::Stretch}, {IDOK, Follow::Move},
     {IDCANCEL, Follow::Move},
 };
-#endif
 
 } // namespace
 
@@ -69,9 +67,7 @@ VolumeDialog::~VolumeDialog() {
 void VolumeDialog::Attach(HWND handle) {
     BDialog::Attach(handle);
     work = *record;
-#ifndef UNDER_CE
-    FitDialogToDesktop(hwnd, kDesktopExtraWidth, kLayout);
-#endif
+    FitDialog(hwnd, kDesktopExtraWidth, kLayout);
     BindControls();
     ShowFileField(volumeField, IDC_VOLUME, work.Path);
     ShowSizeOfVolume();

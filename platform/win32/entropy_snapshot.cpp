@@ -3,6 +3,7 @@
 #include "platform/entropy_snapshot.h"
 
 #include "platform/random.h"
+#include "platform/win32/pointer_history.h"
 
 #include <cstring>
 #include <span>
@@ -44,7 +45,7 @@ struct Point32 {
     std::int32_t y;
 };
 
-constexpr int kPointerHistoryPoints = 64;
+constexpr std::size_t kPointerHistoryPoints = 64;
 
 template <typename Handle>
 std::uint32_t Low32(Handle handle) {
@@ -99,17 +100,13 @@ void ReadCounter(EntropySnapshot& snapshot) {
 }
 
 /// The latest positions of the pointer; entries the system does not have keep their random content.
-void ReadPointerHistory(std::array<std::byte, 512>& field) {
+void CopyPointerHistory(std::array<std::byte, 512>& field) {
     static_assert(sizeof(Point32) * kPointerHistoryPoints == 512);
-    MOUSEMOVEPOINT history[kPointerHistoryPoints]{};
-    POINT position{};
-    GetCursorPos(&position);
-    MOUSEMOVEPOINT latest{.x = position.x & 0xFFFF, .y = position.y & 0xFFFF, .time = 0, .dwExtraInfo = 0};
-    const int count = GetMouseMovePointsEx(sizeof(latest), &latest, history, kPointerHistoryPoints,
-                                           GMMP_USE_DISPLAY_POINTS);
-    for (int i = 0; i < count && i < kPointerHistoryPoints; ++i) {
+    POINT history[kPointerHistoryPoints]{};
+    const std::size_t count = ReadPointerHistory(history);
+    for (std::size_t i = 0; i < count; ++i) {
         const Point32 point{.x = history[i].x, .y = history[i].y};
-        std::memcpy(field.data() + sizeof(point) * static_cast<std::size_t>(i), &point, sizeof(point));
+        std::memcpy(field.data() + sizeof(point) * i, &point, sizeof(point));
     }
 }
 
@@ -129,7 +126,7 @@ void TakeEntropySnapshot(EntropySnapshot& snapshot) {
     GetSystemTime(&time);
     CopyBytes(snapshot.systemTime, time);
     static_cast<void>(FillFromSystemRandom(snapshot.pointerHistory));
-    ReadPointerHistory(snapshot.pointerHistory);
+    CopyPointerHistory(snapshot.pointerHistory);
 }
 
 } // namespace quilla

@@ -9,7 +9,7 @@ namespace quilla {
 /// what fits and terminated always. False if it had to be cut or a value cannot be written.
 template <typename... Values>
 bool FormatText(std::span<wchar_t> text, const wchar_t* format, Values... values) {
-    const int length = std::swprintf(text.data(), text.size(), format, values...);
+    const int length = _snwprintf(text.data(), text.size(), format, values...);
     text.back() = 0;
     return length >= 0 && static_cast<std::size_t>(length) < text.size();
 }

@@ -14,12 +14,8 @@ namespace {
 bool StartHelpViewer() {
     wchar_t commandLine[] = L"file:Quilla.htm";
     PathText viewer;
-#ifdef UNDER_CE
-    CopyText(viewer, L"PegHelp.exe");
-#else
     if (!PathBesideProgram(L"PegHelp.exe", viewer))
         return false;
-#endif
     return StartProgram(viewer, commandLine);
 }
 

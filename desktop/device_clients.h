@@ -1,0 +1,19 @@
+#pragma once
+
+#include "export/nbd/server.h"
+
+#include <span>
+#include <string_view>
+
+/// Who uses a device, as far as this program is told: on Windows CE it is the system that exports devices.
+namespace quilla {
+
+/// Completes what clients have in flight and disconnects them.
+StopReport StopDeviceExport(std::wstring_view device);
+
+/// The address at which clients find a device; false if there is none.
+[[nodiscard]] bool CopyDeviceAddress(std::wstring_view device, std::span<wchar_t> text);
+
+[[nodiscard]] unsigned CountDeviceClients(std::wstring_view device);
+
+} // namespace quilla

@@ -1,0 +1,33 @@
+// The main window on a handheld: as large as the screen, without a place to keep or a pointer to drag with.
+
+#include "ui/main_window.h"
+
+namespace quilla {
+
+const DWORD MainWindow::kWindowStyle = 0;
+
+void MainWindow::RestoreSettings() {
+    list_.Apply(WindowSettings());
+}
+
+void MainWindow::SaveSettings() const {}
+
+bool MainWindow::OnEditionMessage(const BMessage& /*message*/, LRESULT& /*result*/) {
+    return false;
+}
+
+void MainWindow::ComeToFront() {
+    SetWindowPos(hwnd, nullptr, 0, 0, 0, 0,
+                 SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_NOZORDER);
+    // There a handle with its lowest bit set brings the window's whole family to the front.
+    SetForegroundWindow(reinterpret_cast<HWND>(reinterpret_cast<ULONG_PTR>(hwnd) | 1));
+}
+
+/// A device is the system's there and has no address.
+void MainWindow::CopyAddress() {}
+
+void MainWindow::OpenTrayMenu() {}
+
+void MainWindow::CompleteMenu(HMENU /*menu*/, int /*menuId*/, int /*defaultCommand*/) {}
+
+} // namespace quilla

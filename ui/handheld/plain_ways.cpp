@@ -1,0 +1,22 @@
+// Comforts of a desktop that a handheld does without.
+
+#include "ui/dialog_support.h"
+#include "ui/gui_handles.h"
+#include "ui/menu_shortcuts.h"
+
+namespace quilla {
+
+void FitDialog(HWND /*dialog*/, int /*units*/, std::span<const ControlLayout> /*controls*/) {}
+
+/// The menus' own way with letters serves.
+void AddShortcutTexts(HMENU /*menu*/, HACCEL /*table*/) {}
+
+/// Windows there have the system's font.
+UniqueFont CreateMessageFont(HWND /*window*/) {
+    LOGFONTW description{};
+    if (GetObjectW(GetStockObject(SYSTEM_FONT), sizeof(description), &description) == 0)
+        return UniqueFont();
+    return UniqueFont(CreateFontIndirectW(&description));
+}
+
+} // namespace quilla
