@@ -8,7 +8,7 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL armv5)
     set(CMAKE_POSITION_INDEPENDENT_CODE OFF) # an image has base relocations instead
     # The words in the headers' __declspec() that mean nothing in an ELF file are left out there.
     target_compile_options(quilla_product INTERFACE -D_WIN32 "-D__declspec(x)=__attribute__((x))"
-        -nostdinc++ -nostdlibinc -Wno-ignored-attributes -Wno-unknown-attributes)
+        -nostdinc++ -nostdlibinc -fno-use-cxa-atexit -Wno-ignored-attributes -Wno-unknown-attributes)
     target_link_options(quilla_product INTERFACE -fuse-ld=lld -nostdlib -Wl,--emit-relocs -Wl,--gc-sections
         -Wl,-T,${PROJECT_SOURCE_DIR}/platform/ce/arm_image.ld)
 else()
@@ -36,7 +36,8 @@ function(quilla_image file)
             list(APPEND convert --library)
         endif()
         if(IMAGE_RESOURCES)
-            list(APPEND convert --resources $<TARGET_OBJECTS:${IMAGE_RESOURCES}>)
+            list(APPEND convert --resources ${PROJECT_BINARY_DIR}/ui/${IMAGE_RESOURCES}.obj)
+            add_dependencies(${name} ${IMAGE_RESOURCES})
         endif()
     else()
         if(IMAGE_LIBRARY)

@@ -46,7 +46,7 @@ class MainWindow final : public BWindow {
         MainWindow& window_;
     };
 
-    static const DWORD kWindowStyle;
+    static const LONG kWindowStyle;
     struct Command;
     static const Command kCommands[];
     [[nodiscard]] static const Command* FindCommand(int id);

@@ -105,6 +105,11 @@ bool ReplaceWord(volatile LONG* place, LONG* expected, LONG wanted, int /*order*
 }
 }
 
+/// What the compiler's support library calls after a division by zero.
+extern "C" int raise(int /*signal*/) {
+    std::abort();
+}
+
 /// The address that malloc gave stands in the word before the memory.
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t& /*tag*/) noexcept {
     const auto align = static_cast<std::size_t>(alignment);

@@ -34,7 +34,7 @@ const wchar_t* FileNameOf(const wchar_t* path) {
 
 } // namespace
 
-const DWORD MainWindow::kWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
+const LONG MainWindow::kWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
 
 void MainWindow::RestoreSettings() {
     const WindowSettings settings = LoadWindowSettings();

@@ -4,7 +4,7 @@
 
 namespace quilla {
 
-const DWORD MainWindow::kWindowStyle = 0;
+const LONG MainWindow::kWindowStyle = 0;
 
 void MainWindow::RestoreSettings() {
     list_.Apply(WindowSettings());
