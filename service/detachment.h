@@ -1,6 +1,7 @@
 #pragma once
 
 #include "export/stop_report.h"
+#include "platform/clock.h"
 #include "platform/win32/handle.h"
 #include "service/mount_observer.h"
 
@@ -39,7 +40,7 @@ class Detachment {
     VolumeRecord& record_;
     const DismountReason reason_;
     const HWND window_;
-    const ULONGLONG begin_ = GetTickCount64();
+    const ULONGLONG begin_ = MonotonicMilliseconds();
     StopReport report_;
     UniqueEvent over_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     UniqueThread thread_;

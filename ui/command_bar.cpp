@@ -1,5 +1,6 @@
 #include "ui/command_bar.h"
 
+#include "platform/win32/format_text.h"
 #include "ui/resource.h"
 
 #include <iterator>
@@ -43,7 +44,8 @@ LRESULT CommandBar::OnNotify(NMHDR& header) {
     switch (header.code) {
     case static_cast<UINT>(TBN_GETINFOTIPW): {
         const auto& tip = reinterpret_cast<NMTBGETINFOTIPW&>(header);
-        lstrcpynW(tip.pszText, TipOf(tip.iItem), tip.cchTextMax);
+        FormatText(std::span(tip.pszText, static_cast<std::size_t>(tip.cchTextMax)), L"%ls",
+                   TipOf(tip.iItem));
         return 0;
     }
     case static_cast<UINT>(TTN_GETDISPINFOW): {
