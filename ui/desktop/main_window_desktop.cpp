@@ -32,6 +32,16 @@ const wchar_t* FileNameOf(const wchar_t* path) {
     return backslash ? backslash + 1 : path;
 }
 
+/// What a double click does, or what a mounted volume is good for.
+void FitVolumeMenu(HMENU menu, const VolumeRecord* volume) {
+    const bool isMounted = volume && volume->IsMounted();
+    if (isMounted) {
+        AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
+        AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
+    }
+    SetMenuDefaultItem(menu, isMounted ? IDM_COPY_ADDRESS : IDM_MOUNT, FALSE);
+}
+
 } // namespace
 
 const LONG MainWindow::kWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
