@@ -6,7 +6,7 @@
 #include "platform/disk_codes.h"
 #include "platform/wipe.h"
 #include "volume/data_file.h"
-#include "volume/key_file.h"
+#include "volume/volume_key.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -18,10 +18,13 @@ namespace quilla {
 
 namespace {
 
-constexpr Option kOptions[] = {
-    {.name = "size", .hasValue = true},   {.name = "cipher", .hasValue = true},
-    {.name = "key", .hasValue = true},    {.name = "timeout", .hasValue = true},
-    {.name = "format", .hasValue = true}, {.name = "password-file", .hasValue = true}};
+constexpr Option kOptions[] = {{.name = "size", .hasValue = true},
+                               {.name = "cipher", .hasValue = true},
+                               {.name = "key", .hasValue = true},
+                               {.name = "timeout", .hasValue = true},
+                               {.name = "format", .hasValue = true},
+                               {.name = "password-file", .hasValue = true},
+                               {.name = "no-strength"}};
 
 constexpr char kHelp[] =
     "Usage: quilla create VOLUME.raw --size SIZE [OPTION ...]\n"
@@ -32,7 +35,9 @@ constexpr char kHelp[] =
     "  --timeout MINUTES     dismount after so long without use; 0 = never (default: 30)\n"
     "  --format TYPE         make a file system on it: ext4, fat, exfat, ... (without root: ext4 can be "
     "mounted)\n"
-    "  --password-file FILE  the password is the first line of FILE (- = standard input)\n";
+    "  --password-file FILE  the password is the first line of FILE (- = standard input)\n"
+    "  --no-strength         do not slow down guessing (64 MB of memory and a moment each time); for\n"
+    "                        handhelds and programs that do not know the option\n";
 
 bool ParseNumber(const char* text, std::uint64_t largest, std::uint64_t& number, const char*& rest) {
     char* end = nullptr;
@@ -96,14 +101,23 @@ ExitCode MakePasswordKey(const Arguments& arguments, const Volume& volume, Passw
     return code;
 }
 
-/// Creates both files, or neither.
-ExitCode CreateFiles(const Volume& volume, const PasswordDigest& key) {
+/// Creates both files, or neither. With strength the key file is written with it at once.
+ExitCode CreateFiles(const Volume& volume, const PasswordDigest& passwordKey, bool isStrong) {
+    Secret<PasswordDigest> key;
+    *key = passwordKey;
+    KeyStrength strength{};
+    isStrong = isStrong && volume.settings.Cipher != CipherId::None;
+    if (isStrong)
+        if (const KeyFileStatus status = MakeWrappingKey(*key, strength, kDefaultArgon2Cost);
+            status != KeyFileStatus::Done)
+            return ReportKeyFile(status, volume.keyPath);
     if (!CreateDataFile(volume.path.c_str(), volume.size))
         return Fail(ExitCode::BadFile, "cannot create %s: %s", volume.path.c_str(), std::strerror(errno));
     if (volume.settings.Cipher == CipherId::None)
         return ExitCode::Done;
-    const ExitCode code =
-        ReportKeyFile(CreateKeyFile(volume.keyPath.c_str(), volume.settings, key), volume.keyPath);
+    const ExitCode code = ReportKeyFile(
+        CreateKeyFile(volume.keyPath.c_str(), volume.settings, *key, isStrong ? &strength : nullptr),
+        volume.keyPath);
     if (code != ExitCode::Done)
         File::Remove(volume.path.c_str());
     return code;
@@ -119,7 +133,8 @@ ExitCode Run(const Arguments& arguments) {
     Secret<PasswordDigest> key;
     if (const ExitCode code = MakePasswordKey(arguments, volume, *key); code != ExitCode::Done)
         return code;
-    if (const ExitCode code = CreateFiles(volume, *key); code != ExitCode::Done)
+    if (const ExitCode code = CreateFiles(volume, *key, !arguments.Has("no-strength"));
+        code != ExitCode::Done)
         return code;
     if (format == nullptr)
         return ExitCode::Done;

@@ -4,8 +4,11 @@
 import json
 import os
 import pty
+import random
 import select
 import subprocess
+import sys
+import time
 
 import command
 from command import BAD_FILE, DONE, PASSWORD, USAGE, WRONG_PASSWORD
@@ -17,11 +20,13 @@ MINUTE_UNITS = 600_000_000
 
 
 class Files(command.CommandTest):
+    change_time = float(os.environ.get("QUILLA_CHANGE_SECONDS", 0.5))  # about what a change takes
 
     def test_creates_what_the_other_edition_reads(self):
         for cipher, number in (("twofish", quilla.CIPHER_TWOFISH), ("cast128", quilla.CIPHER_CAST128)):
             raw, key = self.folder / f"{cipher}.raw", self.folder / f"{cipher}.key"
-            self.quilla("create", raw, "--size", "1M", "--cipher", cipher, "--timeout", "7", passwords=[PASSWORD], code=DONE)
+            self.quilla("create", raw, "--size", "1M", "--cipher", cipher, "--timeout", "7", "--no-strength",
+                        passwords=[PASSWORD], code=DONE)
             master, iv, timeout = oracle.parse_key_file(key.read_bytes(), number, PASSWORD)
             self.assertEqual(raw.stat().st_size, 1 << 20)
             self.assertEqual(key.stat().st_mode & 0o777, 0o600)
@@ -35,6 +40,58 @@ class Files(command.CommandTest):
             same, fresh, _ = oracle.parse_key_file(key.read_bytes(), number, "")
             self.assertEqual(same, master)
             self.assertNotEqual(fresh, iv)
+
+    def test_strength_comes_stays_and_goes(self):
+        def guessing():
+            return json.loads(self.quilla("info", self.raw, "--json", code=DONE).stdout)["guessing"]
+
+        self.create(size="1M", strength=())
+        self.assertEqual(guessing(), "slowed down (64 MiB, 3 passes, 4 lanes)")
+        strong = self.key.read_bytes()
+        self.assertEqual(len(strong), 824)
+        self.quilla("passwd", self.raw, "--no-strength", passwords=[PASSWORD, "b"], code=DONE)
+        self.assertEqual((guessing(), self.key.stat().st_size), ("fast", 760))
+        self.quilla("check", self.raw, passwords=["b"], code=DONE)
+        self.quilla("passwd", self.raw, "--strength", "0.001", passwords=["b", "c"], code=DONE)
+        self.assertEqual(guessing(), "slowed down (64 MiB, 1 passes, 4 lanes)")
+        self.quilla("passwd", self.raw, passwords=["c", "d"], code=DONE)
+        self.assertEqual(guessing(), "slowed down (64 MiB, 1 passes, 4 lanes)")
+        self.assertNotEqual(self.key.read_bytes()[776:808], strong[776:808], "a new salt each time")
+        oracle.parse_key_file(self.key.read_bytes(), quilla.CIPHER_TWOFISH, "d")
+        self.key.write_bytes(strong[:-4] + b"\2\0\0\0")
+        self.quilla("check", self.raw, passwords=[PASSWORD], code=BAD_FILE)
+        self.raw.unlink(), self.key.unlink()
+        self.quilla("create", self.raw, "--size", "1M", "--no-strength", passwords=[PASSWORD], code=DONE)
+        self.assertEqual(self.key.stat().st_size, 760)
+
+    def test_one_password_opens_whenever_the_command_is_killed(self):
+        """QUILLA_KILLS changes of the password, each killed at a random moment (200 in the long run)."""
+        self.quilla("create", self.raw, "--size", "1M", "--no-strength", passwords=["0"], code=DONE)
+        change = ["passwd", self.raw, "--password-file", "-"]
+        options = (["--strength", "0.001"], [], ["--no-strength"], [])
+        current, killed = "0", 0
+        for round in range(int(os.environ.get("QUILLA_KILLS", 4))):
+            wanted = str(round + 1)
+            process = subprocess.Popen([command.PROGRAM, *change, *options[round % 4]], stdin=subprocess.PIPE,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            process.stdin.write(f"{current}\n{wanted}\n".encode())
+            process.stdin.close()
+            time.sleep(random.uniform(0, self.change_time))
+            killed += process.poll() is None
+            process.kill()
+            process.wait()
+            opens = []
+            for password in (current, wanted):
+                try:
+                    oracle.parse_key_file(self.key.read_bytes(), quilla.CIPHER_TWOFISH, password)
+                    opens.append(password)
+                except quilla.Failure:
+                    pass
+            self.assertEqual(len(opens), 1)
+            current = opens[0]
+        self.quilla("passwd", self.raw, "--strength", "0.001", passwords=[current, "last"], code=DONE)
+        self.assertEqual(sorted(os.listdir(self.folder)), sorted([self.raw.name, self.key.name]))
+        print(f"{killed} changes killed", file=sys.stderr)
 
     def test_a_volume_without_cipher_has_no_key_file(self):
         self.quilla("create", self.raw, "--size", "1M", "--cipher", "none", code=DONE)
