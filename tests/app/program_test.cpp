@@ -12,31 +12,6 @@ using test::IsMounted;
 using test::QuillaTarn;
 using test::WaitUntil;
 
-TEST(ProgramTest, ClearsUpAfterAProcessThatWasKilled) {
-    const std::wstring password = L"Straße 9";
-    const test::TemporaryFolder folder;
-    test::CreateVolume(folder, CipherId::Cast128, password);
-    // A relative path means a file of the sender's current folder.
-    const auto run = [&folder](const std::wstring& line) {
-        return QuillaTarn(line, folder.File(L"").c_str());
-    };
-    const std::wstring mount = L"mount mine.raw mine.key /password \"" + password + L"\"";
-    {
-        const QuillaTarn killed = run(mount);
-        ASSERT_TRUE(WaitUntil(IsMounted));
-        TerminateProcess(killed.Process(), 99);
-        EXPECT_EQ(killed.Wait(), 99U);
-    }
-    EXPECT_TRUE(IsMounted()) << "nobody is left to remove the file";
-    const QuillaTarn program(L"");
-    program.AwaitMainWindow();
-    EXPECT_FALSE(IsMounted());
-    EXPECT_EQ(run(mount).Wait(), 0U);
-    EXPECT_TRUE(IsMounted());
-    EXPECT_EQ(run(L"dismount mine.raw").Wait(), 0U);
-    program.Close();
-}
-
 TEST(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
     const QuillaTarn first(L"");
     first.AwaitMainWindow();

@@ -1,5 +1,6 @@
 """What a user of the command line sees: boxes, exit codes, and an instance that serves unseen."""
 
+from concurrent import futures
 import unittest
 
 import oracle
@@ -60,6 +61,31 @@ class CommandLineTest(quilla.DesktopTest):
         self.assertEqual(self.desktop.query(volume).handle, 0)
         self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])
         self.assertEqual(volume.key.read_bytes(), before)
+        self.assertEqual(self.desktop.close(first), 0)
+
+    def test_ten_devices_from_two_processes_at_once(self):
+        volumes = [self.volume(f"Ten{i}", cipher=(6, 10)[i % 2]) for i in range(10)]
+        eleventh = self.volume("Eleventh")
+        for volume in (*volumes, eleventh):
+            oracle.make_files(volume)
+        first = self.desktop.start_serving()
+
+        def mount(half):
+            for volume in half:  # a relative path means a file of the sender's current folder
+                self.assertEqual(self.desktop.run("mount", volume.raw.name, "/password", volume.password,
+                                                  cwd=volume.raw.parent), 0)
+
+        with futures.ThreadPoolExecutor() as pool:
+            list(pool.map(mount, (volumes[:5], volumes[5:])))
+        self.assertEqual(sorted(self.desktop.query(v).device for v in volumes), [f"SEC{i}:" for i in range(10)])
+        self.assertEqual(len({self.desktop.uri(f"SEC{i}") for i in range(10)}), 10)
+        refused = self.desktop.start("mount", eleventh.path, "/password", eleventh.password)
+        self.assertEqual(self.desktop.box(), ("Quilla Error", "RegisterDevice() failed"))
+        self.assertEqual(refused.wait(quilla.LIMIT), 0)
+        self.assertEqual(self.desktop.query(eleventh).handle, 0)
+        for volume in volumes:
+            self.desktop.dismount(volume)
+            self.assertEqual(self.desktop.query(volume).handle, 0, volume.path)
         self.assertEqual(self.desktop.close(first), 0)
 
 

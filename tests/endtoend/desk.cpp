@@ -6,12 +6,10 @@
 //   box MS                  waits for any message box and presses its first button: caption, text
 //   window                  the serving window: process, whether visible
 //   send MESSAGE W CLASS    sends a message to the serving window, or to its child of a class
-//   objects PID             what a process holds: handles, threads, windows, drawing objects
 //   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
 #include "platform/win32/handle.h"
 #include "tests/support/hex.h"
-#include "tests/support/process_size.h"
 #include "tests/support/window_text.h"
 
 #include <chrono>
@@ -128,17 +126,8 @@ Words Focus(const Words&) {
     return {Utf8(TextOf(window))};
 }
 
-Words Objects(const Words& words) {
-    const UniqueProcess process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
-                                            static_cast<DWORD>(std::stoul(words.at(1)))));
-    const ProcessSize size = MeasureProcess(process.Get());
-    return {std::to_string(size.handles), std::to_string(size.threads), std::to_string(size.windows),
-            std::to_string(size.drawingObjects)};
-}
-
 const std::map<std::string, Words (*)(const Words&)> kAnswers = {
-    {"exchange", Exchange}, {"box", Box},         {"window", Window},
-    {"send", Send},         {"objects", Objects}, {"focus", Focus},
+    {"exchange", Exchange}, {"box", Box}, {"window", Window}, {"send", Send}, {"focus", Focus},
 };
 
 } // namespace

@@ -50,9 +50,11 @@ class LoadTest(quilla.DesktopTest):
             self.clients.end()  # Wine's server at times keeps the connections of a killed process open
             self.assertEqual(self.mounted.key.read_bytes(), key_file)
             self.assertEqual(self.mounted.raw.stat().st_size, self.mounted.size)
-            self.desktop.uri_file("SEC0").unlink(missing_ok=True)  # what a killed program cannot remove
             quilla.wait_until(lambda: not self.desktop.window(), "the killed window to go")
-            self.start()
+            self.assertTrue(self.desktop.uri_file("SEC0").exists(), "nobody is left to remove the file")
+            self.program = self.desktop.start_serving()
+            self.assertFalse(self.desktop.uri_file("SEC0").exists(), "the next instance clears up")
+            self.desktop.mount(self.mounted)
             self.check(f"after kill {number}")
         self.report(f"{quilla.CIPHER_NAMES[cipher]}: killed {kills} times")
 

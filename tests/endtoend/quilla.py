@@ -9,7 +9,6 @@
 Nothing sleeps blindly: whatever is waited for is watched, with a limit. Whatever is started is ended.
 """
 
-import collections
 import contextlib
 import dataclasses
 import fcntl
@@ -133,9 +132,6 @@ class Desk:
         return [bytes.fromhex(word).decode() for word in line.split()]
 
 
-Counts = collections.namedtuple("Counts", "handles threads windows drawing_objects KiB")
-
-
 class Desktop:
     """A Wine prefix and a screen for the length of a run. One run at a time uses the prefix."""
 
@@ -236,9 +232,9 @@ class Desktop:
         self.processes.append(process)
         return process
 
-    def start(self, *words):
+    def start(self, *words, **options):
         """Starts an instance and lets it run: one that serves, or one whose message box is to be answered."""
-        self.instances.append(self.spawn("wine", str(PROGRAM), *words))
+        self.instances.append(self.spawn("wine", str(PROGRAM), *words, **options))
         return self.instances[-1]
 
     def start_serving(self, *words):
@@ -249,9 +245,9 @@ class Desktop:
             raise Failure(f"the serving instance has ended with {process.returncode}")
         return process
 
-    def run(self, *words, limit=LIMIT):
+    def run(self, *words, limit=LIMIT, **options):
         """Runs a second instance to its end and returns its exit code (0 to 255)."""
-        process = self.start(*words)
+        process = self.start(*words, **options)
         try:
             return process.wait(limit)
         except subprocess.TimeoutExpired:
@@ -287,12 +283,11 @@ class Desktop:
         """Waits for a message box and presses its first button; returns (caption, text), or () without one."""
         return tuple(self.desk.ask("box", int(limit * 1000)))
 
-    def counts(self, process):
-        """What a running instance holds of the system; process is what start returned."""
-        objects = map(int, self.desk.ask("objects", self.window()[0]))
+    @staticmethod
+    def memory(process):
+        """How many KiB a running instance holds; process is what start returned."""
         lines = pathlib.Path(f"/proc/{process.pid}/status").read_text().splitlines()
-        status = dict(line.split(":", 1) for line in lines if ":" in line)
-        return Counts(*objects, int(status["RssAnon"].split()[0]))
+        return next(int(line.split()[1]) for line in lines if line.startswith("RssAnon:"))
 
     # Requests over the channel
 

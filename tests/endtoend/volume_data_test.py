@@ -76,11 +76,11 @@ class VolumeDataTest(quilla.DesktopTest):
                 key = oracle.make_files(volume)
             except OSError as error:
                 self.skipTest(f"this file system has no files of 4 TiB: {error}")
-            before = self.desktop.counts(self.first).KiB
+            before = self.desktop.memory(self.first)
             with nbd.Client(self.desktop.mount(volume)) as client, open(volume.raw, "r+b", buffering=0) as raw:
                 self.assertEqual(client.size, SECTORS * oracle.SECTOR)
                 self.check_sectors(client, raw, oracle.SectorCipher(cipher, key))
-            self.assertLess(self.desktop.counts(self.first).KiB - before, 16 * 1024)
+            self.assertLess(self.desktop.memory(self.first) - before, 16 * 1024)
             self.desktop.dismount(volume)
             self.assertEqual(volume.raw.stat().st_size, SIZE)
             self.assertLess(volume.raw.stat().st_blocks * oracle.SECTOR, 1 << 20, "the file is not sparse any more")

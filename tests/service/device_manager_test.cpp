@@ -3,9 +3,12 @@
 #include "desktop/device_manager.h"
 
 #include "desktop/ce_services.h"
+#include "platform/disk_codes.h"
 #include "service/device_change.h"
 #include "tests/service/device_fixture.h"
+#include "tests/support/message_window.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <thread>
@@ -86,49 +89,66 @@ TEST_F(DeviceTest, OpensDevicesByNameAndFilesAsEver) {
     EXPECT_TRUE(ce::CloseHandle(file));
 }
 
-/// A top-level window that keeps the device notices it gets.
-class NoticeWindow {
-  public:
+TEST_F(DeviceTest, TheDriverServesBeyondFourGiBAndTellsWhatItRefuses) {
+    constexpr std::uint64_t kSize = 6ULL << 30;
+    VolumeRecord& record = MakeVolume(L"a.raw", kSize, CipherId::Twofish);
+    const std::wstring path = BesideProgram(L"QuillaDriver.dll");
+    const UniqueLibrary library(LoadLibraryW(path.c_str()));
+    for (const char* const name :
+         {"SEC_Read", "SEC_Write", "SEC_Seek", "SEC_PowerUp", "SEC_PowerDown", "QuillaKernelName"})
+        EXPECT_NE(GetProcAddress(library.Get(), name), nullptr) << name;
+    EXPECT_EQ(GetDeviceManager().Register(L"SEC", 3, path.c_str(), 0), 0U);
+    const VolumeRecord whole = record;
+    std::ranges::fill(record.Path, L'x');
+    EXPECT_EQ(Register(record, path, 3), 0U) << "no end to the path";
+    record = whole;
+    const std::uint32_t handle = Register(record, path, 3);
+    ASSERT_NE(handle, 0U);
+
+    const HANDLE device = ce::CreateFileW(L"SEC3:", 0, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    DWORD returned = 0;
+    const auto control = [&](DWORD code, void* in, DWORD inSize, void* out = nullptr, DWORD outSize = 0) {
+        SetLastError(ERROR_SUCCESS);
+        return ce::DeviceIoControl(device, code, in, inSize, out, outSize, &returned, nullptr)
+                   ? DWORD{ERROR_SUCCESS}
+                   : GetLastError();
+    };
+    DiskInfo info{};
+    EXPECT_EQ(control(kIoctlDiskGetInfo, nullptr, 0, &info, sizeof(info)), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(returned, sizeof(info));
+    EXPECT_EQ(info.totalSectors, kSize / kSectorSize);
+    VolumeTransfer beyond{
+        .offset = kSize, .length = 512, .address = nullptr, .direction = TransferDirection::WriteZeroes};
+    EXPECT_EQ(control(kIoctlVolumeTransfer, &beyond, sizeof(beyond)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(control(kIoctlVolumeQuery, nullptr, sizeof(record)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(control(0x4711, nullptr, 0), DWORD{ERROR_NOT_SUPPORTED});
+    EXPECT_TRUE(ce::CloseHandle(device));
+    EXPECT_TRUE(GetDeviceManager().Deregister(handle));
+}
+
+TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
     struct Notice {
         WPARAM event;
         std::uint32_t head[3]; ///< size, type, reserved
         std::wstring name;
     };
-
-    NoticeWindow() {
-        SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-        SetWindowLongPtrW(window_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
-    }
-    ~NoticeWindow() { DestroyWindow(window_); }
-    NoticeWindow(const NoticeWindow&) = delete;
-    NoticeWindow& operator=(const NoticeWindow&) = delete;
-
     std::vector<Notice> notices;
-
-  private:
-    static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    const test::MessageWindow window([&](UINT message, WPARAM wParam,
+                                         LPARAM lParam) -> std::optional<LRESULT> {
         if (message == WM_DEVICECHANGE && lParam != 0) {
             Notice notice{.event = wParam, .head = {}, .name = reinterpret_cast<const wchar_t*>(lParam + 12)};
             std::memcpy(notice.head, reinterpret_cast<const void*>(lParam), sizeof(notice.head));
-            reinterpret_cast<NoticeWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA))
-                ->notices.push_back(notice);
+            notices.push_back(notice);
         }
-        return DefWindowProcW(window, message, wParam, lParam);
-    }
-
-    HWND window_ = CreateWindowExW(0, L"STATIC", L"notices", WS_OVERLAPPED, 0, 0, 0, 0, nullptr, nullptr,
-                                   nullptr, nullptr);
-};
-
-TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
-    NoticeWindow window;
+        return std::nullopt;
+    });
     VolumeRecord& record = MakeVolume(L"a.raw");
     driver_.LoadDriver(record);
     Unload(record);
-    ASSERT_EQ(window.notices.size(), 2U);
-    EXPECT_EQ(window.notices[0].event, 0x8000U);
-    EXPECT_EQ(window.notices[1].event, 0x8004U);
-    for (const auto& notice : window.notices) {
+    ASSERT_EQ(notices.size(), 2U);
+    EXPECT_EQ(notices[0].event, 0x8000U);
+    EXPECT_EQ(notices[1].event, 0x8004U);
+    for (const Notice& notice : notices) {
         EXPECT_EQ(std::to_array(notice.head), (std::array<std::uint32_t, 3>{26, 3, 0}));
         EXPECT_EQ(notice.name, L"SEC0:");
     }

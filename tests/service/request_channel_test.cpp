@@ -1,10 +1,11 @@
 // The sending side of the request channel against a real window: what an exchange leaves behind, and how it
-// meets others. What is sent is checked by the server's tests (tests/driver) and from outside
-// (tests/endtoend).
+// meets others. What is sent is checked by the server's tests (request_server_test.cpp) and from
+// outside (tests/endtoend).
 
 #include "platform/win32/handle.h"
 #include "service/request_channel.h"
 #include "service/window_messages.h"
+#include "tests/support/message_window.h"
 
 #include <algorithm>
 #include <array>
@@ -27,29 +28,24 @@ UniqueMapping OpenRequestMapping(bool& existed) {
 class RequestChannelTest : public testing::Test {
   protected:
     RequestChannelTest() {
-        SetWindowLongPtrW(window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-        SetWindowLongPtrW(window_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
         CopyText(record_.Path, L"\\Storage\\Bär.raw");
         record_.Key.fill(std::byte{0x4B});
     }
-    ~RequestChannelTest() override { DestroyWindow(window_); }
 
-    static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    std::optional<LRESULT> Answer(UINT message) {
         if (message != 0x8002)
-            return DefWindowProcW(window, message, wParam, lParam);
-        auto& self = *reinterpret_cast<RequestChannelTest*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-        ++self.requests_;
+            return std::nullopt;
+        ++requests_;
         bool existed = false;
         const UniqueMapping mapping = OpenRequestMapping(existed);
         EXPECT_TRUE(existed);
-        self.lastView_.Reset(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
-        std::memcpy(self.sent_.data(), self.lastView_.Get(), self.sent_.size());
+        lastView_.Reset(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+        std::memcpy(sent_.data(), lastView_.Get(), sent_.size());
         return 0;
     }
 
-    HWND window_ =
-        CreateWindowExW(0, L"STATIC", L"request target", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
-    RequestChannel channel_{window_};
+    const test::MessageWindow window_{[this](UINT message, WPARAM, LPARAM) { return Answer(message); }};
+    RequestChannel channel_{window_.hwnd};
     VolumeRecord record_{};
     int requests_ = 0;
     std::array<std::byte, 1160> sent_{};
@@ -92,7 +88,7 @@ TEST_F(RequestChannelTest, AnswersOthersWhileItWaits) {
         SetEvent(ready.Get());
         std::this_thread::sleep_for(std::chrono::milliseconds(200)); // the first one waits by then
         DWORD_PTR answer = 1;
-        SendMessageTimeoutW(window_, 0x8002, 0, 0, SMTO_NORMAL, 20'000, &answer);
+        SendMessageTimeoutW(window_.hwnd, 0x8002, 0, 0, SMTO_NORMAL, 20'000, &answer);
         EXPECT_EQ(answer, 0U);
         EXPECT_EQ(requests_, 1) << "two senders at once";
     });

@@ -11,6 +11,7 @@
 #include "tests/service/device_fixture.h"
 #include "tests/support/list_window.h"
 #include "tests/support/message_box_watcher.h"
+#include "tests/support/message_window.h"
 #include "tests/support/process_size.h"
 
 #include <algorithm>
@@ -48,12 +49,6 @@ class RequestServerTest : public test::DeviceTest, private MountObserver {
         StopReport report;
     };
 
-    RequestServerTest() {
-        SetWindowLongPtrW(target_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-        SetWindowLongPtrW(target_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Procedure));
-    }
-    ~RequestServerTest() override { DestroyWindow(target_); }
-
     void TearDown() override { server_.DismountAll(); }
 
     /// Creates a volume's files through a request; its password key is all zeros.
@@ -86,19 +81,16 @@ class RequestServerTest : public test::DeviceTest, private MountObserver {
         dismounted_.push_back({record.Path, reason, report});
     }
 
-    static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-        auto& self = *reinterpret_cast<RequestServerTest*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-        if (message != WM_REQUEST)
-            return DefWindowProcW(window, message, wParam, lParam);
-        self.lastResult_ = self.server_.Serve();
-        return self.lastResult_;
+    std::optional<LRESULT> Answer(UINT message) {
+        if (message == WM_REQUEST)
+            return lastResult_ = server_.Serve();
+        return std::nullopt;
     }
 
-    HWND target_ =
-        CreateWindowExW(0, L"STATIC", L"server", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    const test::MessageWindow target_{[this](UINT message, WPARAM, LPARAM) { return Answer(message); }};
     test::ListWindow window_;
     RequestServer server_{window_.list, driver_, *this, 100};
-    RequestChannel channel_{target_};
+    RequestChannel channel_{target_.hwnd};
     LRESULT lastResult_ = 0;
     std::vector<Dismounted> dismounted_;
 };
@@ -279,7 +271,7 @@ TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {
 }
 
 TEST_F(RequestServerTest, IgnoresWhatIsNoRequest) {
-    EXPECT_EQ(SendMessageW(target_, WM_REQUEST, 0, 0), 0) << "nobody has written one";
+    EXPECT_EQ(SendMessageW(target_.hwnd, WM_REQUEST, 0, 0), 0) << "nobody has written one";
     const UniqueMapping mapping(
         CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, kRequestMappingName));
     const UniqueView view(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
@@ -287,14 +279,14 @@ TEST_F(RequestServerTest, IgnoresWhatIsNoRequest) {
     for (const std::uint32_t code : {0U, 7U, 0xFFFFFFFFU}) {
         std::fill_n(bytes, 1160, std::byte{0x5A});
         std::memcpy(bytes, &code, sizeof(code));
-        EXPECT_EQ(SendMessageW(target_, WM_REQUEST, 0, 0), 0);
+        EXPECT_EQ(SendMessageW(target_.hwnd, WM_REQUEST, 0, 0), 0);
         EXPECT_EQ(std::count(bytes + 4, bytes + 1160, std::byte{0x5A}), 1156) << "the block was changed";
     }
     // A path without an end must not be read beyond its field.
     const std::uint32_t query = 2;
     std::fill_n(bytes, 1160, std::byte{0x5A});
     std::memcpy(bytes, &query, sizeof(query));
-    EXPECT_EQ(SendMessageW(target_, WM_REQUEST, 0, 0), 0);
+    EXPECT_EQ(SendMessageW(target_.hwnd, WM_REQUEST, 0, 0), 0);
     ASSERT_EQ(window_.CountRows(), 1);
     EXPECT_EQ(window_.Text(0, 0).size(), 259U);
 }
