@@ -1,25 +1,18 @@
 // The cipher frame with keys, IVs and data of any length, compared with libgcrypt and nettle. Input: one byte
 // for the cipher, one for the key's length, the key, 20 bytes of IV, the data.
 
+#include "fuzz/require.h"
 #include "tests/support/oracle.h"
 #include "volume/cipher_frame.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 namespace quilla {
 namespace {
 
+using fuzz::Require;
 using test::Bytes;
-
-void Require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "does not hold: %s\n", what);
-        std::abort();
-    }
-}
 
 /// Takes the next bytes off the input; fewer when it ends.
 Bytes Take(std::span<const std::byte>& input, std::size_t count) {

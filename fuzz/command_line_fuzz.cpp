@@ -2,9 +2,9 @@
 // the input is a unit of the text; 0xFF introduces a unit of two bytes.
 
 #include "app/command_line.h"
+#include "fuzz/require.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
@@ -12,12 +12,8 @@
 namespace {
 
 using quilla::CommandLineRequest;
+using quilla::fuzz::Require;
 using Text = std::basic_string<quilla::TextUnit>;
-
-void Demand(bool isTrue) {
-    if (!isTrue)
-        std::abort();
-}
 
 Text TextOf(const std::uint8_t* data, std::size_t size) {
     Text text;
@@ -119,10 +115,10 @@ class Model {
     bool isWellFormed_ = false;
 };
 
-void DemandField(const Model& model, const char16_t* name, bool isGiven, const quilla::PathText& text) {
+void RequireField(const Model& model, const char16_t* name, bool isGiven, const quilla::PathText& text) {
     const auto field = model.Fields().find(name);
-    Demand(isGiven == (field != model.Fields().end()));
-    Demand(!isGiven || quilla::FieldText(text) == field->second);
+    Require(isGiven == (field != model.Fields().end()));
+    Require(!isGiven || quilla::FieldText(text) == field->second);
 }
 
 } // namespace
@@ -133,13 +129,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::memset(&request, 0x5A, sizeof(request));
     const bool isWellFormed = quilla::ParseCommandLine(request, line.c_str());
     const Model model(line);
-    Demand(isWellFormed == model.IsWellFormed());
-    Demand(quilla::IsEmptyCommandLine(line.c_str()) == (line.empty() || line[0] == 0));
+    Require(isWellFormed == model.IsWellFormed());
+    Require(quilla::IsEmptyCommandLine(line.c_str()) == (line.empty() || line[0] == 0));
     if (isWellFormed) {
-        DemandField(model, u"command", request.hasCommand, request.command);
-        DemandField(model, u"volume", request.hasVolume, request.volumePath);
-        DemandField(model, u"key", request.hasKey, request.keyPath);
-        DemandField(model, u"password", request.hasPassword, request.password);
+        RequireField(model, u"command", request.hasCommand, request.command);
+        RequireField(model, u"volume", request.hasVolume, request.volumePath);
+        RequireField(model, u"key", request.hasKey, request.keyPath);
+        RequireField(model, u"password", request.hasPassword, request.password);
     }
     return 0;
 }

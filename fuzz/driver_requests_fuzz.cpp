@@ -5,32 +5,24 @@
 
 #include "quilladriver/volume_driver.h"
 
+#include "fuzz/memory_file.h"
 #include "platform/disk_codes.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using namespace quilla;
+using quilla::fuzz::Require;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint64_t kSectors = 20;
 constexpr std::uint64_t kSize = kSectors * kSectorSize;
 constexpr std::uint64_t kFileSize = kSize + 77; // the tail is not part of the device
-
-void Demand(bool isTrue) {
-    if (!isTrue)
-        std::abort();
-}
 
 /// The fuzzer's bytes, taken from the front; zeros when they run out.
 class Input {
@@ -70,22 +62,6 @@ class Input {
     std::size_t left_;
 };
 
-/// The volume's file: memory that looks like one, made once.
-const std::string& FilePath() {
-    static const std::string path = [] {
-        const int descriptor = memfd_create("volume", MFD_CLOEXEC);
-        Demand(descriptor >= 0);
-        return "/proc/self/fd/" + std::to_string(descriptor);
-    }();
-    return path;
-}
-
-std::uint64_t FileSize() {
-    struct stat status {};
-    Demand(stat(FilePath().c_str(), &status) == 0);
-    return static_cast<std::uint64_t>(status.st_size);
-}
-
 std::uint64_t Clock() {
     static std::uint64_t time = 0;
     return ++time;
@@ -101,12 +77,13 @@ std::uint32_t CountCompletion(ScatterRequest* /*request*/) {
 class Session {
   public:
     explicit Session(Input input) : input_(input), plain_(kSize) {
-        Demand(truncate(FilePath().c_str(), 0) == 0 && truncate(FilePath().c_str(), kFileSize) == 0);
         // Mostly without a cipher, for speed: what is tried here are the numbers of the requests.
         const std::uint8_t choice = input_.Take<std::uint8_t>() % 8;
         record_.Cipher = choice == 6 ? CipherId::Cast128 : choice == 7 ? CipherId::Twofish : CipherId::None;
         record_.Key.fill(std::byte{0x5C});
-        Demand(driver_.Attach(Open(), record_));
+        Require(driver_.Attach(
+            File::Open(file_.Path(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting),
+            record_));
         Zero(0, kSize);
     }
 
@@ -114,21 +91,15 @@ class Session {
         for (int steps = 0; steps < 32 && !input_.IsEmpty(); ++steps)
             Step();
         Bytes whole(kSize);
-        Demand(Transfer(TransferDirection::Read, 0, whole) == DriverStatus::Success);
-        Demand(whole == plain_);
-        Demand(FileSize() == kFileSize);
-        Demand(Control(kIoctlVolumeDetach, {}) == DriverStatus::Success);
-        std::array<std::byte, kFileSize - kSize> tail{};
-        Demand(Open().ReadAt(kSize, tail).bytes == tail.size());
-        Demand(std::ranges::all_of(tail, [](std::byte byte) { return byte == std::byte{0}; }));
+        Require(Transfer(TransferDirection::Read, 0, whole) == DriverStatus::Success);
+        Require(whole == plain_);
+        Require(Control(kIoctlVolumeDetach, {}) == DriverStatus::Success);
+        const auto content = file_.Content();
+        Require(content.size() == kFileSize);
+        Require(std::ranges::count(std::span(content).subspan(kSize), std::byte{0}) == kFileSize - kSize);
     }
 
   private:
-    static File Open() {
-        return File::Open(FilePath().c_str(), FileAccess::ReadWrite, FileSharing::None,
-                          FileCreation::OpenExisting);
-    }
-
     void Step() {
         switch (input_.Take<std::uint8_t>() % 6) {
         case 0:
@@ -169,7 +140,7 @@ class Session {
                                 .direction = TransferDirection::WriteZeroes};
         const DriverStatus status =
             Control(kIoctlVolumeTransfer, std::as_writable_bytes(std::span(&transfer, 1)));
-        Demand(status == (Fits(offset, length) ? DriverStatus::Success : DriverStatus::InvalidParameter));
+        Require(status == (Fits(offset, length) ? DriverStatus::Success : DriverStatus::InvalidParameter));
         if (Fits(offset, length))
             std::fill_n(plain_.begin() + static_cast<std::ptrdiff_t>(offset), length, std::uint8_t{0});
     }
@@ -192,14 +163,14 @@ class Session {
         const bool isKnown = direction == TransferDirection::Read || direction == TransferDirection::Write;
         const bool isGood = isKnown && Fits(offset, bytes.size());
         // A transfer of nothing has an address of nothing.
-        Demand(status == (isGood ? DriverStatus::Success : DriverStatus::InvalidParameter));
+        Require(status == (isGood ? DriverStatus::Success : DriverStatus::InvalidParameter));
         const auto place = isGood ? plain_.begin() + static_cast<std::ptrdiff_t>(offset) : plain_.end();
         if (isGood && direction == TransferDirection::Write)
             std::ranges::copy(before, place);
         else if (isGood)
-            Demand(std::ranges::equal(bytes, std::span(place, bytes.size())));
+            Require(std::ranges::equal(bytes, std::span(place, bytes.size())));
         else
-            Demand(bytes == before);
+            Require(bytes == before);
     }
 
     void StepScatter(std::uint32_t code, bool isWrite) {
@@ -253,16 +224,16 @@ class Session {
         const int completionsBefore = completions;
         const DriverStatus status = Control(code, {record.get(), size});
 
-        Demand(status == (isGood && !isCut ? DriverStatus::Success : DriverStatus::InvalidParameter));
+        Require(status == (isGood && !isCut ? DriverStatus::Success : DriverStatus::InvalidParameter));
         const bool isAnswered = !isCut && request.bufferCount <= kMaxScatterBuffers;
-        Demand(completions == completionsBefore + (isAnswered && request.completion != nullptr ? 1 : 0));
+        Require(completions == completionsBefore + (isAnswered && request.completion != nullptr ? 1 : 0));
         if (isAnswered) {
             ScatterRequest answered{};
             std::memcpy(&answered, record.get(), size);
-            Demand(answered.status == static_cast<std::uint32_t>(status));
+            Require(answered.status == static_cast<std::uint32_t>(status));
         }
         if (isWrite || status != DriverStatus::Success)
-            Demand(std::ranges::equal(memory, before));
+            Require(std::ranges::equal(memory, before));
         if (status == DriverStatus::Success)
             Follow(isWrite, offset, memory, request.bufferCount);
     }
@@ -274,7 +245,7 @@ class Session {
             if (isWrite)
                 std::ranges::copy(bytes, place);
             else
-                Demand(std::ranges::equal(bytes, std::span(place, bytes.size())));
+                Require(std::ranges::equal(bytes, std::span(place, bytes.size())));
             place += static_cast<std::ptrdiff_t>(bytes.size());
         }
     }
@@ -295,11 +266,12 @@ class Session {
         const std::unique_ptr<std::byte[]> out(new std::byte[outSize]);
         std::memset(in.get(), input_.Take<std::uint8_t>(), inSize);
         const DriverStatus status = Control(code, {in.get(), inSize}, {out.get(), outSize});
-        Demand(returned_ <= std::max(inSize, outSize));
-        Demand(!carriesAddresses || status == DriverStatus::InvalidParameter || inSize >= 24);
+        Require(returned_ <= std::max(inSize, outSize));
+        Require(!carriesAddresses || status == DriverStatus::InvalidParameter || inSize >= 24);
     }
 
     Input input_;
+    const fuzz::MemoryFile file_{std::vector<std::byte>(kFileSize)};
     VolumeRecord record_{};
     VolumeDriver driver_{Clock};
     Bytes plain_;

@@ -2,59 +2,23 @@
 // in memory. Whatever the file holds: both agree, a refused file stays as it is, and a rewrite changes the
 // payload and nothing else.
 
+#include "fuzz/memory_file.h"
 #include "platform/byte_order.h"
 #include "volume/key_strength.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <span>
-#include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <vector>
 
 namespace quilla {
 namespace {
 
 using Bytes = std::vector<std::byte>;
-
-void Require(bool holds, const char* what) {
-    if (!holds) {
-        std::fprintf(stderr, "does not hold: %s\n", what);
-        std::abort();
-    }
-}
-
-/// A file in memory that can be opened by path.
-class MemoryFile {
-  public:
-    explicit MemoryFile(std::span<const std::byte> content) : descriptor_(memfd_create("key", MFD_CLOEXEC)) {
-        Require(descriptor_ >= 0, "memory file created");
-        const auto written = pwrite(descriptor_, content.data(), content.size(), 0);
-        Require(written == static_cast<ssize_t>(content.size()), "memory file written");
-        path_ = "/proc/self/fd/" + std::to_string(descriptor_);
-    }
-    ~MemoryFile() { close(descriptor_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    [[nodiscard]] const char* Path() const { return path_.c_str(); }
-
-    [[nodiscard]] Bytes Content() const {
-        Bytes content(static_cast<std::size_t>(lseek(descriptor_, 0, SEEK_END)));
-        const auto count = pread(descriptor_, content.data(), content.size(), 0);
-        Require(count == static_cast<ssize_t>(content.size()), "memory file read");
-        return content;
-    }
-
-  private:
-    int descriptor_;
-    std::string path_;
-};
+using fuzz::MemoryFile;
+using fuzz::Require;
 
 /// Where the payload of the wanted chunk begins. Inputs are far too short for the limit on chunks to matter.
 std::optional<std::size_t> FindModel(const Bytes& file, const ChunkHeader& wanted) {

@@ -9,12 +9,11 @@
 #include "export/byte_device.h"
 #include "export/nbd/handshake.h"
 #include "export/nbd/transmission.h"
+#include "fuzz/require.h"
 #include "platform/byte_order.h"
 #include "tests/export/nbd/memory_device.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -22,18 +21,12 @@ namespace quilla {
 namespace {
 
 using Bytes = std::vector<std::byte>;
+using fuzz::Require;
 
 constexpr std::size_t kDeviceSize = (32U << 10) + 3 * 512;
 constexpr std::size_t kReceiveBuffer = 256U << 10;
 constexpr std::size_t kReplyBuffer = 8U << 10;
 constexpr std::size_t kLongestOutput = 256U << 10;
-
-void Expect(bool condition, const char* what) {
-    if (condition)
-        return;
-    std::fprintf(stderr, "nbd_fuzz: %s\n", what);
-    std::abort();
-}
 
 /// A peer whose bytes arrive in fragments of repeatable random sizes.
 class FragmentStream final : public ByteStream {
@@ -41,7 +34,7 @@ class FragmentStream final : public ByteStream {
     FragmentStream(std::span<const std::byte> input, unsigned cut) : input_(input), cut_(cut), state_(cut) {}
 
     [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override {
-        Expect(!buffer.empty(), "a receive into nothing");
+        Require(!buffer.empty(), "room to receive into");
         const std::size_t count = std::min({NextFragment(), buffer.size(), input_.size()});
         std::memcpy(buffer.data(), input_.data(), count);
         input_ = input_.subspan(count);
@@ -83,8 +76,8 @@ class Model {
                 break;
             input = input.subspan(used);
         }
-        Expect(output_.empty(), "more replies than requests");
-        Expect(IsSame(0, device), "a wrong byte on the device");
+        Require(output_.empty(), "a reply for each request");
+        Require(IsSame(0, device), "bytes on the device");
     }
 
   private:
@@ -131,10 +124,10 @@ class Model {
     }
 
     void CheckReply(std::uint32_t error, std::uint64_t cookie) {
-        Expect(output_.size() >= 16, "a reply is missing");
-        Expect(LoadBig<std::uint32_t>(output_.data()) == 0x67446698, "not a reply");
-        Expect(LoadBig<std::uint32_t>(output_.data() + 4) == error, "another error");
-        Expect(LoadBig<std::uint64_t>(output_.data() + 8) == cookie, "another cookie");
+        Require(output_.size() >= 16, "a reply");
+        Require(LoadBig<std::uint32_t>(output_.data()) == 0x67446698, "mark of a reply");
+        Require(LoadBig<std::uint32_t>(output_.data() + 4) == error, "error of a reply");
+        Require(LoadBig<std::uint64_t>(output_.data() + 8) == cookie, "cookie of a reply");
         output_ = output_.subspan(16);
     }
 
@@ -142,8 +135,8 @@ class Model {
         if (command == 3)
             return;
         if (command == 0) {
-            Expect(output_.size() >= length, "a short read");
-            Expect(IsSame(offset, output_.first(length)), "a wrong byte read");
+            Require(output_.size() >= length, "length read");
+            Require(IsSame(offset, output_.first(length)), "bytes read");
             output_ = output_.subspan(length);
             return;
         }
@@ -186,7 +179,7 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
         const std::atomic<ServerPhase> phase = ServerPhase::Serving;
         static_cast<void>(nbd::Transmission(reader, replies, bytes, phase).Run());
     }
-    Expect(device.rulesBroken == 0, "a request outside the device's rules");
+    Require(device.rulesBroken == 0, "requests within the device's rules");
     if (stream.output.size() < kLongestOutput) // otherwise the peer was taken for gone
         Model(badSector).Check(input, stream.output, device.bytes);
 }
@@ -200,9 +193,10 @@ void FuzzHandshake(std::span<const std::byte> input, unsigned cut) {
     nbd::Handshake handshake(stream, reader, replies, {.name = "x", .size = kDeviceSize});
     static_cast<void>(handshake.Run(60'000));
     static_cast<void>(replies.Send());
-    Expect(stream.output.size() >= 18, "no greeting");
+    Require(stream.output.size() >= 18, "greeting");
     // At most the greeting, and for each option two informations and an acknowledgement.
-    Expect(stream.output.size() <= 18 + nbd::Handshake::kMaxOptions * (32 + 34 + 20) + 134, "too much said");
+    Require(stream.output.size() <= 18 + nbd::Handshake::kMaxOptions * (32 + 34 + 20) + 134,
+            "limit of what is said");
 }
 
 } // namespace

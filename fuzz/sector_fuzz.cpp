@@ -2,14 +2,13 @@
 // libgcrypt. Input: the first sector's number, the key, the length of the run, and bytes that are repeated,
 // each time changed, until it is filled.
 
+#include "fuzz/require.h"
 #include "fuzz/sector_oracle.h"
 #include "quilladriver/sector_cipher.h"
 #include "quilladriver/sector_kernel.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -17,6 +16,7 @@ namespace quilla {
 namespace {
 
 using Bytes = std::vector<std::byte>;
+using fuzz::Require;
 
 constexpr std::size_t kLongestRun = 140; // two rounds of the widest kernel and a rest
 
@@ -34,13 +34,6 @@ Bytes Fill(std::size_t size, std::span<const std::byte> pattern) {
     return bytes;
 }
 
-void Require(bool holds, const SectorKernel& kernel, const char* what) {
-    if (holds)
-        return;
-    std::fprintf(stderr, "sector_fuzz: %s of %s\n", what, kernel.name);
-    std::abort();
-}
-
 void Check(CipherId cipher, const Head& head, const Bytes& plain) {
     const DataKey key = head.key;
     Bytes expected = plain;
@@ -49,14 +42,14 @@ void Check(CipherId cipher, const Head& head, const Bytes& plain) {
         if (kernel->cipher != cipher || !kernel->isSupported())
             continue;
         SectorCipher sectors;
-        Require(sectors.SetUp(*kernel, key), *kernel, "setting up");
+        Require(sectors.SetUp(*kernel, key), kernel->name);
         Bytes room(plain.size() + 1);
         const std::span data = std::span(room).subspan(head.count % 2, plain.size());
         std::ranges::copy(plain, data.begin());
         sectors.Encrypt(head.first, data);
-        Require(std::ranges::equal(data, expected), *kernel, "ciphertext");
+        Require(std::ranges::equal(data, expected), kernel->name);
         sectors.Decrypt(head.first, data);
-        Require(std::ranges::equal(data, plain), *kernel, "way back");
+        Require(std::ranges::equal(data, plain), kernel->name);
     }
 }
 
