@@ -1,7 +1,7 @@
 #!/bin/sh
-# failing_disk_test.sh SERVER: a volume on a disk that fails while it is mounted. The disk is a file of nbdfuse
-# over nbdkit, which fails reads, writes or flushes as long as a file of that name exists. The client must get the
-# error, and right data again once the disk works. Exit code 77: this machine has no FUSE.
+# failing_disk_test.sh SERVER: a volume on a disk that fails a flush while it is mounted. The disk is a file of
+# nbdfuse over nbdkit, which fails flushes as long as a file of that name exists. The client must get the error, and
+# no later flush may succeed. Exit code 77: this machine has no FUSE.
 set -eu
 server=$1
 name=$(basename "$0")
@@ -42,7 +42,7 @@ expect() {
     failures=$1
     successes=$2
     shift 2
-    timeout 60 qemu-io -f raw -t writeback "$@" "$(cat "$work/uri")" >"$work/log" 2>&1 || true
+    timeout 60 qemu-io -f raw -t writeback "$@" "$(grep ^nbd: "$work/uri")" >"$work/log" 2>&1 || true
     [ "$(grep -c 'Input/output error' "$work/log")" = "$failures" ] || fail "not $failures failures"
     [ "$(grep -c 'bytes at offset' "$work/log")" = "$successes" ] || fail "not $successes transfers"
     ! grep -q 'Pattern verification failed' "$work/log" || fail "wrong data"
@@ -55,13 +55,10 @@ done
 cd "$work"
 truncate -s 8M disk
 mkdir mount
-unless() {
-    echo "if [ -e '$work/$1' ]; then echo EIO >&2; exit 1; fi;"
-}
 nbdfuse mount [ nbdkit --exit-with-parent eval get_size='echo 8M' can_write='exit 0' can_flush='exit 0' \
-    pread="$(unless reads_fail) dd if='$work/disk' skip=\$4 count=\$3 iflag=skip_bytes,count_bytes status=none" \
-    pwrite="$(unless writes_fail) dd of='$work/disk' seek=\$4 oflag=seek_bytes conv=notrunc status=none" \
-    flush="$(unless flushes_fail)" ] >fuse.log 2>&1 &
+    pread="dd if='$work/disk' skip=\$4 count=\$3 iflag=skip_bytes,count_bytes status=none" \
+    pwrite="dd of='$work/disk' seek=\$4 oflag=seek_bytes conv=notrunc status=none" \
+    flush="[ ! -e '$work/flushes_fail' ] || { echo EIO >&2; exit 1; }" ] >fuse.log 2>&1 &
 fuse_pid=$!
 await mount/nbd || skip "cannot mount by FUSE: $(cat fuse.log)"
 
@@ -69,17 +66,6 @@ await mount/nbd || skip "cannot mount by FUSE: $(cat fuse.log)"
 server_pid=$!
 await uri || fail "the server does not start"
 expect 0 1 -c 'write -f -P 0x11 0 1M'
-
-touch writes_fail
-expect 2 1 -c 'write -P 0x22 64k 64k' -c 'write -z 256k 64k' -c 'read -P 0x11 512k 64k'
-rm writes_fail
-
-touch reads_fail
-# Offsets never read before, since the system may remember the others.
-expect 2 1 -c 'read 4M 64k' -c 'read 5M 512' -c 'write -P 0x33 6M 64k'
-rm reads_fail
-expect 0 5 -c 'read -P 0x11 0 1M' -c 'read -P 0x33 6M 64k' -c 'write -P 0x44 64k 64k' -c 'read -P 0x44 64k 64k' \
-    -c 'read -P 0x11 128k 128k'
 
 # What a failed flush has lost, no later one brings back.
 touch flushes_fail

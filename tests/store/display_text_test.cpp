@@ -49,10 +49,7 @@ TEST(DisplayTextTest, FormatsSizes) {
 }
 
 TEST(DefaultKeyPathTest, ReplacesTheExtensionOfTheLastComponent) {
-    const struct {
-        std::string volume;
-        std::string key;
-    } cases[] = {
+    const std::string cases[][2] = {
         {"\\Storage\\Data.raw", "\\Storage\\Data.key"},
         {"\\My.Files\\Data", "\\My.Files\\Data.key"},
         {std::string(255, 'x'), std::string(255, 'x') + ".key"},

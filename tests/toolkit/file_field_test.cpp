@@ -4,17 +4,12 @@
 
 #include "tests/toolkit/toolkit_fixture.h"
 #include "toolkit/dialog.h"
-#include "toolkit/dpi.h"
-
-#include <uxtheme.h>
 
 namespace quilla {
 namespace {
 
 constexpr int kDialog = 100;
 constexpr int kField = 12;
-constexpr COLORREF kEditColour = RGB(0, 255, 0);
-constexpr COLORREF kStaticColour = RGB(0, 0, 255);
 
 class CountingField : public FileField {
   public:
@@ -32,13 +27,6 @@ class FieldDialog : public test::Owned<BDialog> {
         BDialog::Attach(handle);
         field.Attach(GetDlgItem(handle, kField));
     }
-    LRESULT OnMessage(BMessage& message) override {
-        if (message.message != WM_CTLCOLOREDIT && message.message != WM_CTLCOLORSTATIC)
-            return BDialog::OnMessage(message);
-        SetDCBrushColor(reinterpret_cast<HDC>(message.wParam),
-                        message.message == WM_CTLCOLOREDIT ? kEditColour : kStaticColour);
-        return reinterpret_cast<LRESULT>(GetStockObject(DC_BRUSH));
-    }
     CountingField field;
 };
 
@@ -55,27 +43,9 @@ class FileFieldTest : public test::ToolkitTest {
         SendMessageW(field.button.hwnd, message, 0, MAKELPARAM(static_cast<WORD>(x), static_cast<WORD>(y)));
     }
 
-    COLORREF Background() const {
-        RedrawWindow(field.hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_FRAME | RDW_UPDATENOW);
-        const HDC context = GetWindowDC(field.hwnd);
-        const COLORREF colour = GetPixel(context, GetSystemMetrics(SM_CXEDGE), 8);
-        ReleaseDC(field.hwnd, context);
-        return colour;
-    }
-
     FieldDialog dialog;
     CountingField& field = dialog.field;
 };
-
-TEST_F(FileFieldTest, EditAndButtonFillTheField) {
-    const int scroll = WindowMetric(field.hwnd, SM_CXVSCROLL);
-    SetWindowPos(field.hwnd, nullptr, 0, 0, 200, 25, SWP_NOMOVE | SWP_NOZORDER);
-    RECT client = {};
-    GetClientRect(field.hwnd, &client);
-    EXPECT_EQ(test::PlaceOf(field.button.hwnd),
-              (RECT{client.right - scroll, 0, client.right, client.bottom}));
-    EXPECT_EQ(test::PlaceOf(field.edit.hwnd), (RECT{1, 1, client.right - scroll - 1, client.bottom - 1}));
-}
 
 TEST_F(FileFieldTest, BrowsesByAltWithAnArrowUnlessReadOnly) {
     SetWindowTextW(field.hwnd, L"\\Storage\\Data.raw");
@@ -117,17 +87,6 @@ TEST_F(FileFieldTest, BrowsesWhenTheButtonIsReleasedInside) {
     Mouse(WM_LBUTTONDOWN, 3, 3);
     Mouse(WM_LBUTTONUP, 3, 3);
     EXPECT_EQ(field.browses, 1);
-}
-
-TEST_F(FileFieldTest, ShowsWhetherItCanBeEdited) {
-    SetWindowTheme(field.hwnd, L" ", L" ");
-    EXPECT_EQ(Background(), kEditColour);
-    field.SetReadOnly(true);
-    EXPECT_EQ(Background(), kStaticColour);
-    field.SetReadOnly(false);
-    EXPECT_EQ(Background(), kEditColour);
-    EnableWindow(field.hwnd, FALSE);
-    EXPECT_EQ(Background(), kStaticColour);
 }
 
 } // namespace
