@@ -76,8 +76,9 @@ std::uint64_t Number(const std::string& text, const char* name) {
 
 std::string Pack(const MountState& state) {
     return std::string("\n").append(Line("volume", state.volume)) + Line("key", state.key) +
-           Line("place", state.place) + Line("device", state.device) + Line("cipher", state.cipher) +
-           Line("size", std::to_string(state.size)) + Line("timeout", std::to_string(state.timeoutSeconds)) +
+           Line("place", state.place) + Line("folder", state.folder) + Line("device", state.device) +
+           Line("cipher", state.cipher) + Line("size", std::to_string(state.size)) +
+           Line("timeout", std::to_string(state.timeoutSeconds)) +
            Line("idle", std::to_string(state.idleSeconds)) + Line("process", std::to_string(state.process)) +
            Line("connection", std::to_string(state.connection)) +
            Line("readonly", state.isReadOnly ? "1" : "0");
@@ -87,6 +88,7 @@ MountState Unpack(const std::string& text) {
     return {.volume = Field(text, "volume"),
             .key = Field(text, "key"),
             .place = Field(text, "place"),
+            .folder = Field(text, "folder"),
             .device = Field(text, "device"),
             .cipher = Field(text, "cipher"),
             .size = Number(text, "size"),

@@ -13,6 +13,7 @@ struct MountState {
     std::string volume;
     std::string key;
     std::string place;  ///< the folder of the file system, or the plain file
+    std::string folder; ///< what is mounted for the user, and nothing else is ever unmounted
     std::string device; ///< the loop device, if there is one
     std::string cipher;
     std::uint64_t size = 0;

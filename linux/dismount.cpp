@@ -13,6 +13,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -39,22 +40,16 @@ struct Target {
     MountState state;
 };
 
-bool IsFile(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-/// The folder that somebody sees: of a plain file the one that holds it.
-std::string FolderOf(const MountState& state) {
-    return IsFile(state.place) ? state.place.substr(0, state.place.rfind('/')) : state.place;
-}
-
-/// What a path leads to may hang, so it is only compared as text when it is no data file.
-std::string Absolute(const char* path) {
+/// What a path leads to may hang, so only its parent is looked at.
+std::string Absolute(std::string path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.pop_back();
+    const std::size_t slash = path.rfind('/');
+    const std::string parent = slash == path.npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
     std::array<char, PATH_MAX> whole;
-    if (path[0] == '/' || getcwd(whole.data(), whole.size()) == nullptr)
+    if (path == "." || path == ".." || realpath(parent.c_str(), whole.data()) == nullptr)
         return path;
-    return std::string(whole.data()) + "/" + path;
+    return std::string(whole.data()) + "/" + (slash == path.npos ? path : path.substr(slash + 1));
 }
 
 std::vector<Target> FindTargets(const char* wanted) {
@@ -62,17 +57,16 @@ std::vector<Target> FindTargets(const char* wanted) {
     const std::string folder = wanted == nullptr ? std::string() : Absolute(wanted);
     for (const std::string& known : KnownIds()) {
         Target target{.id = known, .state = NotedState(known)};
-        const std::string& place = target.state.place;
-        const bool isFolder = place == folder || folder == place + "/" ||
-                              (place.starts_with(folder + "/") && place.rfind('/') == folder.size());
-        if (wanted == nullptr || isFolder || target.state.volume == folder || known == FileId(wanted))
+        const MountState& state = target.state;
+        if (wanted == nullptr || state.folder == folder || state.place == folder || state.volume == folder ||
+            known == FileId(wanted))
             targets.push_back(target);
     }
     return targets;
 }
 
 void NameHolders(const Target& target) {
-    const std::string folder = FolderOf(target.state);
+    const std::string& folder = target.state.folder;
     Warn("%s is in use and stays mounted", folder.c_str());
     for (const Holder& holder : FindHolders(folder))
         std::fprintf(stderr, "  %d %s\n", holder.process, holder.name.c_str());
@@ -85,11 +79,24 @@ void AwaitEnd(const Descriptor& connection) {
     static_cast<void>(ReceiveMessage(connection.Get()));
 }
 
+/// Takes away what a service left that is dead.
+void CleanUp(const Target& target) {
+    for (const std::string& folder : {target.state.folder, DrivePath(target.id)})
+        if (IsMountPoint(folder) && Unmount(folder, true) == 0)
+            Warn("%s has been unmounted; check the file system", folder.c_str());
+    RemoveTraces(target.id);
+}
+
+ExitCode TellDead(const Target& target) {
+    CleanUp(target);
+    return Fail(ExitCode::BadFile, "the service of %s had ended already", target.state.volume.c_str());
+}
+
 ExitCode Dismount(const Target& target) {
     const char* const volume = target.state.volume.c_str();
     const Descriptor connection = ConnectControl(target.id);
     if (!connection.IsOpen())
-        return Fail(ExitCode::BadFile, "the service of %s has ended already", volume);
+        return TellDead(target);
     if (!SendMessage(connection.Get(), kAskDismount))
         return Fail(ExitCode::Busy, "the service of %s does not listen: %s", volume, std::strerror(errno));
     const std::string answer = ReceiveMessage(connection.Get());
@@ -117,16 +124,11 @@ ExitCode DismountByForce(const Target& target) {
     ucred peer{};
     socklen_t size = sizeof(peer);
     if (!connection.IsOpen() || getsockopt(connection.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
-        return Fail(ExitCode::BadFile, "the service of %s has ended already", target.state.volume.c_str());
+        return TellDead(target);
     AbortConnection(target.state.connection);
     kill(peer.pid, SIGKILL);
     AwaitEnd(connection);
-    // A plain file's folder cannot be looked at any more; its name tells.
-    if (Unmount(target.state.place, true) != 0)
-        static_cast<void>(Unmount(target.state.place.substr(0, target.state.place.rfind('/')), true));
-    static_cast<void>(Unmount(DrivePath(target.id), true));
-    RemoveTraces(target.id);
-    Warn("the service of %s has been ended by force; check the file system", target.state.volume.c_str());
+    CleanUp(target);
     return ExitCode::Done;
 }
 

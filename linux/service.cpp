@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -170,6 +171,7 @@ MountState Service::State() const {
     return {.volume = order_.volume.path,
             .key = order_.volume.keyPath,
             .place = drive_.Place(),
+            .folder = order_.folder,
             .device = drive_.LoopDevice(),
             .cipher = CipherName(order_.volume.settings.Cipher),
             .size = order_.volume.size,
@@ -208,7 +210,8 @@ ExitCode Serve(ServiceOrder& order, LockedKey& key, int report, std::string& pla
                 close(report);
                 LeaveTerminal();
             } else {
-                Warn("%s", place.c_str());
+                std::printf("%s\n", place.c_str());
+                std::fflush(stdout);
             }
             code = service.Run();
             report = -1;

@@ -94,9 +94,17 @@ class Root(command.CommandTest):
         self.assert_nothing_left()
         self.mount()
         os.kill(self.state()["process"], signal.SIGKILL)
-        subprocess.run(["umount", "-l", self.place], check=True)
-        self.mount()
-        self.dismount()
+        told = self.dismount(code=BAD_FILE).stderr
+        self.assertIn(f"{self.place} has been unmounted", told)
+        self.mount("--foreground", "--read-only", "--raw", password="wrong", code=WRONG_PASSWORD)
+        with subprocess.Popen([command.PROGRAM, "mount", "--foreground", "--password-file", "-", self.raw], text=True,
+                              stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=command.ENVIRONMENT) as service:
+            service.stdin.write(PASSWORD + "\n")
+            service.stdin.close()
+            self.assertEqual(service.stdout.readline(), f"{self.place}\n")
+            os.chdir(self.place.parent)
+            self.quilla("dismount", "./Private/", code=DONE)
+            self.assertEqual(service.wait(20), DONE)
 
     def test_a_place_that_does_not_suit_is_named(self):
         self.create("--format", "ext4")
