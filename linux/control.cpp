@@ -80,6 +80,7 @@ std::string Pack(const MountState& state) {
            Line("cipher", state.cipher) + Line("size", std::to_string(state.size)) +
            Line("timeout", std::to_string(state.timeoutSeconds)) +
            Line("idle", std::to_string(state.idleSeconds)) + Line("process", std::to_string(state.process)) +
+           Line("folderdevice", std::to_string(state.folderDevice)) +
            Line("connection", std::to_string(state.connection)) +
            Line("readonly", state.isReadOnly ? "1" : "0");
 }
@@ -95,6 +96,7 @@ MountState Unpack(const std::string& text) {
             .timeoutSeconds = Number(text, "timeout"),
             .idleSeconds = Number(text, "idle"),
             .process = static_cast<int>(Number(text, "process")),
+            .folderDevice = Number(text, "folderdevice"),
             .connection = static_cast<unsigned>(Number(text, "connection")),
             .isReadOnly = Number(text, "readonly") != 0};
 }

@@ -20,7 +20,8 @@ struct MountState {
     std::uint64_t timeoutSeconds = 0;
     std::uint64_t idleSeconds = 0;
     int process = 0;
-    unsigned connection = 0; ///< the number of the mount's FUSE connection
+    std::uint64_t folderDevice = 0; ///< of what is mounted on the folder
+    unsigned connection = 0;        ///< the number of the mount's FUSE connection
     bool isReadOnly = false;
 };
 

@@ -79,11 +79,19 @@ void AwaitEnd(const Descriptor& connection) {
     static_cast<void>(ReceiveMessage(connection.Get()));
 }
 
+/// Whether what is mounted on the folder is what the service has mounted, or a mount whose service is dead.
+bool IsStillOurs(const MountState& state) {
+    struct stat status {};
+    return stat(state.folder.c_str(), &status) == 0 ? status.st_dev == state.folderDevice : errno == ENOTCONN;
+}
+
 /// Takes away what a service left that is dead.
 void CleanUp(const Target& target) {
-    for (const std::string& folder : {target.state.folder, DrivePath(target.id)})
-        if (IsMountPoint(folder) && Unmount(folder, true) == 0)
-            Warn("%s has been unmounted; check the file system", folder.c_str());
+    const std::string& folder = target.state.folder;
+    if (IsStillOurs(target.state) && Unmount(folder, true) == 0)
+        Warn("%s has been unmounted; check the file system", folder.c_str());
+    if (const std::string inner = DrivePath(target.id); IsMountPoint(inner))
+        static_cast<void>(Unmount(inner, true));
     RemoveTraces(target.id);
 }
 

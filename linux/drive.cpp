@@ -62,6 +62,8 @@ ExitCode Drive::Mount(int ended) {
     if (code != ExitCode::Done)
         return code;
     isMounted_ = true;
+    if (stat(order_.folder.c_str(), &status) == 0)
+        folderDevice_ = status.st_dev;
     return code;
 }
 

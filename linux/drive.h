@@ -6,6 +6,7 @@
 #include "linux/service.h"
 #include "platform/block_device.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -39,6 +40,8 @@ class Drive {
     /// The folder of the file system, or the plain file.
     [[nodiscard]] std::string Place() const;
     [[nodiscard]] const std::string& LoopDevice() const { return loop_; }
+    /// The device of what is mounted on the folder.
+    [[nodiscard]] std::uint64_t FolderDevice() const { return folderDevice_; }
     /// The number under which the system lists the FUSE connection.
     [[nodiscard]] unsigned Connection() const { return connection_; }
 
@@ -54,6 +57,7 @@ class Drive {
     std::string name_;
     std::string inner_; ///< the folder that shows the FUSE file
     std::string loop_;
+    std::uint64_t folderDevice_ = 0;
     unsigned connection_ = 0;
     Descriptor fuse_;
     std::unique_ptr<fuse::Server> server_;

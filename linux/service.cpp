@@ -178,6 +178,7 @@ MountState Service::State() const {
             .timeoutSeconds = order_.volume.settings.Timeout / kUnitsPerSecond,
             .idleSeconds = now > last ? (now - last) / kUnitsPerSecond : 0,
             .process = getpid(),
+            .folderDevice = drive_.FolderDevice(),
             .connection = drive_.Connection(),
             .isReadOnly = order_.volume.isReadOnly};
 }
