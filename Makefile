@@ -2,7 +2,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host linux handheld test-handheld handheld-arm arm demo test tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages windows host linux handheld test-handheld handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -26,6 +26,13 @@ linux: packages
 handheld: packages
 	@tools/configure handheld
 	@cmake --build --preset handheld -j $(JOBS)
+
+# The native command killed in the middle of two hundred changes of a password.
+test-kills:
+	@cmake --preset bench >/dev/null
+	@cmake --build --preset bench -j $(JOBS) --target quilla
+	@cd tests/linux && QUILLA=$(CURDIR)/build/bench/bin/quilla QUILLA_KILLS=200 python3 files_test.py \
+		Files.test_one_password_opens_whenever_the_command_is_killed
 
 # The very image of the driver, run by a loader of the tests under Linux.
 test-handheld: handheld
