@@ -22,8 +22,7 @@ bool IsAbsolute(TextView path) {
 }
 
 bool HasExtension(TextView path) {
-    const std::size_t component = path.rfind(kBackslash) + 1; // npos + 1 = 0: the whole name
-    return path.substr(component).find(kStop) != TextView::npos;
+    return FileNameIn(path).find(kStop) != TextView::npos;
 }
 
 /// Puts texts together; false, with the field cut, if they do not fit.
@@ -51,6 +50,10 @@ void CompleteFileName(TextView asTyped, TextView extension, PathText& name) {
     const TextView stop = isComplete ? TextView() : TextView(QUILLA_TEXT("."));
     if (!JoinText(name, {root, typed, stop, isComplete ? TextView() : extension}))
         CopyText(name, typed);
+}
+
+TextView FileNameIn(TextView path) {
+    return path.substr(path.rfind(kBackslash) + 1); // npos + 1 = 0: the whole name
 }
 
 void ProposeKeyPath(TextView volumePath, PathText& keyPath) {

@@ -14,4 +14,7 @@ void CompleteFileName(TextView typed, TextView extension, PathText& name);
 /// folder's the name itself.
 void ProposeKeyPath(TextView volumePath, PathText& keyPath);
 
+/// The name of a file without its folder: the end of the path's own text.
+[[nodiscard]] TextView FileNameIn(TextView path);
+
 } // namespace quilla

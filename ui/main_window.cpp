@@ -10,6 +10,7 @@
 #include "store/registry_store.h"
 #include "toolkit/dpi.h"
 #include "ui/dialog_support.h"
+#include "ui/file_name.h"
 #include "ui/resource.h"
 
 #include <cwchar>
@@ -34,6 +35,7 @@ void MainWindow::Attach(HWND handle) {
     LoadIcons();
     shellStarted_ = RegisterWindowMessageW(L"TaskbarCreated");
     icon_.Add(hwnd);
+    occasions_.Begin(hwnd);
     bar_.Create(hwnd, nullptr, 0);
     bar_.InsertMenuBar(IDR_MENU_BAR, accelerators_);
     bar_.AddButtons();
@@ -80,6 +82,8 @@ bool MainWindow::PreTranslate(MSG& message) {
 }
 
 LRESULT MainWindow::OnMessage(BMessage& message) {
+    if (occasions_.HasCome(message)) // what clients have written is on the disk when this returns
+        server_.DismountAll(RequestServer::kSenderPatience);
     switch (message.message) {
     case WM_CLOSE:
         OnClose();
@@ -181,6 +185,7 @@ void MainWindow::OnIdle() {
 void MainWindow::OnDestroy() {
     SetErrorAnnouncer(nullptr, nullptr);
     SaveSettings();
+    occasions_.End();
     icon_.Remove();
     ClearRows(list_);
     PostQuitMessage(0);
@@ -223,8 +228,7 @@ void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason r
     const wchar_t* const loss =
         report.flushed ? L"" : L" Not all that was written has reached its data file.";
     wchar_t text[256]; // what a notice takes
-    FormatText(text, L"%.70ls%ls%ls%ls", record.Path + FieldText(record.Path).rfind(L'\\') + 1, cause, cutOff,
-               loss);
+    FormatText(text, L"%.70ls%ls%ls%ls", FileNameIn(record.Path).data(), cause, cutOff, loss);
     icon_.ShowNotice(kMainWindowTitle, text, isHarmless ? NIIF_INFO : NIIF_WARNING);
 }
 

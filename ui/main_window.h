@@ -4,6 +4,7 @@
 #include "service/request_server.h"
 #include "toolkit/window.h"
 #include "ui/command_bar.h"
+#include "ui/dismount_occasions.h"
 #include "ui/notification_icon.h"
 #include "ui/ui_services.h"
 #include "ui/volume_list_view.h"
@@ -103,6 +104,7 @@ class MainWindow final : public BWindow {
     VolumeListView list_;
     HACCEL accelerators_ = nullptr; ///< a resource: freed with the module
     NotificationIcon icon_;
+    DismountOccasions occasions_;
     ServerObserver observer_{*this};
     RequestServer server_;
     UniqueIcon smallIcon_;

@@ -61,6 +61,8 @@ const MainWindow::Command* MainWindow::FindCommand(int id) {
 
 LRESULT MainWindow::OnCommand(int id, int code, HWND control) {
     const Command* const command = FindCommand(id);
+    if (!command && occasions_.OnCommand(id))
+        return 0;
     if (!command)
         return BWindow::OnCommand(id, code, control);
     if (server_.IsServing()) { // from outside, in the middle of a request: it comes again
@@ -76,7 +78,8 @@ LRESULT MainWindow::OnCommand(int id, int code, HWND control) {
 void MainWindow::OnUpdateCommand(BCommandState& state) {
     const Command* const command = FindCommand(state.id);
     if (!command) {
-        BWindow::OnUpdateCommand(state);
+        if (!occasions_.OnUpdateCommand(state))
+            BWindow::OnUpdateCommand(state);
         return;
     }
     const VolumeRecord* const volume = SelectedVolume();

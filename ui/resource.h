@@ -32,6 +32,9 @@
 #define IDM_DISMOUNT_ALL 1022
 #define IDM_DISMOUNT_EXIT 1023
 #define IDM_REFRESH 1024
+#define IDM_ON_SUSPEND 1025
+#define IDM_ON_LOG_OFF 1026
+#define IDM_ON_LOCK 1027
 
 /* The dialog of New, Mount and Properties. */
 #define IDD_VOLUME 3

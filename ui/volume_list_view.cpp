@@ -6,7 +6,13 @@
 #include "store/display_text.h"
 #include "store/volume_list.h"
 #include "toolkit/dpi.h"
+#include "ui/file_name.h"
 #include "ui/resource.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <iterator>
 
 namespace quilla {
 
@@ -50,6 +56,24 @@ int CALLBACK CompareRows(LPARAM one, LPARAM other, LPARAM context) {
     return order.descending ? -result : result;
 }
 
+/// The image of rows without one: it keeps their texts in line with the others'.
+constexpr int kBlankImage = 1;
+
+UniqueIcon CreateBlankIcon(int size) {
+    constexpr int kLargest = 256;
+    constexpr std::size_t kBytes = kLargest * kLargest / 8;
+    static BYTE bits[2 * kBytes]; // what is transparent, then what is white
+    const int side = std::min(size, kLargest) / 16 * 16;
+    const std::size_t used = static_cast<std::size_t>(side) * static_cast<std::size_t>(side) / 8;
+    std::memset(bits, 0xFF, used);
+    std::memset(bits + used, 0, used);
+    const UniqueBitmap mask(CreateBitmap(side, 2 * side, 1, 1, bits));
+    ICONINFO description{};
+    description.fIcon = TRUE;
+    description.hbmMask = mask.Get();
+    return UniqueIcon(CreateIconIndirect(&description));
+}
+
 POINT MessagePoint() {
     const DWORD position = GetMessagePos();
     return {static_cast<short>(LOWORD(position)), static_cast<short>(HIWORD(position))};
@@ -59,7 +83,7 @@ POINT MessagePoint() {
 
 void VolumeListView::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BListView::GetCreateDefaults(windowClass, creation);
-    creation.style |= WS_TABSTOP | LVS_REPORT | LVS_SHOWSELALWAYS | LVS_SHAREIMAGELISTS;
+    creation.style |= WS_TABSTOP | LVS_REPORT | LVS_SHOWSELALWAYS | LVS_SINGLESEL | LVS_SHAREIMAGELISTS;
 }
 
 void VolumeListView::Attach(HWND handle) {
@@ -85,8 +109,9 @@ void VolumeListView::LoadImages() {
 
     const int size = WindowMetric(hwnd, SM_CXSMICON);
     const UniqueIcon icon = LoadProgramIcon(size);
-    UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 1, 0));
+    UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 2, 0));
     ImageList_ReplaceIcon(images.Get(), -1, icon.Get());
+    ImageList_ReplaceIcon(images.Get(), -1, CreateBlankIcon(size).Get());
     ListView_SetImageList(hwnd, images.Get(), LVSIL_SMALL);
     images_ = std::move(images);
 }
@@ -161,12 +186,38 @@ LRESULT VolumeListView::OnMessage(BMessage& message) {
         OpenMenuByKey();
         return 0;
     }
+    if (message.message == WM_CHAR && message.wParam > VK_SPACE) {
+        Search(static_cast<wchar_t>(message.wParam));
+        return 0;
+    }
     if (message.message == WM_PAINT && ListView_GetItemCount(hwnd) == 0) {
         const LRESULT result = BListView::OnMessage(message);
         PaintHint();
         return result;
     }
     return BListView::OnMessage(message);
+}
+
+/// Instead of the list's own search, which looks at the paths that rows show.
+void VolumeListView::Search(wchar_t unit) {
+    constexpr DWORD kPause = 1000; // milliseconds
+    const DWORD now = GetTickCount();
+    std::size_t length = now - lastTyped_ > kPause ? 0 : std::wcslen(typed_);
+    lastTyped_ = now;
+    const int first = std::max(SelectedRow(*this) + (length == 0 ? 1 : 0), 0);
+    if (length < std::size(typed_) - 1)
+        typed_[length++] = unit;
+    typed_[length] = 0;
+    const int count = ListView_GetItemCount(hwnd);
+    for (int i = 0; i < count; ++i) {
+        const int row = (first + i) % count;
+        const TextView start = FileNameIn(RecordAt(*this, row).Path).substr(0, length);
+        if (CompareStringW(LOCALE_USER_DEFAULT, NORM_IGNORECASE, start.data(), static_cast<int>(start.size()),
+                           typed_, static_cast<int>(length)) == CSTR_EQUAL) {
+            SelectRow(row);
+            return;
+        }
+    }
 }
 
 void VolumeListView::PaintHint() const {
@@ -225,7 +276,7 @@ LRESULT VolumeListView::OnNotify(NMHDR& header) {
         // A row without an image carries -1, which desktop list views understand as a question.
         LVITEMW& item = reinterpret_cast<NMLVDISPINFOW&>(header).item;
         if (item.mask & LVIF_IMAGE)
-            item.iImage = I_IMAGENONE;
+            item.iImage = kBlankImage;
         return 0;
     }
     default:

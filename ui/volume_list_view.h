@@ -38,6 +38,8 @@ class VolumeListView : public BListView {
 
   private:
     void AddColumns();
+    /// Selects the next volume whose file's name begins with what has been typed without a pause.
+    void Search(wchar_t unit);
     /// Says in an empty list how to begin.
     void PaintHint() const;
     void MarkSortColumn() const;
@@ -48,6 +50,8 @@ class VolumeListView : public BListView {
 
     UniqueImageList images_;
     UniqueFont font_;
+    wchar_t typed_[32] = {};
+    DWORD lastTyped_ = 0;
     UINT dpi_ = USER_DEFAULT_SCREEN_DPI;
     int sortColumn_ = 0;
     bool sortsDescending_ = false;

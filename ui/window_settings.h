@@ -4,6 +4,8 @@
 
 namespace quilla {
 
+inline constexpr wchar_t kWindowSettingsKey[] = L"Software\\Orvane\\Quilla\\Window";
+
 inline constexpr int kListColumns = 5;
 
 /// What the main window looks like between two runs. Kept beside the volume list in the registry, one number

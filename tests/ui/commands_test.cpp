@@ -4,6 +4,7 @@
 
 #include <map>
 #include <shellapi.h>
+#include <wtsapi32.h>
 
 namespace quilla {
 namespace {
@@ -13,6 +14,8 @@ using namespace test;
 class CommandsTest : public UiTest {
   protected:
     CommandsTest() { OpenMainWindow(); }
+
+    static constexpr int kSubmenu = -1;
 
     /// Ids of a menu's items and whether they are enabled.
     using Items = std::map<int, bool>;
@@ -58,8 +61,11 @@ TEST_F(CommandsTest, TheToolbarFollowsTheSelection) {
     EXPECT_EQ(EnabledButtons(), (Ids{IDM_DISMOUNT, IDM_PROPERTIES}));
     Command(IDM_CLOSE); // disabled: a command that arrives all the same does nothing
     EXPECT_EQ(CountRows(), 2);
-    ListView_SetItemState(List(), -1, LVIS_SELECTED, LVIS_SELECTED);
-    EXPECT_EQ(EnabledButtons(), Ids{}) << "two rows selected";
+    SendMessageW(List(), WM_CHAR, 'B', 1);
+    EXPECT_EQ(EnabledButtons(), (Ids{IDM_CLOSE, IDM_DELETE, IDM_MOUNT, IDM_PROPERTIES}))
+        << "found by its name";
+    Command(IDM_CLOSE);
+    EXPECT_EQ(EnabledButtons(), (Ids{IDM_DISMOUNT, IDM_PROPERTIES})) << "its neighbour is selected";
 }
 
 TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
@@ -84,10 +90,12 @@ TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
 TEST_F(CommandsTest, TheNotificationIconHasAMenuAndComesBackWithTheShell) {
     AddVolume(L"a", CipherId::None);
     const auto openMenu = [this] { SendMessageW(window->hwnd, WM_TRAYICON, 101, WM_RBUTTONUP); };
-    EXPECT_EQ(ItemsOfMenu(openMenu),
-              (Items{{IDM_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, false}}));
+    EXPECT_EQ(
+        ItemsOfMenu(openMenu),
+        (Items{{kSubmenu, true}, {IDM_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, false}}));
     MountRow(0);
-    const Items mounted = {{IDM_DISMOUNT_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, true}};
+    const Items mounted = {
+        {kSubmenu, true}, {IDM_DISMOUNT_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, true}};
     EXPECT_EQ(ItemsOfMenu(openMenu), mounted);
 
     NOTIFYICONDATAW icon{};
@@ -98,6 +106,79 @@ TEST_F(CommandsTest, TheNotificationIconHasAMenuAndComesBackWithTheShell) {
     Shell_NotifyIconW(NIM_DELETE, &icon); // as a shell that ends forgets it
     SendMessageW(window->hwnd, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
     EXPECT_TRUE(Shell_NotifyIconW(NIM_MODIFY, &icon));
+}
+
+TEST_F(CommandsTest, DismountsOnTheOccasionsThatAreChosen) {
+    const struct {
+        UINT message;
+        WPARAM event;
+        int command;
+        bool isChosenAtFirst;
+    } occasions[] = {{WM_ENDSESSION, TRUE, IDM_ON_LOG_OFF, true},
+                     {WM_POWERBROADCAST, PBT_APMSUSPEND, IDM_ON_SUSPEND, false},
+                     {WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, IDM_ON_LOCK, false}};
+    AddVolume(L"a", CipherId::None);
+    for (const auto& occasion : occasions) {
+        const auto isDismounted = [&] {
+            if (!RecordOf(0).IsMounted())
+                MountRow(0);
+            SendMessageW(window->hwnd, occasion.message, occasion.event, 0);
+            return !RecordOf(0).IsMounted();
+        };
+        EXPECT_EQ(isDismounted(), occasion.isChosenAtFirst) << occasion.command;
+        Command(occasion.command);
+        CloseMainWindow();
+        OpenMainWindow(); // the choice is kept
+        AddVolume(L"a", CipherId::None);
+        EXPECT_NE(isDismounted(), occasion.isChosenAtFirst) << occasion.command;
+    }
+}
+
+/// Numbers and texts that users and scripts know by heart.
+TEST_F(CommandsTest, MenusAndKeysAreThoseOfTheHelpPage) {
+    const struct {
+        int id;
+        const wchar_t* text;
+    } items[] = {{IDM_NEW, L"New...\t"},
+                 {IDM_OPEN, L"Open..."},
+                 {IDM_CLOSE, L"Close"},
+                 {IDM_DELETE, L"Delete...\t"},
+                 {IDM_EXIT, L"Exit"},
+                 {IDM_MOUNT, L"Mount...\t"},
+                 {IDM_DISMOUNT, L"Dismount"},
+                 {IDM_CHANGE_PASSWORD, L"Change Password..."},
+                 {IDM_PROPERTIES, L"Properties...\t"},
+                 {IDM_COPY_ADDRESS, L"Copy Address"},
+                 {IDM_CONTENTS, L"Contents\t"},
+                 {IDM_ABOUT, L"About..."}};
+    for (const auto& item : items) {
+        wchar_t text[64] = {};
+        GetMenuStringW(GetMenu(window->hwnd), static_cast<UINT>(item.id), text, 64, MF_BYCOMMAND);
+        EXPECT_TRUE(std::wstring(text).starts_with(item.text)) << item.text; // keys have names of a keyboard
+    }
+    const std::pair<int, const wchar_t*> buttons[] = {{IDM_NEW, L"New"},     {IDM_OPEN, L"Open"},
+                                                      {IDM_CLOSE, L"Close"}, {IDM_DELETE, L"Delete"},
+                                                      {IDM_MOUNT, L"Mount"}, {IDM_DISMOUNT, L"Dismount"}};
+    for (const auto& [id, tip] : buttons) {
+        wchar_t text[64] = {};
+        NMTBGETINFOTIPW query{};
+        query.hdr = {Toolbar(), 0, static_cast<UINT>(TBN_GETINFOTIPW)};
+        query.iItem = id;
+        query.pszText = text;
+        query.cchTextMax = 64;
+        SendMessageW(window->hwnd, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&query));
+        EXPECT_STREQ(text, tip);
+    }
+    const wchar_t* const columns[] = {L"Volume", L"Size", L"Encryption", L"Key", L"State"};
+    for (int column = 0; column < 5; ++column) {
+        wchar_t title[32] = {};
+        LVCOLUMNW query{};
+        query.mask = LVCF_TEXT;
+        query.pszText = title;
+        query.cchTextMax = 32;
+        ListView_GetColumn(List(), column, &query);
+        EXPECT_STREQ(title, columns[column]);
+    }
 }
 
 TEST_F(CommandsTest, CopiesTheAddressOfAMountedVolume) {

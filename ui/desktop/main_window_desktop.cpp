@@ -5,6 +5,7 @@
 #include "toolkit/dpi.h"
 #include "ui/clipboard.h"
 #include "ui/dialog_support.h"
+#include "ui/file_name.h"
 #include "ui/main_window.h"
 #include "ui/menu_shortcuts.h"
 #include "ui/resource.h"
@@ -24,12 +25,6 @@ constexpr int kLeastHeight = 160;
 /// Whether enough of a window would be on a screen for the user to get at it.
 bool IsReachable(const RECT& place) {
     return MonitorFromRect(&place, MONITOR_DEFAULTTONULL) != nullptr;
-}
-
-/// The name of a file without its folder.
-const wchar_t* FileNameOf(const wchar_t* path) {
-    const wchar_t* const backslash = std::wcsrchr(path, L'\\');
-    return backslash ? backslash + 1 : path;
 }
 
 /// What a double click does, or what a mounted volume is good for.
@@ -103,11 +98,8 @@ bool MainWindow::OnEditionMessage(const BMessage& message, LRESULT& result) {
                                   static_cast<wchar_t>(LOWORD(message.wParam)));
         return true;
     case WM_ENDSESSION:
-        // The process is about to be ended: what its clients have written shall be on the disk.
-        if (message.wParam) {
+        if (message.wParam) // the process is about to be ended
             SaveSettings();
-            server_.DismountAll(RequestServer::kSenderPatience);
-        }
         return true;
     default:
         return false;
@@ -140,7 +132,7 @@ void MainWindow::OnDropFiles(HDROP drop) {
             continue;
         }
         DragQueryFileW(drop, i, path, kPathUnits);
-        const wchar_t* const extension = std::wcsrchr(FileNameOf(path), L'.');
+        const wchar_t* const extension = std::wcsrchr(FileNameIn(path).data(), L'.');
         if (extension && lstrcmpiW(extension, L".raw") == 0)
             OpenVolume(path);
     }

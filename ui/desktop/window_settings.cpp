@@ -6,8 +6,6 @@ namespace quilla {
 
 namespace {
 
-constexpr wchar_t kSettingsKey[] = L"Software\\Orvane\\Quilla\\Window";
-
 constexpr const wchar_t* kPlaceNames[] = {L"Left", L"Top", L"Right", L"Bottom"};
 constexpr LONG RECT::*kPlaceEdges[] = {&RECT::left, &RECT::top, &RECT::right, &RECT::bottom};
 constexpr const wchar_t* kColumnNames[kListColumns] = {L"VolumeWidth", L"SizeWidth", L"EncryptionWidth",
@@ -70,7 +68,7 @@ bool ReadFlag(const SettingsKey& key, const wchar_t* name) {
 WindowSettings LoadWindowSettings() {
     WindowSettings settings;
     HKEY opened = nullptr;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, KEY_READ, &opened) != ERROR_SUCCESS)
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, kWindowSettingsKey, 0, KEY_READ, &opened) != ERROR_SUCCESS)
         return settings;
     const SettingsKey key{UniqueRegistryKey(opened)};
     settings.hasPlace = ReadPlace(key, settings.place);
@@ -92,7 +90,7 @@ WindowSettings LoadWindowSettings() {
 
 void SaveWindowSettings(const WindowSettings& settings) {
     HKEY created = nullptr;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, kSettingsKey, 0, nullptr, 0, KEY_WRITE, nullptr, &created,
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, kWindowSettingsKey, 0, nullptr, 0, KEY_WRITE, nullptr, &created,
                         nullptr) != ERROR_SUCCESS)
         return;
     const SettingsKey key{UniqueRegistryKey(created)};

@@ -1,6 +1,7 @@
 // Comforts of a desktop that a handheld does without.
 
 #include "ui/dialog_support.h"
+#include "ui/dismount_occasions.h"
 #include "ui/gui_handles.h"
 #include "ui/menu_shortcuts.h"
 
@@ -17,6 +18,23 @@ UniqueFont CreateMessageFont(HWND /*window*/) {
     if (GetObjectW(GetStockObject(SYSTEM_FONT), sizeof(description), &description) == 0)
         return UniqueFont();
     return UniqueFont(CreateFontIndirectW(&description));
+}
+
+/// Nobody logs off there, and a handheld that is switched off keeps its volumes.
+void DismountOccasions::Begin(HWND /*window*/) {}
+
+void DismountOccasions::End() {}
+
+bool DismountOccasions::HasCome(const MSG& /*message*/) const {
+    return false;
+}
+
+bool DismountOccasions::OnCommand(int /*id*/) {
+    return false;
+}
+
+bool DismountOccasions::OnUpdateCommand(BCommandState& /*state*/) const {
+    return false;
 }
 
 } // namespace quilla
