@@ -9,16 +9,17 @@ _quilla() {
     case $before in
         --cipher) mapfile -t COMPREPLY < <(compgen -W "twofish cast128 none" -- "$word"); return ;;
         --format) mapfile -t COMPREPLY < <(compgen -W "ext4 fat exfat xfs btrfs" -- "$word"); return ;;
-        --size | --timeout) return ;;
+        --size | --timeout | --strength) return ;;
         --key | --password-file) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     esac
     case ${COMP_WORDS[1]} in
-        create) options="--size --cipher --key --timeout --format --password-file" ;;
+        create) options="--size --cipher --key --timeout --format --password-file --no-strength" ;;
         mount) options="--key --password-file --plain --read-only --raw --foreground" ;;
         dismount) options="--all --force" ;;
         list) options="--json" ;;
         info) options="--key --json" ;;
-        passwd | check) options="--key --password-file" ;;
+        passwd) options="--key --password-file --strength --no-strength" ;;
+        check) options="--key --password-file" ;;
     esac
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options --help" -- "$word")
