@@ -36,7 +36,8 @@ void ChangePasswordDialog::Attach(HWND handle) {
 void ChangePasswordDialog::ShowStrength() {
     std::optional<KeyStrength> strength;
     const bool isRead = ReadKeyStrength(record->KeyPath, strength) == KeyFileStatus::Done;
-    CheckDlgButton(hwnd, IDC_STRENGTH, strength || !isRead ? BST_CHECKED : BST_UNCHECKED);
+    SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_SETCHECK, strength || !isRead ? BST_CHECKED : BST_UNCHECKED,
+                        0);
 }
 
 LRESULT ChangePasswordDialog::OnMessage(BMessage& message) {
@@ -61,7 +62,7 @@ bool ChangePasswordDialog::OpenKey(KeyBlock& block, std::optional<Argon2Cost>& c
     TakePasswordKey(oldEdit.hwnd, *passwordKey);
     KeyAttempt attempt{.strengthener = wait_};
     if (OpenVolumeKey(*record, *passwordKey, block, &attempt)) {
-        if (IsDlgButtonChecked(hwnd, IDC_STRENGTH) == BST_CHECKED)
+        if (SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_GETCHECK, 0, 0) == BST_CHECKED)
             cost = attempt.strength ? CostOf(*attempt.strength) : kDefaultArgon2Cost;
         return true;
     }

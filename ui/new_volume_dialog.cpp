@@ -29,7 +29,7 @@ void NewVolumeDialog::Attach(HWND handle) {
     record->DeviceHandle = 0;
     VolumeDialog::Attach(handle);
     SetCaption(IDS_NEW);
-    CheckDlgButton(hwnd, IDC_STRENGTH, BST_CHECKED);
+    SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_SETCHECK, BST_CHECKED, 0);
     ShowRepeat();
 }
 
@@ -94,8 +94,8 @@ void NewVolumeDialog::OnOk() {
         TakePasswordKey(passwordEdit.hwnd, *passwordKey);
     }
     KeyStrength strength{};
-    const bool isStrong =
-        work.Cipher != CipherId::None && IsDlgButtonChecked(hwnd, IDC_STRENGTH) == BST_CHECKED;
+    const bool isStrong = work.Cipher != CipherId::None &&
+                          SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_GETCHECK, 0, 0) == BST_CHECKED;
     if (isStrong && !MakeStrong(*passwordKey, strength))
         return;
     watch_.Begin(work);

@@ -88,7 +88,7 @@ class ProgressMark {
 /// Serves the thread's messages until the work is done. What would end a modal dialog ends the work instead.
 void ServeMessages(Work& work, const ProgressMark& mark) {
     const HANDLE done = work.done.Get();
-    while (MsgWaitForMultipleObjects(1, &done, FALSE, kStepOfMark, QS_ALLINPUT) != WAIT_OBJECT_0) {
+    while (MsgWaitForMultipleObjectsEx(1, &done, kStepOfMark, QS_ALLINPUT, 0) != WAIT_OBJECT_0) {
         mark.Show(work.watch.percentDone);
         MSG message;
         while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
