@@ -34,11 +34,11 @@ class StreamDriver {
   private:
     /// The entry points, in the signatures of the stream driver interface with pointer-sized handles.
     struct EntryPoints {
-        std::uintptr_t(WINAPI* init)(std::uintptr_t context);
-        BOOL(WINAPI* deinit)(std::uintptr_t device);
-        std::uintptr_t(WINAPI* open)(std::uintptr_t device, DWORD access, DWORD sharing);
-        BOOL(WINAPI* close)(std::uintptr_t open);
-        BOOL(WINAPI* control)
+        std::uintptr_t (*init)(std::uintptr_t context);
+        BOOL (*deinit)(std::uintptr_t device);
+        std::uintptr_t (*open)(std::uintptr_t device, DWORD access, DWORD sharing);
+        BOOL (*close)(std::uintptr_t open);
+        BOOL(*control)
         (std::uintptr_t open, DWORD code, BYTE* input, DWORD inputSize, BYTE* output, DWORD outputSize,
          DWORD* returned);
     };

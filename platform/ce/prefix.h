@@ -62,6 +62,19 @@ inline int ScaleNumber(int number, int numerator, int denominator) {
     return static_cast<int>((static_cast<long long>(number) * numerator + denominator / 2) / denominator);
 }
 
+/// Short forms of messages and of a longer call.
+inline BOOL SetButtonCheck(HWND dialog, int id, UINT check) {
+    SendDlgItemMessageW(dialog, id, BM_SETCHECK, check, 0);
+    return TRUE;
+}
+inline UINT GetButtonCheck(HWND dialog, int id) {
+    return static_cast<UINT>(SendDlgItemMessageW(dialog, id, BM_GETCHECK, 0, 0));
+}
+inline DWORD AwaitObjects(DWORD count, const HANDLE* objects, BOOL /*all*/, DWORD milliseconds,
+                          DWORD messages) {
+    return MsgWaitForMultipleObjectsEx(count, const_cast<HANDLE*>(objects), milliseconds, messages, 0);
+}
+
 /// The shell knows the first form of its record only, and no notices.
 inline BOOL NotifyIcon(DWORD message, NOTIFYICONDATAW* data) {
     data->cbSize = NOTIFYICONDATAW_V1_SIZE;
@@ -70,6 +83,9 @@ inline BOOL NotifyIcon(DWORD message, NOTIFYICONDATAW* data) {
 
 } // namespace quilla
 
+#define CheckDlgButton quilla::SetButtonCheck
+#define IsDlgButtonChecked quilla::GetButtonCheck
+#define MsgWaitForMultipleObjects quilla::AwaitObjects
 #define MulDiv quilla::ScaleNumber
 #define Shell_NotifyIconW quilla::NotifyIcon
 #define GetCurrentThreadId quilla::OwnThreadId
