@@ -2,7 +2,9 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all packages windows host linux handheld test-handheld handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
+WINE32 ?= build/wine32
+
+.PHONY: all packages windows host linux handheld test-handheld test-handheld-program handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -40,6 +42,13 @@ test-handheld: handheld
 	@g++ -m32 -mstackrealign -I. -I/usr/include/x86_64-linux-gnu -std=c++20 -O2 -Wall -Wextra \
 		tests/handheld/load_driver.cpp -o build/handheld/load_driver
 	@tests/handheld/driver_test.py build/handheld/load_driver build/handheld/bin/QuillaDriver.dll
+
+# The very image of the program, run with Wine in a 32-bit root of its own (WINE32=folder): needs root and 1.5 GB.
+test-handheld-program: handheld
+	@tools/install-packages tools/packages-handheld-program.txt
+	@tools/make-wine32-root $(WINE32)
+	@tests/handheld/build_coredll build/handheld/bin
+	@tests/handheld/program_test.py $(WINE32) build/handheld/bin
 
 # The same for ARM, and the driver's image run in an emulator.
 handheld-arm: packages
