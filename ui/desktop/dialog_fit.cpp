@@ -47,7 +47,8 @@ void CentreOverOwner(HWND dialog) {
 void FitDialog(HWND dialog, int units, std::span<const ControlLayout> controls) {
     // One that is shared and stays: where dialogs show an icon it is to be the program's.
     const HICON icon = LoadIconW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM));
-    SendMessageW(dialog, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(icon));
+    for (const WPARAM size : {ICON_SMALL, ICON_BIG})
+        SendMessageW(dialog, WM_SETICON, size, reinterpret_cast<LPARAM>(icon));
     RECT growth{0, 0, units, 0};
     MapDialogRect(dialog, &growth);
     const int pixels = growth.right;
