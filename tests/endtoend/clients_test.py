@@ -1,9 +1,12 @@
 """Other projects' NBD and iSCSI clients on the real program."""
 
+import pathlib
+import sys
 import unittest
 
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import oracle  # noqa: E402
+import quilla  # noqa: E402
 
 MIB = 1 << 20
 

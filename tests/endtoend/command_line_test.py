@@ -1,10 +1,13 @@
 """What a user of the command line sees: boxes, exit codes, and an instance that serves unseen."""
 
-from concurrent import futures
+import pathlib
+import sys
 import unittest
+from concurrent import futures
 
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import oracle  # noqa: E402
+import quilla  # noqa: E402
 
 USAGE = ("Quilla Tarn",
          "Incorrect command line format\n\nmount\t[/volume] VolumeFile.raw [/key KeyFile.key] [/password 97531]\n"

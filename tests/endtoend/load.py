@@ -2,12 +2,15 @@
 
 import collections
 import contextlib
+import pathlib
 import random
 import socket
+import sys
 import threading
 
-import nbd
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import nbd  # noqa: E402
+import quilla  # noqa: E402
 
 SECTOR = 512
 CLIENTS = 8

@@ -5,13 +5,16 @@ QUILLA_LONG_RUN makes it fifty kills and 25 rounds of the others instead of a fe
 """
 
 import os
+import pathlib
 import random
+import sys
 import time
 import unittest
 
-import load
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import load  # noqa: E402
+import oracle  # noqa: E402
+import quilla  # noqa: E402
 
 ROUNDS = 25 if "QUILLA_LONG_RUN" in os.environ else 1
 

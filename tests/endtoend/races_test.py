@@ -3,12 +3,14 @@
 import os
 import pathlib
 import signal
+import sys
 import time
 import unittest
 
-import nbd
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import nbd  # noqa: E402
+import oracle  # noqa: E402
+import quilla  # noqa: E402
 
 ROUNDS = int(os.environ.get("QUILLA_RACE_ROUNDS", "30"))
 

@@ -4,86 +4,18 @@ The pictures are kept in build/windows/screenshots. With QUILLA_DPI=144 or 192 t
 """
 
 import os
+import pathlib
 import shutil
-import subprocess
-import time
+import sys
 import unittest
 
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import oracle  # noqa: E402
+import quilla  # noqa: E402
+from hands import FIRST_ROW, Hands  # noqa: E402
 
 MIB = 1 << 20
 OLD_PASSWORD, NEW_PASSWORD = "97531", "Correct horse 24680"
-FIRST_ROW = 60, 68  # a place in the list's first row, in the window without its frame, at 96 pixels per inch
-
-
-class Hands:
-    """Keyboard, mouse and eyes of a user."""
-
-    def __init__(self, desktop, pictures):
-        self.desktop, self.pictures = desktop, pictures
-        self.number = 0
-
-    def tool(self, *words):
-        return self.desktop.tool("xdotool", *map(str, words), check=False).strip()
-
-    def active_title(self):
-        return self.tool("getactivewindow", "getwindowname")
-
-    def has_keyboard(self, title):
-        """Whether the window manager and the program agree that the window of this title is being typed to."""
-        return self.active_title() == title and self.desktop.desk.ask("focus") == [title]
-
-    def expect(self, title):
-        """Waits until the window of this title has the keyboard."""
-        try:
-            quilla.wait_until(lambda: self.has_keyboard(title), f'the window "{title}"', 30)
-        except quilla.Failure as failure:
-            self.picture("failure")
-            raise quilla.Failure(f'{failure}; "{self.active_title()}" is in front') from None
-
-    def take_up(self):
-        """Turns to the main window as a user does, with a click: its notification icon, whose window Wine shows at
-        the same time, may have taken the keyboard."""
-        quilla.wait_until(self.desktop.is_visible, "the main window")
-        quilla.wait_until(lambda: self.active_title() == "Quilla Tarn", "the main window to be in front")
-        self.click_row()
-        self.expect("Quilla Tarn")
-
-    def keys(self, *names):
-        for name in names:
-            self.tool("key", "--clearmodifiers", name)
-
-    def type(self, text):
-        self.tool("type", "--clearmodifiers", "--delay", 15, text)
-
-    def replace(self, text):
-        self.keys("ctrl+a")
-        self.type(text)
-
-    def click_row(self, button=1, repeat=1):
-        """Clicks into the first row of the list; the main window has to be in front."""
-        place = [pixels * self.desktop.dpi // 96 for pixels in FIRST_ROW]
-        self.tool("mousemove", "--window", self.tool("getactivewindow"), *place)
-        self.tool("click", "--repeat", repeat, "--delay", 60, button)
-
-    def capture(self):
-        command = ["import", "-silent", "-window", "root", "rgb:-"]
-        return subprocess.run(command, env=self.desktop.environment, stdout=subprocess.PIPE, check=True).stdout
-
-    def settle(self, limit=10):
-        """Waits until two looks at the screen are the same, or for long enough: a caret may blink."""
-        end = time.monotonic() + limit
-        before, now = None, self.capture()
-        while now != before and time.monotonic() < end:
-            time.sleep(0.1)
-            before, now = now, self.capture()
-
-    def picture(self, name):
-        self.settle()
-        self.number += 1
-        path = self.pictures / f"{self.number:02}-{name}.png"
-        self.desktop.tool("import", "-silent", "-window", "root", str(path))
 
 
 class UserInterfaceTest(unittest.TestCase):

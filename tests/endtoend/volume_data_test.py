@@ -1,11 +1,14 @@
 """Key files and the bytes in the data file against another library, in both directions, in volumes of 4 TiB."""
 
 import os
+import pathlib
+import sys
 import unittest
 
-import nbd
-import oracle
-import quilla
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import nbd  # noqa: E402
+import oracle  # noqa: E402
+import quilla  # noqa: E402
 
 GIB = 1 << 30
 # Sparse; behind the last whole sector are bytes that belong to none.

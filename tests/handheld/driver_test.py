@@ -11,7 +11,7 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(ROOT / "tests/endtoend"))
+sys.path.insert(0, str(ROOT / "tools/desk"))
 import oracle  # noqa: E402
 import quilla  # noqa: E402
 

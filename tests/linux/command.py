@@ -10,7 +10,7 @@ import tempfile
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "endtoend"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
 
 PROGRAM = os.environ.get("QUILLA", str(pathlib.Path(__file__).resolve().parents[2] / "build/linux/bin/quilla"))
 SKIPPED = 77

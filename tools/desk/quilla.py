@@ -23,7 +23,7 @@ import threading
 import time
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("QUILLA_BUILD", ROOT / "build" / "windows"))
 PROGRAM = BUILD / "bin" / "QuillaTarn.exe"
 DESK = BUILD / "endtoend" / "desk.exe"
