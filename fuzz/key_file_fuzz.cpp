@@ -41,14 +41,14 @@ void CheckChunk(const Bytes& input, const ChunkHeader& wanted) {
     const MemoryFile file(input);
     Bytes payload(size);
     const bool whole = place && input.size() - *place >= size;
-    const KeyFileStatus read = ReadKeyFileChunk(file.Path(), wanted, payload);
+    const KeyFileStatus read = LoadChunk(file.Path(), wanted, payload);
     Require(read == (whole ? KeyFileStatus::Done : KeyFileStatus::CannotRead), "outcome of reading");
     if (whole)
         Require(std::memcmp(payload.data(), &input[*place], size) == 0, "payload read");
     Require(file.Content() == input, "reading changes nothing");
 
     const Bytes fresh(size, std::byte{0x77});
-    const KeyFileStatus written = RewriteKeyFileChunk(file.Path(), wanted, fresh);
+    const KeyFileStatus written = StoreChunk(file.Path(), wanted, fresh);
     Require(written == (place ? KeyFileStatus::Done : KeyFileStatus::CannotRead), "outcome of rewriting");
     Bytes expected = input;
     if (place) {
@@ -68,7 +68,7 @@ void CheckSummary(const Bytes& input) {
     record.Cipher = CipherId::Twofish;
     const bool known = NumberAt(input, 0) == 0 && NumberAt(input, 16) == 1 && NumberAt(input, 56) == 2 &&
                        NumberAt(input, 60) < kCipherIdCount;
-    Require(ReadSummary(file.Path(), record) == (known ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat),
+    Require(LoadSummary(file.Path(), record) == (known ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat),
             "outcome of the summary");
     if (known) {
         Require(static_cast<std::uint32_t>(record.Cipher) == NumberAt(input, 60), "cipher of the summary");
@@ -105,7 +105,7 @@ void CheckStrength(const Bytes& input) {
     }
     const MemoryFile file(input);
     std::optional<KeyStrength> found;
-    const KeyFileStatus status = ReadKeyStrength(file.Path(), found);
+    const KeyFileStatus status = LoadKeyStrength(file.Path(), found);
     Require(status == (isKnown ? KeyFileStatus::Done : KeyFileStatus::UnknownFormat), "outcome of strength");
     Require(found.has_value() == expected.has_value() &&
                 (!found || std::memcmp(&*found, &*expected, sizeof(*found)) == 0),

@@ -96,7 +96,7 @@ bool EndService(const std::string& id) {
 
 ExitCode OpenKey(const Volume& volume, PasswordDigest& key, KeyBlock& block) {
     bool isRight = volume.settings.Cipher == CipherId::None;
-    if (!isRight && ReadVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, key, block, isRight) !=
+    if (!isRight && LoadVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, key, block, isRight) !=
                         KeyFileStatus::Done)
         isRight = false;
     return isRight ? ExitCode::Done

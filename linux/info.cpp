@@ -24,7 +24,7 @@ std::string DescribeStrength(const Volume& volume) {
     std::optional<KeyStrength> strength;
     if (volume.settings.Cipher == CipherId::None)
         return "no password";
-    if (ReadKeyStrength(volume.keyPath.c_str(), strength) != KeyFileStatus::Done)
+    if (LoadKeyStrength(volume.keyPath.c_str(), strength) != KeyFileStatus::Done)
         return "unknown";
     if (!strength)
         return "fast";

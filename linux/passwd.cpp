@@ -78,7 +78,7 @@ ExitCode Run(const Arguments& arguments) {
     DerivePasswordKey(volume, password, *key);
     const std::uint64_t begin = MonotonicMilliseconds();
     const ExitCode code = ReportKeyFile(
-        WriteVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, *block, cost ? &*cost : nullptr),
+        StoreSealedKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, *block, cost ? &*cost : nullptr),
         volume.keyPath);
     if (code == ExitCode::Done)
         TellChange(volume, cost, MonotonicMilliseconds() - begin);

@@ -120,7 +120,7 @@ ExitCode ReadKeyFile(const char* keyPath, bool isPlain, Volume& volume) {
             wanted.c_str());
     if (volume.keyPath == volume.path || File::IsSameFile(volume.path.c_str(), volume.keyPath.c_str()))
         return Fail(ExitCode::BadFile, "%s is the volume and cannot be its key file, too", wanted.c_str());
-    return ReportKeyFile(ReadSummary(volume.keyPath.c_str(), volume.settings), volume.keyPath);
+    return ReportKeyFile(LoadSummary(volume.keyPath.c_str(), volume.settings), volume.keyPath);
 }
 
 void DerivePasswordKey(const Volume& /*volume*/, TextView password, PasswordDigest& key) {
@@ -139,7 +139,7 @@ ExitCode UnlockVolume(const Volume& volume, PasswordSource& source, KeyBlock& bl
     DerivePasswordKey(volume, password, *key);
     bool isRight = false;
     const KeyFileStatus status =
-        ReadVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, block, isRight, strength);
+        LoadVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, block, isRight, strength);
     if (status != KeyFileStatus::Done)
         return ReportKeyFile(status, volume.keyPath);
     return isRight ? ExitCode::Done

@@ -62,7 +62,7 @@ bool ReportKeyFile(KeyFileStatus status, const wchar_t* path) {
 
 KeyFileState ReadKeyFileSummary(VolumeRecord& record) {
     const RecordPath path(record.KeyPath);
-    const KeyFileStatus status = ReadSummary(path.text, record);
+    const KeyFileStatus status = LoadSummary(path.text, record);
     if (status != KeyFileStatus::CannotOpen)
         return ReportKeyFile(status, path.text) ? KeyFileState::Readable : KeyFileState::Unreadable;
     record.Cipher = CipherId::None;
@@ -73,18 +73,18 @@ KeyFileState ReadKeyFileSummary(VolumeRecord& record) {
 
 void ReportUnreadableKeyFile(const wchar_t* keyPath) {
     VolumeRecord ignored{};
-    const KeyFileStatus status = ReadSummary(keyPath, ignored);
+    const KeyFileStatus status = LoadSummary(keyPath, ignored);
     if (status == KeyFileStatus::Done) // by now
         SetLastError(ERROR_SUCCESS);
     ReportKeyFile(status == KeyFileStatus::Done ? KeyFileStatus::CannotRead : status, keyPath);
 }
 
 bool ReadChunk(const wchar_t* keyPath, const ChunkHeader& wanted, std::span<std::byte> payload) {
-    return ReportKeyFile(ReadKeyFileChunk(keyPath, wanted, payload), keyPath);
+    return ReportKeyFile(LoadChunk(keyPath, wanted, payload), keyPath);
 }
 
 bool RewriteChunk(const wchar_t* keyPath, const ChunkHeader& wanted, std::span<const std::byte> payload) {
-    return ReportKeyFile(RewriteKeyFileChunk(keyPath, wanted, payload), keyPath);
+    return ReportKeyFile(StoreChunk(keyPath, wanted, payload), keyPath);
 }
 
 bool WriteKeyFile(const VolumeRecord& record, const PasswordDigest& passwordKey) {

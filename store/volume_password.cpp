@@ -14,7 +14,7 @@ bool OpenVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyB
     KeyAttempt plain;
     KeyAttempt& used = attempt != nullptr ? *attempt : plain;
     bool isRight = false;
-    used.status = ReadVolumeKey(path.text, record.Cipher, passwordKey, block, isRight, &used.strength,
+    used.status = LoadVolumeKey(path.text, record.Cipher, passwordKey, block, isRight, &used.strength,
                                 used.strengthener);
     ReportKeyFile(used.status, path.text);
     return isRight;
@@ -33,7 +33,7 @@ KeyFileStatus StoreVolumeKey(const VolumeRecord& record, PasswordDigest& passwor
     const ErrorHold hold; // the block is wiped before a box opens
     const RecordPath path(record.KeyPath);
     const KeyFileStatus status =
-        WriteVolumeKey(path.text, record.Cipher, passwordKey, block, cost, strengthener);
+        StoreSealedKey(path.text, record.Cipher, passwordKey, block, cost, strengthener);
     ReportKeyFile(status, path.text);
     return status;
 }

@@ -35,7 +35,7 @@ void ChangePasswordDialog::Attach(HWND handle) {
 /// What cannot be read now is not to lose its strength by that.
 void ChangePasswordDialog::ShowStrength() {
     std::optional<KeyStrength> strength;
-    const bool isRead = ReadKeyStrength(record->KeyPath, strength) == KeyFileStatus::Done;
+    const bool isRead = LoadKeyStrength(record->KeyPath, strength) == KeyFileStatus::Done;
     SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_SETCHECK, strength || !isRead ? BST_CHECKED : BST_UNCHECKED,
                         0);
 }

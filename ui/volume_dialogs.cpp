@@ -272,7 +272,7 @@ void PropertiesDialog::ShowStrength() {
     const HWND box = GetDlgItem(hwnd, IDC_STRENGTH);
     std::optional<KeyStrength> strength;
     const bool isKnown =
-        work.Cipher != CipherId::None && ReadKeyStrength(work.KeyPath, strength) == KeyFileStatus::Done;
+        work.Cipher != CipherId::None && LoadKeyStrength(work.KeyPath, strength) == KeyFileStatus::Done;
     SendMessageW(box, BM_SETCHECK, strength ? BST_CHECKED : BST_UNCHECKED, 0);
     ShowWindow(box, isKnown ? SW_SHOWNA : SW_HIDE);
 }

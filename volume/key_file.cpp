@@ -107,7 +107,7 @@ bool WriteWhole(const File& file, std::uint64_t position, std::span<const std::b
 
 } // namespace
 
-KeyFileStatus ReadSummary(const PathUnit* path, VolumeRecord& record) {
+KeyFileStatus LoadSummary(const PathUnit* path, VolumeRecord& record) {
     const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
     if (!file.IsOpen())
         return KeyFileStatus::CannotOpen;
@@ -131,13 +131,12 @@ KeyFileStatus ReadSummary(const PathUnit* path, VolumeRecord& record) {
     return KeyFileStatus::Done;
 }
 
-KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
-                               std::span<std::byte> payload) {
+KeyFileStatus LoadChunk(const PathUnit* path, const ChunkHeader& wanted, std::span<std::byte> payload) {
     const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
-    return file.IsOpen() ? ReadChunkOf(file, wanted, payload) : KeyFileStatus::CannotOpen;
+    return file.IsOpen() ? LoadChunk(file, wanted, payload) : KeyFileStatus::CannotOpen;
 }
 
-KeyFileStatus ReadChunkOf(const File& file, const ChunkHeader& wanted, std::span<std::byte> payload) {
+KeyFileStatus LoadChunk(const File& file, const ChunkHeader& wanted, std::span<std::byte> payload) {
     std::uint64_t position = 0;
     if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
         return status;
@@ -146,14 +145,13 @@ KeyFileStatus ReadChunkOf(const File& file, const ChunkHeader& wanted, std::span
                                                                   : KeyFileStatus::CannotRead;
 }
 
-KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
-                                  std::span<const std::byte> payload) {
+KeyFileStatus StoreChunk(const PathUnit* path, const ChunkHeader& wanted,
+                         std::span<const std::byte> payload) {
     const File file = File::Open(path, FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
-    return file.IsOpen() ? RewriteChunkOf(file, wanted, payload) : KeyFileStatus::CannotOpen;
+    return file.IsOpen() ? StoreChunk(file, wanted, payload) : KeyFileStatus::CannotOpen;
 }
 
-KeyFileStatus RewriteChunkOf(const File& file, const ChunkHeader& wanted,
-                             std::span<const std::byte> payload) {
+KeyFileStatus StoreChunk(const File& file, const ChunkHeader& wanted, std::span<const std::byte> payload) {
     std::uint64_t position = 0;
     if (const auto status = FindChunk(file, wanted, position); status != KeyFileStatus::Done)
         return status;

@@ -11,8 +11,8 @@
 #include <type_traits>
 
 /// The key file: a file header and chunks, each a 16-byte header with its payload (docs/key-file-format.md).
-/// These functions report nothing to the user; after a failure the platform's last error is the failed
-/// call's.
+/// These functions, which load and store, report nothing to the user, unlike those of store/ that read and
+/// write; after a failure the platform's last error is the failed call's.
 namespace quilla {
 
 enum class ChunkTag : std::uint32_t {
@@ -116,23 +116,23 @@ enum class KeyFileStatus : std::uint8_t {
 
 /// Reads time-out and cipher into a record and clears its flags. A failure leaves what was not reached yet as
 /// it was.
-[[nodiscard]] KeyFileStatus ReadSummary(const PathUnit* path, VolumeRecord& record);
+[[nodiscard]] KeyFileStatus LoadSummary(const PathUnit* path, VolumeRecord& record);
 
 /// Finds the chunk whose header equals the wanted one and reads its payload, as long as the header says. On a
 /// failure the payload is left as it was or partly filled.
-[[nodiscard]] KeyFileStatus ReadKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
-                                             std::span<std::byte> payload);
+[[nodiscard]] KeyFileStatus LoadChunk(const PathUnit* path, const ChunkHeader& wanted,
+                                      std::span<std::byte> payload);
 
 /// The same for a file that is open already.
-[[nodiscard]] KeyFileStatus ReadChunkOf(const File& file, const ChunkHeader& wanted,
-                                        std::span<std::byte> payload);
+[[nodiscard]] KeyFileStatus LoadChunk(const File& file, const ChunkHeader& wanted,
+                                      std::span<std::byte> payload);
 
 /// Finds the chunk in the same way and writes over its payload in one piece, so that a process killed
 /// meanwhile leaves the old payload or the new one.
-[[nodiscard]] KeyFileStatus RewriteKeyFileChunk(const PathUnit* path, const ChunkHeader& wanted,
-                                                std::span<const std::byte> payload);
-[[nodiscard]] KeyFileStatus RewriteChunkOf(const File& file, const ChunkHeader& wanted,
-                                           std::span<const std::byte> payload);
+[[nodiscard]] KeyFileStatus StoreChunk(const PathUnit* path, const ChunkHeader& wanted,
+                                       std::span<const std::byte> payload);
+[[nodiscard]] KeyFileStatus StoreChunk(const File& file, const ChunkHeader& wanted,
+                                       std::span<const std::byte> payload);
 
 /// Creates the key file of a volume from its record: time-out, flags and, with a cipher, a key block with a
 /// new master key. Refuses a cipher that cannot encipher with UnknownFormat, since the master key would be

@@ -182,17 +182,17 @@ std::optional<Argon2Cost> CostForMilliseconds(std::uint64_t milliseconds) {
     return cost;
 }
 
-KeyFileStatus ReadKeyStrength(const PathUnit* path, std::optional<KeyStrength>& strength) {
+KeyFileStatus LoadKeyStrength(const PathUnit* path, std::optional<KeyStrength>& strength) {
     const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
     return file.IsOpen() ? FindStrength(file, strength) : KeyFileStatus::CannotOpen;
 }
 
-KeyFileStatus ReadSealedKey(const PathUnit* path, CipherId cipher, KeyBlock& block,
+KeyFileStatus LoadSealedKey(const PathUnit* path, CipherId cipher, KeyBlock& block,
                             std::optional<KeyStrength>& strength) {
     const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
     if (!file.IsOpen())
         return KeyFileStatus::CannotOpen;
-    const KeyFileStatus status = ReadChunkOf(file, KeyBlockHeader(cipher), BytesOf(block));
+    const KeyFileStatus status = LoadChunk(file, KeyBlockHeader(cipher), BytesOf(block));
     return status == KeyFileStatus::Done ? FindStrength(file, strength) : status;
 }
 
@@ -223,7 +223,7 @@ KeyFileStatus ChangeKeyBlock(const PathUnit* path, CipherId cipher, const KeyBlo
         return status;
     const ChunkHeader header = KeyBlockHeader(cipher);
     if (!present && strength == nullptr)
-        return RewriteChunkOf(file, header, std::as_bytes(std::span(&block, 1)));
+        return StoreChunk(file, header, std::as_bytes(std::span(&block, 1)));
     FileReplacement replacement(path, file);
     if (!replacement.New().IsOpen())
         return KeyFileStatus::CannotWrite;

@@ -29,10 +29,10 @@ namespace quilla {
 
 /// What the chunk of a key file says; nothing when the file has none. A chunk that is there and is not
 /// understood, or asks for more than is acceptable, is an UnknownFormat.
-[[nodiscard]] KeyFileStatus ReadKeyStrength(const PathUnit* path, std::optional<KeyStrength>& strength);
+[[nodiscard]] KeyFileStatus LoadKeyStrength(const PathUnit* path, std::optional<KeyStrength>& strength);
 
 /// The same together with the key block, from one open file, so that the two belong together.
-[[nodiscard]] KeyFileStatus ReadSealedKey(const PathUnit* path, CipherId cipher, KeyBlock& block,
+[[nodiscard]] KeyFileStatus LoadSealedKey(const PathUnit* path, CipherId cipher, KeyBlock& block,
                                           std::optional<KeyStrength>& strength);
 
 /// Adds the chunk to a file that has none. A failure may leave a piece of it.

@@ -21,13 +21,13 @@ KeyStrengthener& DirectStrengthener() {
     return direct;
 }
 
-KeyFileStatus ReadVolumeKey(const PathUnit* keyPath, CipherId cipher, PasswordDigest& passwordKey,
+KeyFileStatus LoadVolumeKey(const PathUnit* keyPath, CipherId cipher, PasswordDigest& passwordKey,
                             KeyBlock& block, bool& isRight, std::optional<KeyStrength>* strength,
                             KeyStrengthener& strengthener) {
     block = {};
     isRight = false;
     std::optional<KeyStrength> found;
-    KeyFileStatus status = ReadSealedKey(keyPath, cipher, block, found);
+    KeyFileStatus status = LoadSealedKey(keyPath, cipher, block, found);
     if (status == KeyFileStatus::Done && found)
         status = StatusOf(strengthener.Strengthen(passwordKey, *found));
     if (status == KeyFileStatus::Done)
@@ -45,7 +45,7 @@ KeyFileStatus MakeWrappingKey(PasswordDigest& passwordKey, KeyStrength& strength
     return StatusOf(strengthener.Strengthen(passwordKey, strength));
 }
 
-KeyFileStatus WriteVolumeKey(const PathUnit* keyPath, CipherId cipher, PasswordDigest& passwordKey,
+KeyFileStatus StoreSealedKey(const PathUnit* keyPath, CipherId cipher, PasswordDigest& passwordKey,
                              KeyBlock& block, const Argon2Cost* cost, KeyStrengthener& strengthener) {
     KeyStrength strength{};
     KeyFileStatus status =

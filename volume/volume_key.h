@@ -30,14 +30,14 @@ class KeyStrengthener {
 /// Reads a volume's key block and opens it, and wipes the password key. isRight tells whether the key was
 /// right; it never is after a failure. The file's strength, if it has one, is handed out for a change of the
 /// password. Wipe the block after use.
-[[nodiscard]] KeyFileStatus ReadVolumeKey(const PathUnit* keyPath, CipherId cipher,
+[[nodiscard]] KeyFileStatus LoadVolumeKey(const PathUnit* keyPath, CipherId cipher,
                                           PasswordDigest& passwordKey, KeyBlock& block, bool& isRight,
                                           std::optional<KeyStrength>* strength = nullptr,
                                           KeyStrengthener& strengthener = DirectStrengthener());
 
 /// Seals an open key block under a password key with a fresh IV and, with a cost, a fresh salt; writes it
 /// into the key file as ChangeKeyBlock does, and wipes both.
-[[nodiscard]] KeyFileStatus WriteVolumeKey(const PathUnit* keyPath, CipherId cipher,
+[[nodiscard]] KeyFileStatus StoreSealedKey(const PathUnit* keyPath, CipherId cipher,
                                            PasswordDigest& passwordKey, KeyBlock& block,
                                            const Argon2Cost* cost = nullptr,
                                            KeyStrengthener& strengthener = DirectStrengthener());

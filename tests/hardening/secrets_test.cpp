@@ -279,7 +279,7 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfCreatingAVolume) {
     ASSERT_EQ(created.Cipher, GetParam()) << "no such volume was created";
     Needles needles = SecretsOf(created, kOtherPassword);
     std::optional<KeyStrength> strength;
-    ASSERT_EQ(ReadKeyStrength(created.KeyPath, strength), KeyFileStatus::Done);
+    ASSERT_EQ(LoadKeyStrength(created.KeyPath, strength), KeyFileStatus::Done);
     ASSERT_TRUE(strength) << "guessing is slowed down unless the user says otherwise";
     PasswordDigest wrapping = KeyOf(kOtherPassword);
     ASSERT_EQ(StrengthenKey(wrapping, *strength), Argon2Result::Done);

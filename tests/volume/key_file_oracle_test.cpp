@@ -44,9 +44,8 @@ Bytes OpenElsewhere(const Bytes& content, CipherId cipher, std::u16string_view p
 
 /// Reads the key block and opens it with a password.
 bool Open(const ScratchFile& file, CipherId cipher, std::u16string_view password, KeyBlock& block) {
-    EXPECT_EQ(
-        ReadKeyFileChunk(file.Path(), KeyBlockHeader(cipher), std::as_writable_bytes(std::span(&block, 1))),
-        KeyFileStatus::Done);
+    EXPECT_EQ(LoadChunk(file.Path(), KeyBlockHeader(cipher), std::as_writable_bytes(std::span(&block, 1))),
+              KeyFileStatus::Done);
     PasswordDigest key = KeyOf(password);
     const bool isOpen = OpenKeyBlock(block, cipher, key);
     EXPECT_EQ(key, PasswordDigest{}) << "not wiped";
@@ -85,7 +84,7 @@ TEST(KeyFileOracle, TheDocumentedExamplesOpen) {
         file.Write(files[i]);
         VolumeRecord record{};
         record.Flags = 1;
-        ASSERT_EQ(ReadSummary(file.Path(), record), KeyFileStatus::Done);
+        ASSERT_EQ(LoadSummary(file.Path(), record), KeyFileStatus::Done);
         EXPECT_EQ(record.Cipher, kCiphers[i]);
         EXPECT_EQ(record.Timeout, kDefaultTimeout);
         EXPECT_EQ(record.Flags, 0);

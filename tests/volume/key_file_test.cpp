@@ -36,7 +36,7 @@ TEST(KeyFile, ATebibyteOfEmptyChunksKeepsNobodyBusy) {
         GTEST_SKIP() << "no sparse files here";
     const auto start = std::chrono::steady_clock::now();
     Bytes payload(152);
-    EXPECT_EQ(ReadKeyFileChunk(file.Path(), kCastBlock, payload), KeyFileStatus::UnknownFormat);
+    EXPECT_EQ(LoadChunk(file.Path(), kCastBlock, payload), KeyFileStatus::UnknownFormat);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
@@ -59,7 +59,7 @@ TEST(KeyFile, NeverHoldsAPlainKeyNorReplacesAnother) {
 
 TEST(KeyFile, ReadsAndWritesThatFailAreTold) {
     VolumeRecord record{};
-    EXPECT_EQ(ReadSummary("/proc/self/mem", record), KeyFileStatus::CannotRead); // nothing is mapped at 0
+    EXPECT_EQ(LoadSummary("/proc/self/mem", record), KeyFileStatus::CannotRead); // nothing is mapped at 0
     record.Cipher = CipherId::Twofish;
     for (const rlim_t size : {0U, 100U, 759U}) {
         const ScratchFile file(".key");
@@ -69,7 +69,7 @@ TEST(KeyFile, ReadsAndWritesThatFailAreTold) {
     const ScratchFile file(".key");
     file.Write(BuildKeyFile(6, kTimeout, 0, kBlock));
     const test::FileSizeLimit limit(72);
-    EXPECT_EQ(RewriteKeyFileChunk(file.Path(), kCastBlock, kBlock), KeyFileStatus::CannotWrite);
+    EXPECT_EQ(StoreChunk(file.Path(), kCastBlock, kBlock), KeyFileStatus::CannotWrite);
 }
 
 /// Rewrites the key block over and over in a process of its own, which is killed after a while.
@@ -77,8 +77,7 @@ void KillDuringRewrites(const ScratchFile& file, std::span<const Bytes> blocks, 
     const pid_t worker = fork();
     if (worker == 0) {
         for (std::size_t i = 0;
-             RewriteKeyFileChunk(file.Path(), kCastBlock, blocks[i % blocks.size()]) == KeyFileStatus::Done;
-             ++i) {
+             StoreChunk(file.Path(), kCastBlock, blocks[i % blocks.size()]) == KeyFileStatus::Done; ++i) {
         }
         _exit(1);
     }
@@ -100,7 +99,7 @@ TEST(KeyFile, SurvivesAProcessKilledWhileItRewrites) {
         KillDuringRewrites(file, blocks, 2000 + random.Below(10'000));
         ASSERT_EQ(file.Read().size(), kKeyFileSize);
         Bytes block(sizeof(KeyBlock));
-        ASSERT_EQ(ReadKeyFileChunk(file.Path(), kCastBlock, block), KeyFileStatus::Done);
+        ASSERT_EQ(LoadChunk(file.Path(), kCastBlock, block), KeyFileStatus::Done);
         found.insert(block);
     }
     EXPECT_EQ(found,

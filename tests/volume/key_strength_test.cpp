@@ -71,12 +71,12 @@ TEST(KeyStrengthChunk, IsAbsentOrUnderstoodOrUnknown) {
         content.insert(content.end(), c.tail.begin(), c.tail.end());
         file.Write(content);
         std::optional<KeyStrength> strength;
-        EXPECT_EQ(ReadKeyStrength(file.Path(), strength), c.status) << &c - cases;
+        EXPECT_EQ(LoadKeyStrength(file.Path(), strength), c.status) << &c - cases;
         EXPECT_EQ(strength.has_value(), c.isPresent) << &c - cases;
     }
     const ScratchFile missing(".key");
     std::optional<KeyStrength> strength;
-    EXPECT_EQ(ReadKeyStrength(missing.Path(), strength), KeyFileStatus::CannotOpen);
+    EXPECT_EQ(LoadKeyStrength(missing.Path(), strength), KeyFileStatus::CannotOpen);
 }
 
 /// The block of a new master key under a key and strength.
@@ -91,7 +91,7 @@ KeyBlock Seal(PasswordDigest key, const KeyStrength* strength) {
 bool Opens(const ScratchFile& file, PasswordDigest key) {
     KeyBlock block;
     std::optional<KeyStrength> strength;
-    EXPECT_EQ(ReadSealedKey(file.Path(), CipherId::Twofish, block, strength), KeyFileStatus::Done);
+    EXPECT_EQ(LoadSealedKey(file.Path(), CipherId::Twofish, block, strength), KeyFileStatus::Done);
     if (strength && StrengthenKey(key, *strength) != Argon2Result::Done)
         ADD_FAILURE() << "not strengthened";
     return OpenKeyBlock(block, CipherId::Twofish, key);
