@@ -28,6 +28,7 @@ function(quilla_image file)
     if(QUILLA_HANDHELD_ARM)
         add_executable(${name} ${IMAGE_SOURCES})
         target_link_libraries(${name} PRIVATE arm_imports)
+        set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/platform/ce/arm_image.ld)
         set_target_properties(${name} PROPERTIES SUFFIX .elf)
         target_link_options(${name} PRIVATE -Wl,--entry,${IMAGE_ENTRY} -Wl,--defsym,IMAGE_BASE=${IMAGE_BASE})
         set(convert COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/bin

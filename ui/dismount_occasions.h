@@ -26,8 +26,8 @@ class DismountOccasions {
   private:
     static constexpr int kOccasions = 3;
 
-    HWND window_ = nullptr;
-    bool isChosen_[kOccasions] = {};
+    [[maybe_unused]] HWND window_ = nullptr;
+    [[maybe_unused]] bool isChosen_[kOccasions] = {};
 };
 
 } // namespace quilla
