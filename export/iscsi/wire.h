@@ -21,7 +21,7 @@ class Big24 {
     }
 
   private:
-    std::uint8_t bytes_[3];
+    std::uint8_t bytes_[3] = {};
 };
 
 /// What an initiator sends; in the first byte, below kImmediate.
