@@ -14,21 +14,18 @@ namespace quilla {
 /// The program: one instance per session serves, others hand their command to it and end.
 class Application final : public BApplication {
   public:
-    Application();
-
     /// The message loop, also of modal dialogs.
     using BApplication::Run;
 
-    /// The whole life of an instance, from its command line (without the program's name) to its exit code.
-    /// words are the words of the same command line; where a password is among them, both are wiped.
-    int Run(const wchar_t* commandLine, wchar_t** words);
+    /// The whole life of an instance, from its command line (without the program's name) to its exit code. A
+    /// line with a password in it is wiped in place, with all its copies.
+    int Run(wchar_t* commandLine);
 
     /// Brings the command states of the active window up to date.
     void OnIdle() override;
 
-    /// The window that serves requests: the own main window in the serving instance, that instance's in
-    /// others. Null before either is known.
-    [[nodiscard]] HWND TargetWindow() const { return targetWindow_; }
+    /// What windows and commands need of the program.
+    [[nodiscard]] const UiServices& Services() const { return services_; }
 
   private:
     /// A command line and what came of parsing it.
@@ -45,14 +42,22 @@ class Application final : public BApplication {
     int Serve(Start& start);
     void RunCommandHidden(Start& start);
 
-    UniqueEvent instanceEvent_;
+    // The windows below use these until they are gone.
     UniqueMutex serving_;
-    HWND targetWindow_ = nullptr;
     DriverControl driver_;
-    RequestChannel channel_{targetWindow_};
+    RequestChannel channel_{targetWindow};
     FilePicker picker_{kVolumeFilter};
-    UiServices services_;
-    MainWindow mainWindow_;
+    UiServices services_{
+        .driver = driver_, .channel = channel_, .picker = picker_, .instanceEvent = instanceEvent};
+
+  public:
+    /// The named event: exists while an instance runs, signalled while its window takes requests.
+    UniqueEvent instanceEvent;
+    /// The one top-level window; without a handle in an instance that does not serve.
+    MainWindow mainWindow{services_};
+    /// The window that serves requests: the own main window in the serving instance, that instance's in
+    /// others. Null before either is known.
+    HWND targetWindow = nullptr;
 };
 
 /// The application object of this process.

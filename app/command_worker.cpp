@@ -1,5 +1,6 @@
 #include "app/command_worker.h"
 
+#include "app/application.h"
 #include "desktop/full_path.h"
 #include "platform/error_box.h"
 #include "platform/wipe.h"
@@ -74,7 +75,8 @@ int Dismount(const CommandLineRequest& request, RequestChannel& channel) {
 
 } // namespace
 
-int RunCommand(CommandLineRequest& request, const UiServices& services) {
+int RunCommand(CommandLineRequest& request) {
+    const UiServices& services = GetApplication().Services();
     const TextView command = FieldText(request.command);
     if (command == kWakeUpCommand)
         services.channel.SendCheckTimeouts();

@@ -16,6 +16,9 @@ namespace quilla {
 
 namespace {
 
+/// What TakeCommandLine was given: the program's name and the arguments, null at the end.
+wchar_t** runTimeWords = nullptr;
+
 /// Where the arguments start in a command line.
 std::size_t FindArguments(std::wstring_view line) {
     const bool isQuoted = line.starts_with(L'"');
@@ -99,19 +102,18 @@ void WipeWords(wchar_t** words) {
 
 } // namespace
 
-const wchar_t* CommandLineArguments() {
-    const wchar_t* const line = GetCommandLineW();
+wchar_t* TakeCommandLine(wchar_t** words) {
+    runTimeWords = words;
+    wchar_t* const line = GetCommandLineW();
     return line + FindArguments(line);
 }
 
-void WipeCommandLine(wchar_t** words) {
-    const std::wstring_view arguments(CommandLineArguments());
-    if (arguments.empty())
-        return;
-    if (words != nullptr && words[0] != nullptr)
-        WipeWords(words + 1);
-    WipeBothForms(arguments);
-    WipeMemory(const_cast<wchar_t*>(arguments.data()), arguments.size() * sizeof(wchar_t));
+void WipeCommandLine(wchar_t* arguments) {
+    const std::wstring_view text(arguments);
+    if (runTimeWords != nullptr && runTimeWords[0] != nullptr)
+        WipeWords(runTimeWords + 1);
+    WipeBothForms(text);
+    WipeMemory(arguments, text.size() * sizeof(wchar_t));
 }
 
 } // namespace quilla

@@ -138,7 +138,7 @@ bool DeviceManager::Control(std::uintptr_t file, DWORD code, void* input, DWORD 
     const Opened opened = FindOpened(file);
     if (opened.device == nullptr)
         return false;
-    if (code == kIoctlVolumeDetach)
+    if (code == IOCTL_VOLUME_DETACH)
         opened.device->exported.Stop();
     return opened.device->driver.Control(opened.open, code, input, inputSize, output, outputSize, returned);
 }

@@ -10,7 +10,7 @@ bool DriverBlockDevice::Open() {
     DWORD returned = 0;
     open_ = driver_.Open(GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
     return open_ != 0 &&
-           driver_.Control(open_, kIoctlDiskGetLength, nullptr, 0, &size_, sizeof(size_), &returned) &&
+           driver_.Control(open_, IOCTL_DISK_GET_LENGTH_INFO, nullptr, 0, &size_, sizeof(size_), &returned) &&
            returned == sizeof(size_);
 }
 
@@ -24,7 +24,7 @@ bool DriverBlockDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) 
                             .length = buffer.size(),
                             .address = reinterpret_cast<std::uint8_t*>(buffer.data()),
                             .direction = TransferDirection::Read};
-    return driver_.Control(open_, kIoctlVolumeTransfer, &transfer, sizeof(transfer));
+    return driver_.Control(open_, IOCTL_VOLUME_TRANSFER, &transfer, sizeof(transfer));
 }
 
 bool DriverBlockDevice::Write(std::uint64_t offset, std::span<std::byte> payload) {
@@ -32,17 +32,17 @@ bool DriverBlockDevice::Write(std::uint64_t offset, std::span<std::byte> payload
                             .length = payload.size(),
                             .address = reinterpret_cast<std::uint8_t*>(payload.data()),
                             .direction = TransferDirection::Write};
-    return driver_.Control(open_, kIoctlVolumeTransfer, &transfer, sizeof(transfer));
+    return driver_.Control(open_, IOCTL_VOLUME_TRANSFER, &transfer, sizeof(transfer));
 }
 
 bool DriverBlockDevice::WriteZeroes(std::uint64_t offset, std::uint64_t length) {
     VolumeTransfer transfer{
         .offset = offset, .length = length, .address = nullptr, .direction = TransferDirection::WriteZeroes};
-    return driver_.Control(open_, kIoctlVolumeTransfer, &transfer, sizeof(transfer));
+    return driver_.Control(open_, IOCTL_VOLUME_TRANSFER, &transfer, sizeof(transfer));
 }
 
 bool DriverBlockDevice::Flush() {
-    return driver_.Control(open_, kIoctlDiskFlushCache, nullptr, 0);
+    return driver_.Control(open_, IOCTL_DISK_FLUSH_CACHE, nullptr, 0);
 }
 
 } // namespace quilla

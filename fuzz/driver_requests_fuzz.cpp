@@ -93,7 +93,7 @@ class Session {
         Bytes whole(kSize);
         Require(Transfer(TransferDirection::Read, 0, whole) == DriverStatus::Success);
         Require(whole == plain_);
-        Require(Control(kIoctlVolumeDetach, {}) == DriverStatus::Success);
+        Require(Control(IOCTL_VOLUME_DETACH, {}) == DriverStatus::Success);
         const auto content = file_.Content();
         Require(content.size() == kFileSize);
         Require(std::ranges::count(std::span(content).subspan(kSize), std::byte{0}) == kFileSize - kSize);
@@ -103,9 +103,10 @@ class Session {
     void Step() {
         switch (input_.Take<std::uint8_t>() % 6) {
         case 0:
-            return StepScatter(input_.Take<std::uint8_t>() % 2 == 0 ? kIoctlDiskRead : kDiskIoctlRead, false);
+            return StepScatter(input_.Take<std::uint8_t>() % 2 == 0 ? IOCTL_DISK_READ : DISK_IOCTL_READ,
+                               false);
         case 1:
-            return StepScatter(input_.Take<std::uint8_t>() % 2 == 0 ? kIoctlDiskWrite : kDiskIoctlWrite,
+            return StepScatter(input_.Take<std::uint8_t>() % 2 == 0 ? IOCTL_DISK_WRITE : DISK_IOCTL_WRITE,
                                true);
         case 2:
         case 3:
@@ -130,7 +131,7 @@ class Session {
     DriverStatus Transfer(TransferDirection direction, std::uint64_t offset, Bytes& bytes) {
         VolumeTransfer transfer{
             .offset = offset, .length = bytes.size(), .address = bytes.data(), .direction = direction};
-        return Control(kIoctlVolumeTransfer, std::as_writable_bytes(std::span(&transfer, 1)));
+        return Control(IOCTL_VOLUME_TRANSFER, std::as_writable_bytes(std::span(&transfer, 1)));
     }
 
     void Zero(std::uint64_t offset, std::uint64_t length) {
@@ -139,7 +140,7 @@ class Session {
                                 .address = nullptr,
                                 .direction = TransferDirection::WriteZeroes};
         const DriverStatus status =
-            Control(kIoctlVolumeTransfer, std::as_writable_bytes(std::span(&transfer, 1)));
+            Control(IOCTL_VOLUME_TRANSFER, std::as_writable_bytes(std::span(&transfer, 1)));
         Require(status == (Fits(offset, length) ? DriverStatus::Success : DriverStatus::InvalidParameter));
         if (Fits(offset, length))
             std::fill_n(plain_.begin() + static_cast<std::ptrdiff_t>(offset), length, std::uint8_t{0});
@@ -253,13 +254,13 @@ class Session {
     /// Any code with records of any size and content, except those that carry addresses.
     void StepAnything() {
         constexpr std::uint32_t kCodes[] = {
-            kIoctlDiskGetInfo, kIoctlDiskInitialized, kIoctlDiskFlushCache, kDiskIoctlGetInfo,
-            kDiskIoctlGetName, kIoctlVolumeQuery,     kIoctlVolumeUpdate,   kIoctlDiskGetLength,
-            0xDEADBEEF,        kIoctlDiskRead,        kIoctlDiskWrite,      kIoctlVolumeTransfer,
+            IOCTL_DISK_GETINFO, IOCTL_DISK_INITIALIZED, IOCTL_DISK_FLUSH_CACHE, DISK_IOCTL_GETINFO,
+            DISK_IOCTL_GETNAME, IOCTL_VOLUME_QUERY,     IOCTL_VOLUME_UPDATE,    IOCTL_DISK_GET_LENGTH_INFO,
+            0xDEADBEEF,         IOCTL_DISK_READ,        IOCTL_DISK_WRITE,       IOCTL_VOLUME_TRANSFER,
         };
         const std::uint32_t code = kCodes[input_.Take<std::uint8_t>() % std::size(kCodes)];
         const bool carriesAddresses =
-            code == kIoctlDiskRead || code == kIoctlDiskWrite || code == kIoctlVolumeTransfer;
+            code == IOCTL_DISK_READ || code == IOCTL_DISK_WRITE || code == IOCTL_VOLUME_TRANSFER;
         const std::size_t inSize = input_.Take<std::uint16_t>() % (carriesAddresses ? 32 : 1200);
         const std::size_t outSize = input_.Take<std::uint16_t>() % 64;
         const std::unique_ptr<std::byte[]> in(new std::byte[inSize]);

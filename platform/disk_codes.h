@@ -7,29 +7,29 @@
 /// of the volume driver. Records that carry addresses have the natural layout of the processor.
 namespace quilla {
 
-inline constexpr std::uint32_t kIoctlDiskGetInfo = 0x00071C00;
-inline constexpr std::uint32_t kIoctlDiskInitialized = 0x00071C10;
-inline constexpr std::uint32_t kIoctlDiskFlushCache = 0x00071C54;
-inline constexpr std::uint32_t kIoctlDiskRead = 0x00075C08;
-inline constexpr std::uint32_t kIoctlDiskWrite = 0x00079C0C;
+inline constexpr std::uint32_t IOCTL_DISK_GETINFO = 0x00071C00;
+inline constexpr std::uint32_t IOCTL_DISK_INITIALIZED = 0x00071C10;
+inline constexpr std::uint32_t IOCTL_DISK_FLUSH_CACHE = 0x00071C54;
+inline constexpr std::uint32_t IOCTL_DISK_READ = 0x00075C08;
+inline constexpr std::uint32_t IOCTL_DISK_WRITE = 0x00079C0C;
 
 /// The codes that drivers of the platform's first releases answered to.
-inline constexpr std::uint32_t kDiskIoctlGetInfo = 1;
-inline constexpr std::uint32_t kDiskIoctlRead = 2;
-inline constexpr std::uint32_t kDiskIoctlWrite = 3;
-inline constexpr std::uint32_t kDiskIoctlGetName = 9;
+inline constexpr std::uint32_t DISK_IOCTL_GETINFO = 1;
+inline constexpr std::uint32_t DISK_IOCTL_READ = 2;
+inline constexpr std::uint32_t DISK_IOCTL_WRITE = 3;
+inline constexpr std::uint32_t DISK_IOCTL_GETNAME = 9;
 
 /// The whole VolumeRecord in; its ActivityTime is brought up to date.
-inline constexpr std::uint32_t kIoctlVolumeQuery = 0x00071F80;
+inline constexpr std::uint32_t IOCTL_VOLUME_QUERY = 0x00071F80;
 /// The whole VolumeRecord in; the driver takes over its time-out and flags.
-inline constexpr std::uint32_t kIoctlVolumeUpdate = 0x00071F84;
+inline constexpr std::uint32_t IOCTL_VOLUME_UPDATE = 0x00071F84;
 /// Nothing in; the driver flushes and releases the file.
-inline constexpr std::uint32_t kIoctlVolumeDetach = 0x00071F88;
+inline constexpr std::uint32_t IOCTL_VOLUME_DETACH = 0x00071F88;
 
 /// Nothing in, the device's size in bytes out, 64 bits wide (IOCTL_DISK_GET_LENGTH_INFO).
-inline constexpr std::uint32_t kIoctlDiskGetLength = 0x0007405C;
+inline constexpr std::uint32_t IOCTL_DISK_GET_LENGTH_INFO = 0x0007405C;
 /// A VolumeTransfer in: one transfer at a 64-bit offset, for volumes beyond the 2 TiB of a scatter request.
-inline constexpr std::uint32_t kIoctlVolumeTransfer = 0x00071F8C;
+inline constexpr std::uint32_t IOCTL_VOLUME_TRANSFER = 0x00071F8C;
 
 inline constexpr std::size_t kSectorSize = 512;
 

@@ -82,13 +82,19 @@ struct VolumeDriver::ControlCode {
 };
 
 const VolumeDriver::ControlCode VolumeDriver::kControlCodes[] = {
-    {kIoctlVolumeTransfer, &VolumeDriver::TransferBytes}, {kIoctlDiskRead, &VolumeDriver::ReadSectors},
-    {kIoctlDiskWrite, &VolumeDriver::WriteSectors},       {kIoctlDiskFlushCache, &VolumeDriver::FlushCache},
-    {kIoctlDiskGetInfo, &VolumeDriver::GetInfo},          {kIoctlDiskGetLength, &VolumeDriver::GetLength},
-    {kIoctlDiskInitialized, &VolumeDriver::AcceptName},   {kIoctlVolumeQuery, &VolumeDriver::QueryActivity},
-    {kIoctlVolumeUpdate, &VolumeDriver::UpdateSettings},  {kDiskIoctlGetInfo, &VolumeDriver::GetInfo},
-    {kDiskIoctlRead, &VolumeDriver::ReadSectors},         {kDiskIoctlWrite, &VolumeDriver::WriteSectors},
-    {kDiskIoctlGetName, &VolumeDriver::GetName},
+    {IOCTL_VOLUME_TRANSFER, &VolumeDriver::TransferBytes},
+    {IOCTL_DISK_READ, &VolumeDriver::ReadSectors},
+    {IOCTL_DISK_WRITE, &VolumeDriver::WriteSectors},
+    {IOCTL_DISK_FLUSH_CACHE, &VolumeDriver::FlushCache},
+    {IOCTL_DISK_GETINFO, &VolumeDriver::GetInfo},
+    {IOCTL_DISK_GET_LENGTH_INFO, &VolumeDriver::GetLength},
+    {IOCTL_DISK_INITIALIZED, &VolumeDriver::AcceptName},
+    {IOCTL_VOLUME_QUERY, &VolumeDriver::QueryActivity},
+    {IOCTL_VOLUME_UPDATE, &VolumeDriver::UpdateSettings},
+    {DISK_IOCTL_GETINFO, &VolumeDriver::GetInfo},
+    {DISK_IOCTL_READ, &VolumeDriver::ReadSectors},
+    {DISK_IOCTL_WRITE, &VolumeDriver::WriteSectors},
+    {DISK_IOCTL_GETNAME, &VolumeDriver::GetName},
 };
 
 bool VolumeDriver::Attach(File file, VolumeRecord& record) {
@@ -107,7 +113,7 @@ void VolumeDriver::Detach() {
 DriverStatus VolumeDriver::Control(std::uint32_t code, std::span<std::byte> in, std::span<std::byte> out,
                                    std::uint32_t& returned) {
     returned = 0;
-    if (code == kIoctlVolumeDetach) {
+    if (code == IOCTL_VOLUME_DETACH) {
         Detach();
         return DriverStatus::Success;
     }

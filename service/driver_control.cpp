@@ -79,7 +79,7 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
 
     decltype(record.DeviceName) name;
     CopyText(name, FieldText(record.DeviceName));
-    SendControl(record, kIoctlDiskInitialized, name, sizeof(name));
+    SendControl(record, IOCTL_DISK_INITIALIZED, name, sizeof(name));
     BroadcastDeviceChange(record.DeviceName, kDeviceArrival);
     if (record.IsMounted())
         StartDeviceHooks(L"/ADD", record.DeviceName);
@@ -87,7 +87,7 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
 
 StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
     const StopReport report = StopDeviceExport(record.DeviceName);
-    SendControl(record, kIoctlVolumeDetach);
+    SendControl(record, IOCTL_VOLUME_DETACH);
     return report;
 }
 
@@ -99,11 +99,11 @@ void DriverControl::UnloadDriver(VolumeRecord& record) {
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {
-    SendControl(record, kIoctlVolumeQuery, &record, sizeof(record));
+    SendControl(record, IOCTL_VOLUME_QUERY, &record, sizeof(record));
 }
 
 void DriverControl::UpdateDriver(VolumeRecord& record) {
-    SendControl(record, kIoctlVolumeUpdate, &record, sizeof(record));
+    SendControl(record, IOCTL_VOLUME_UPDATE, &record, sizeof(record));
 }
 
 bool DriverControl::CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text) {

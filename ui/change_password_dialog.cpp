@@ -52,7 +52,7 @@ LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
         return 0;
     if (id != IDOK)
         return BDialog::OnCommand(id, code, control);
-    OnOk();
+    ChangePassword();
     return 0;
 }
 
@@ -72,7 +72,9 @@ bool ChangePasswordDialog::OpenKey(KeyBlock& block, std::optional<Argon2Cost>& c
     return false;
 }
 
-void ChangePasswordDialog::OnOk() {
+/// Checks the old password, then seals the key block under the new one. A password that is refused leaves the
+/// dialog open and the file as it was.
+void ChangePasswordDialog::ChangePassword() {
     Secret<PasswordDigest> passwordKey;
     Secret<KeyBlock> block;
     std::optional<Argon2Cost> cost;

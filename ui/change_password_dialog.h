@@ -19,7 +19,7 @@ class ChangePasswordDialog final : public BDialog {
 
   private:
     void ShowStrength();
-    void OnOk();
+    void ChangePassword();
     [[nodiscard]] bool OpenKey(KeyBlock& block, std::optional<Argon2Cost>& cost);
 
     VolumeRecord* record;

@@ -88,7 +88,7 @@ class MainWindow final : public BWindow {
     void Exit();
     void Mount();
     void Dismount();
-    void ChangePassword();
+    void OpenChangePassword();
     void EditProperties();
     void ShowContents();
     void ShowAbout();

@@ -41,7 +41,7 @@ const MainWindow::Command MainWindow::kCommands[] = {
     {IDM_EXIT, &MainWindow::Exit, Rule::Always, false},
     {IDM_MOUNT, &MainWindow::Mount, Rule::UnmountedVolume, true},
     {IDM_DISMOUNT, &MainWindow::Dismount, Rule::MountedVolume, true},
-    {IDM_CHANGE_PASSWORD, &MainWindow::ChangePassword, Rule::AnyVolume, true},
+    {IDM_CHANGE_PASSWORD, &MainWindow::OpenChangePassword, Rule::AnyVolume, true},
     {IDM_PROPERTIES, &MainWindow::EditProperties, Rule::AnyVolume, true},
     {IDM_CONTENTS, &MainWindow::ShowContents, Rule::Always, false},
     {IDM_ABOUT, &MainWindow::ShowAbout, Rule::Always, false},
@@ -198,7 +198,7 @@ void MainWindow::Dismount() {
         server_.DismountSelected();
 }
 
-void MainWindow::ChangePassword() {
+void MainWindow::OpenChangePassword() {
     ChangePasswordDialog dialog(*SelectedVolume());
     dialog.DoModal(hwnd, MAKEINTRESOURCEW(IDD_CHANGE_PASSWORD));
 }

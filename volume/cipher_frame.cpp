@@ -19,7 +19,7 @@ struct TwofishInstances {
 };
 
 template <typename Schedule>
-void ReleaseSchedule(CipherContext& context) {
+bool ReleaseSchedule(CipherContext& context) {
     auto* const schedule = static_cast<Schedule*>(context.schedule);
     Wipe(*schedule);
     delete schedule;
@@ -28,6 +28,7 @@ void ReleaseSchedule(CipherContext& context) {
     context.encipher = nullptr;
     context.decipher = nullptr;
     context.release = nullptr;
+    return true;
 }
 
 template <typename Schedule>
@@ -176,9 +177,8 @@ bool CipherDecrypt(CipherContext& context, std::span<std::byte> data, std::span<
     return RunFrom(context, context.decipher, data, iv);
 }
 
-void CipherRelease(CipherContext& context) {
-    if (context.release)
-        context.release(context);
+bool CipherRelease(CipherContext& context) {
+    return context.release == nullptr || context.release(context);
 }
 
 } // namespace quilla

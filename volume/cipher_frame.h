@@ -15,7 +15,7 @@ inline constexpr std::size_t kMaxCipherBlockSize = 16;
 
 struct CipherContext;
 using CipherOperation = bool (*)(CipherContext& context, std::span<std::byte> data);
-using CipherReleaseOperation = void (*)(CipherContext& context);
+using CipherReleaseOperation = bool (*)(CipherContext& context);
 
 /// A cipher in use; owned by the caller, usually on the stack, and released by CipherRelease.
 struct CipherContext {
@@ -49,8 +49,9 @@ bool CipherEncrypt(CipherContext& context, std::span<std::byte> data, std::span<
 /// The opposite of CipherEncrypt, with the same rules.
 bool CipherDecrypt(CipherContext& context, std::span<std::byte> data, std::span<const std::byte> iv);
 
-/// Wipes and frees the schedule; the context may then be set up again. Does nothing without a cipher.
-void CipherRelease(CipherContext& context);
+/// Wipes and frees the schedule; the context may then be set up again. Does nothing without a cipher. Nothing
+/// of this can fail: returns true.
+bool CipherRelease(CipherContext& context);
 
 /// A cipher context that releases itself.
 class Cipher {

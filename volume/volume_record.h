@@ -63,11 +63,11 @@ inline constexpr std::uint64_t kDefaultVolumeSize = 1'048'576;
 inline constexpr std::uint64_t kDefaultTimeout = 30 * kTimeoutUnitsPerMinute;
 
 /// How long before its end a time-out counts as run out (15 seconds): who sweeps does not come to the second.
-inline constexpr std::uint64_t kTimeoutSlack = 150'000'000;
+inline constexpr std::uint64_t TimeoutSlack = 150'000'000;
 
 /// Whether a volume that was last used at `activity` is to be dismounted.
 [[nodiscard]] constexpr bool IsTimeoutOver(std::uint64_t timeout, std::uint64_t activity, std::uint64_t now) {
-    return timeout != 0 && timeout + activity <= now + kTimeoutSlack;
+    return timeout != 0 && timeout + activity <= now + TimeoutSlack;
 }
 
 } // namespace quilla

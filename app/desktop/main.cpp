@@ -11,10 +11,15 @@ void quilla::InitialiseControls() {
     InitCommonControlsEx(&classes);
 }
 
-/// The entry of the desktop program. The run-time library's own entry for window programs would keep a copy
-/// of the command line's words out of reach.
-extern "C" int wmain(int /*count*/, wchar_t** words) {
+/// The program's entry.
+int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* commandLine, int /*show*/) {
     quilla::RestrictLibrarySearch();
     quilla::Application application;
-    return application.Run(quilla::CommandLineArguments(), words);
+    return application.Run(commandLine);
+}
+
+/// The way to it, in place of the run-time library's own: that one drops the words which the library has
+/// copied from the command line, a password perhaps among them, and nothing else knows where they lie.
+extern "C" int wmain(int /*count*/, wchar_t** words) {
+    return wWinMain(GetModuleHandleW(nullptr), nullptr, quilla::TakeCommandLine(words), SW_SHOWDEFAULT);
 }

@@ -7,12 +7,6 @@
 #include <commctrl.h>
 #include <cwchar>
 
-namespace {
-
-wchar_t* givenLine = nullptr;
-
-} // namespace
-
 void quilla::InitialiseControls() {
     constexpr INITCOMMONCONTROLSEX kClasses{
         .dwSize = sizeof(kClasses), .dwICC = ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES | ICC_UPDOWN_CLASS};
@@ -24,13 +18,12 @@ void quilla::InitialiseControls() {
 
 /// There is no list of words on Windows CE, and the one copy of the line that this process knows of is the
 /// entry's.
-void quilla::WipeCommandLine(wchar_t** /*words*/) {
-    WipeMemory(givenLine, std::wcslen(givenLine) * sizeof(wchar_t));
+void quilla::WipeCommandLine(wchar_t* arguments) {
+    WipeMemory(arguments, std::wcslen(arguments) * sizeof(wchar_t));
 }
 
 /// The program's entry, with the line as the system gives it: without the program's name.
 extern "C" int wWinMain(HINSTANCE /*instance*/, HINSTANCE /*previous*/, wchar_t* commandLine, int /*show*/) {
-    givenLine = commandLine;
     quilla::Application application;
-    return application.Run(commandLine, nullptr);
+    return application.Run(commandLine);
 }

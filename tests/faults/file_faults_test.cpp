@@ -132,11 +132,11 @@ TEST(RefusalsTest, TheDriverTellsWhatTheFileRefuses) {
     scatter.bufferCount = 2; // with a sector over both
     scatter.buffers[0] = {.address = bytes.data(), .length = 100};
     scatter.buffers[1] = {.address = bytes.data() + 100, .length = 924};
-    EXPECT_EQ(control(kIoctlVolumeTransfer, read), DriverStatus::ReadFault);
-    EXPECT_EQ(control(kIoctlVolumeTransfer, write), DriverStatus::WriteFault);
-    EXPECT_EQ(control(kIoctlDiskRead, scatter), DriverStatus::ReadFault);
-    EXPECT_EQ(control(kIoctlDiskWrite, scatter), DriverStatus::WriteFault);
-    EXPECT_EQ(control(kIoctlDiskFlushCache, std::uint8_t{}), DriverStatus::WriteFault);
+    EXPECT_EQ(control(IOCTL_VOLUME_TRANSFER, read), DriverStatus::ReadFault);
+    EXPECT_EQ(control(IOCTL_VOLUME_TRANSFER, write), DriverStatus::WriteFault);
+    EXPECT_EQ(control(IOCTL_DISK_READ, scatter), DriverStatus::ReadFault);
+    EXPECT_EQ(control(IOCTL_DISK_WRITE, scatter), DriverStatus::WriteFault);
+    EXPECT_EQ(control(IOCTL_DISK_FLUSH_CACHE, std::uint8_t{}), DriverStatus::WriteFault);
     EXPECT_EQ(fs::file_size(volume.Path()), 512U);
 }
 

@@ -285,8 +285,8 @@ int main(int count, char** words) {
         Fail("SEC_Init refused");
     auto* const control = driver.Find<Control>("SEC_IOControl");
     std::vector<char> back(plain.size());
-    MoveSectors(control, device, quilla::kIoctlDiskWrite, start, plain);
-    MoveSectors(control, device, quilla::kIoctlDiskRead, start, back);
+    MoveSectors(control, device, quilla::IOCTL_DISK_WRITE, start, plain);
+    MoveSectors(control, device, quilla::IOCTL_DISK_READ, start, back);
     std::fwrite(back.data(), 1, back.size(), stdout);
     return driver.Find<int(std::uintptr_t)>("SEC_Deinit")(device) != 0 ? 0 : 1;
 }

@@ -43,7 +43,7 @@ class VolumeDriverTest : public test::VolumeTest {
                                 .length = bytes.size(),
                                 .address = reinterpret_cast<std::uint8_t*>(bytes.data()),
                                 .direction = direction};
-        return Control(kIoctlVolumeTransfer, BytesOf(transfer));
+        return Control(IOCTL_VOLUME_TRANSFER, BytesOf(transfer));
     }
 
     /// A request for sectors over consecutive pieces of a buffer.
@@ -67,7 +67,7 @@ class VolumeDriverTest : public test::VolumeTest {
 };
 
 TEST_F(VolumeDriverTest, TellsGeometryLengthAndName) {
-    for (const std::uint32_t code : {kIoctlDiskGetInfo, kDiskIoctlGetInfo}) {
+    for (const std::uint32_t code : {IOCTL_DISK_GETINFO, DISK_IOCTL_GETINFO}) {
         DiskInfo info{};
         ASSERT_EQ(Control(code, {}, BytesOf(info)), DriverStatus::Success);
         EXPECT_EQ(returned_, sizeof(info));
@@ -80,13 +80,13 @@ TEST_F(VolumeDriverTest, TellsGeometryLengthAndName) {
         EXPECT_EQ(Control(code), DriverStatus::InsufficientBuffer);
     }
     std::uint64_t length = 0;
-    EXPECT_EQ(Control(kIoctlDiskGetLength, {}, BytesOf(length)), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_DISK_GET_LENGTH_INFO, {}, BytesOf(length)), DriverStatus::Success);
     EXPECT_EQ(length, kSectors * kSectorSize);
     PathText name{};
-    EXPECT_EQ(Control(kDiskIoctlGetName, {}, BytesOf(name)), DriverStatus::Success);
+    EXPECT_EQ(Control(DISK_IOCTL_GETNAME, {}, BytesOf(name)), DriverStatus::Success);
     EXPECT_EQ(FieldText(name), TextView(QUILLA_TEXT("My.Data")));
     EXPECT_EQ(returned_, 16U);
-    EXPECT_EQ(Control(kDiskIoctlGetName, {}, BytesOf(name).first(14)), DriverStatus::InsufficientBuffer);
+    EXPECT_EQ(Control(DISK_IOCTL_GETNAME, {}, BytesOf(name).first(14)), DriverStatus::InsufficientBuffer);
     EXPECT_EQ(Control(0x12345678), DriverStatus::NotSupported);
 }
 
@@ -99,7 +99,7 @@ TEST_F(VolumeDriverTest, ScatterRequestsAndTransfersSeeTheSameSectors) {
         SectorBytes payload = plain;
         const std::uint32_t rest = whole - cut;
         ScatterRequest write = Scatter(17, payload, {cut, 0, rest / 2, rest - rest / 2});
-        ASSERT_EQ(Control(cut % 2 != 0 ? kIoctlDiskWrite : kDiskIoctlWrite, BytesOf(write)),
+        ASSERT_EQ(Control(cut % 2 != 0 ? IOCTL_DISK_WRITE : DISK_IOCTL_WRITE, BytesOf(write)),
                   DriverStatus::Success);
         EXPECT_EQ(write.status, 0U);
         EXPECT_EQ(payload, plain) << "the caller's buffers were changed";
@@ -109,7 +109,7 @@ TEST_F(VolumeDriverTest, ScatterRequestsAndTransfersSeeTheSameSectors) {
         EXPECT_EQ(direct, plain);
         SectorBytes read(whole);
         ScatterRequest request = Scatter(17, read, {rest, cut});
-        ASSERT_EQ(Control(cut % 2 != 0 ? kIoctlDiskRead : kDiskIoctlRead, BytesOf(request)),
+        ASSERT_EQ(Control(cut % 2 != 0 ? IOCTL_DISK_READ : DISK_IOCTL_READ, BytesOf(request)),
                   DriverStatus::Success);
         EXPECT_EQ(read, plain);
     }
@@ -118,10 +118,10 @@ TEST_F(VolumeDriverTest, ScatterRequestsAndTransfersSeeTheSameSectors) {
                           .length = kSectorSize,
                           .address = nullptr,
                           .direction = TransferDirection::WriteZeroes};
-    EXPECT_EQ(Control(kIoctlVolumeTransfer, BytesOf(zeroes)), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_VOLUME_TRANSFER, BytesOf(zeroes)), DriverStatus::Success);
     EXPECT_EQ(Transfer(TransferDirection::Read, 18 * kSectorSize, part), DriverStatus::Success);
     EXPECT_EQ(part, SectorBytes(kSectorSize));
-    EXPECT_EQ(Control(kIoctlDiskFlushCache), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_DISK_FLUSH_CACHE), DriverStatus::Success);
 }
 
 /// What else can be wrong with a scatter request is left to the fuzz target.
@@ -134,28 +134,28 @@ TEST_F(VolumeDriverTest, RefusesBrokenRequests) {
         completed = done;
         return std::uint32_t{0};
     };
-    EXPECT_EQ(Control(kIoctlDiskRead, BytesOf(request)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_DISK_READ, BytesOf(request)), DriverStatus::InvalidParameter);
     EXPECT_EQ(request.status, static_cast<std::uint32_t>(DriverStatus::InvalidParameter));
     EXPECT_EQ(completed, &request);
     request = Scatter(0, bytes, {1024});
     request.buffers[0].address = nullptr;
-    EXPECT_EQ(Control(kIoctlDiskWrite, BytesOf(request)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_DISK_WRITE, BytesOf(request)), DriverStatus::InvalidParameter);
 
     VolumeTransfer nowhere{
         .offset = 0, .length = 512, .address = nullptr, .direction = TransferDirection::Read};
-    EXPECT_EQ(Control(kIoctlVolumeTransfer, BytesOf(nowhere)), DriverStatus::InvalidParameter);
-    EXPECT_EQ(Control(kIoctlVolumeQuery, BytesOf(record_).first(1127)), DriverStatus::InvalidParameter);
-    EXPECT_EQ(Control(kIoctlVolumeUpdate), DriverStatus::InvalidParameter);
-    EXPECT_EQ(Control(kIoctlDiskInitialized), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_VOLUME_TRANSFER, BytesOf(nowhere)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_VOLUME_QUERY, BytesOf(record_).first(1127)), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_VOLUME_UPDATE), DriverStatus::InvalidParameter);
+    EXPECT_EQ(Control(IOCTL_DISK_INITIALIZED), DriverStatus::InvalidParameter);
     EXPECT_EQ(bytes, SectorBytes(2 * kSectorSize, std::byte{1}));
 }
 
 TEST_F(VolumeDriverTest, TellsTheActivityTimeAndNothingElse) {
     VolumeRecord expected = record_;
     record_.ActivityTime = 0;
-    EXPECT_EQ(Control(kIoctlVolumeQuery, BytesOf(record_)), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_VOLUME_QUERY, BytesOf(record_)), DriverStatus::Success);
     EXPECT_EQ(std::memcmp(&expected, &record_, sizeof(expected)), 0);
-    EXPECT_EQ(Control(kIoctlVolumeUpdate, BytesOf(record_)), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_VOLUME_UPDATE, BytesOf(record_)), DriverStatus::Success);
 }
 
 TEST_F(VolumeDriverTest, DetachLetsRunningRequestsFinishAndReleasesTheFile) {
@@ -168,19 +168,19 @@ TEST_F(VolumeDriverTest, DetachLetsRunningRequestsFinishAndReleasesTheFile) {
                                 .direction = TransferDirection::Write};
         DriverStatus status = DriverStatus::Success;
         for (std::uint32_t returned = 0; status == DriverStatus::Success;)
-            status = driver_.Control(kIoctlVolumeTransfer, BytesOf(transfer), {}, returned);
+            status = driver_.Control(IOCTL_VOLUME_TRANSFER, BytesOf(transfer), {}, returned);
         return status;
     };
     std::array<std::future<DriverStatus>, 4> loads;
     for (auto& load : loads)
         load = std::async(std::launch::async, writeUntilRefused);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(Control(kIoctlVolumeDetach), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_VOLUME_DETACH), DriverStatus::Success);
     EXPECT_TRUE(OpenVolume().IsOpen());
     for (auto& load : loads)
         EXPECT_EQ(load.get(), DriverStatus::NotReady);
-    EXPECT_EQ(Control(kIoctlDiskFlushCache), DriverStatus::NotReady);
-    EXPECT_EQ(Control(kIoctlVolumeDetach), DriverStatus::Success);
+    EXPECT_EQ(Control(IOCTL_DISK_FLUSH_CACHE), DriverStatus::NotReady);
+    EXPECT_EQ(Control(IOCTL_VOLUME_DETACH), DriverStatus::Success);
 }
 
 } // namespace

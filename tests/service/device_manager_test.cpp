@@ -109,13 +109,13 @@ TEST_F(DeviceTest, TheDriverServesBeyondFourGiBAndTellsWhatItRefuses) {
                    : GetLastError();
     };
     DiskInfo info{};
-    EXPECT_EQ(control(kIoctlDiskGetInfo, nullptr, 0, &info, sizeof(info)), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(control(IOCTL_DISK_GETINFO, nullptr, 0, &info, sizeof(info)), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(returned, sizeof(info));
     EXPECT_EQ(info.totalSectors, kSize / kSectorSize);
     VolumeTransfer beyond{
         .offset = kSize, .length = 512, .address = nullptr, .direction = TransferDirection::WriteZeroes};
-    EXPECT_EQ(control(kIoctlVolumeTransfer, &beyond, sizeof(beyond)), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(control(kIoctlVolumeQuery, nullptr, sizeof(record)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(control(IOCTL_VOLUME_TRANSFER, &beyond, sizeof(beyond)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(control(IOCTL_VOLUME_QUERY, nullptr, sizeof(record)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(control(0x4711, nullptr, 0), DWORD{ERROR_NOT_SUPPORTED});
     EXPECT_TRUE(ce::CloseHandle(device));
     EXPECT_TRUE(GetDeviceManager().Deregister(handle));
