@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -100,14 +101,24 @@ ExitCode TellDead(const Target& target) {
     return Fail(ExitCode::BadFile, "the service of %s had ended already", target.state.volume.c_str());
 }
 
+/// Whether the service has closed its end: it ended before it could answer.
+bool HasHungUp(const Descriptor& connection) {
+    pollfd state{.fd = connection.Get(), .events = 0, .revents = 0};
+    return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
+}
+
 ExitCode Dismount(const Target& target) {
     const char* const volume = target.state.volume.c_str();
     const Descriptor connection = ConnectControl(target.id);
     if (!connection.IsOpen())
         return TellDead(target);
-    if (!SendMessage(connection.Get(), kAskDismount))
-        return Fail(ExitCode::Busy, "the service of %s does not listen: %s", volume, std::strerror(errno));
-    const std::string answer = ReceiveMessage(connection.Get());
+    const bool isSent = SendMessage(connection.Get(), kAskDismount);
+    const int error = errno;
+    const std::string answer = isSent ? ReceiveMessage(connection.Get()) : std::string();
+    if (answer.empty() && HasHungUp(connection))
+        return TellDead(target);
+    if (!isSent)
+        return Fail(ExitCode::Busy, "the service of %s does not listen: %s", volume, std::strerror(error));
     if (answer == kAnswerBusy) {
         NameHolders(target);
         return ExitCode::Busy;

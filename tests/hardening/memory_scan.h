@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +32,23 @@ inline std::vector<MEMORY_BASIC_INFORMATION> FindRegions(HANDLE process, DWORD p
     return regions;
 }
 
+/// Reads a piece of another process's memory; nothing where its pages have gone meanwhile. A system under
+/// load may refuse for a moment, which must not pass for a place where nothing is found.
+inline std::size_t ReadPiece(HANDLE process, const std::byte* from, std::span<std::byte> into) {
+    MEMORY_BASIC_INFORMATION region{};
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        SIZE_T got = 0;
+        if (ReadProcessMemory(process, from, into.data(), into.size(), &got))
+            return got;
+        if (VirtualQueryEx(process, from, &region, sizeof(region)) == 0 || region.State != MEM_COMMIT)
+            return 0;
+        Sleep(10);
+    }
+    ADD_FAILURE() << "unread: " << into.size() << " bytes at " << static_cast<const void*>(from)
+                  << ", protection " << std::hex << region.Protect << ", error " << GetLastError();
+    return 0;
+}
+
 /// Looks for the needles in everything that is committed and readable in a process; what is found, and where.
 /// A scan that sees nothing fails the test: it would prove nothing.
 inline std::vector<std::pair<std::string, std::uintptr_t>> ScanMemory(HANDLE process,
@@ -48,9 +66,7 @@ inline std::vector<std::pair<std::string, std::uintptr_t>> ScanMemory(HANDLE pro
         const auto* const start = static_cast<const std::byte*>(region.BaseAddress);
         for (std::size_t done = 0; done < region.RegionSize; done += kPiece) {
             const std::size_t want = std::min(memory.size(), region.RegionSize - done);
-            SIZE_T got = 0;
-            if (!ReadProcessMemory(process, start + done, memory.data(), want, &got))
-                continue;
+            const std::size_t got = ReadPiece(process, start + done, {memory.data(), want});
             bytesScanned += got;
             const auto end = memory.begin() + static_cast<std::ptrdiff_t>(got);
             for (std::size_t i = 0; i < needles.size(); ++i)

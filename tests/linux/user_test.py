@@ -15,6 +15,7 @@ class User(command.CommandTest):
 
     def setUp(self):
         super().setUp()
+        os.chmod("/dev/fuse", 0o666)  # as udev does it, which not every container runs
         # The user may not look into the folder of the build.
         program = self.enterContext(command.tempfile.TemporaryDirectory(prefix="quilla-program-"))
         os.chmod(program, 0o755)
