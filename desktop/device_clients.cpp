@@ -1,6 +1,8 @@
 #include "desktop/device_clients.h"
 
 #include "desktop/device_manager.h"
+#include "desktop/private_file.h"
+#include "platform/win32/format_text.h"
 
 namespace quilla {
 
@@ -10,6 +12,13 @@ StopReport StopDeviceExport(std::wstring_view device) {
 
 bool CopyDeviceAddress(std::wstring_view device, std::span<wchar_t> text) {
     return GetDeviceManager().CopyUri(device, text);
+}
+
+bool FindDeviceFile(std::wstring_view device, std::wstring_view extension, PathText& path) {
+    wchar_t name[16];
+    return FormatText(name, L"%.*ls.%.*ls", static_cast<int>(device.find(L':')), device.data(),
+                      static_cast<int>(extension.size()), extension.data()) &&
+           PrivatePath(name, path);
 }
 
 unsigned CountDeviceClients(std::wstring_view device) {

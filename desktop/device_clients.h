@@ -2,6 +2,8 @@
 
 #include "export/nbd/server.h"
 
+#include "platform/text.h"
+
 #include <span>
 #include <string_view>
 
@@ -13,6 +15,10 @@ StopReport StopDeviceExport(std::wstring_view device);
 
 /// The address at which clients find a device; false if there is none.
 [[nodiscard]] bool CopyDeviceAddress(std::wstring_view device, std::span<wchar_t> text);
+
+/// Full path of the file "SECn.extension" that goes with device "SECn:" (see DeviceExport); false if there is
+/// no such place.
+[[nodiscard]] bool FindDeviceFile(std::wstring_view device, std::wstring_view extension, PathText& path);
 
 [[nodiscard]] unsigned CountDeviceClients(std::wstring_view device);
 

@@ -2,7 +2,6 @@
 
 #include "desktop/private_file.h"
 
-#include "platform/text.h"
 #include "platform/win32/format_text.h"
 #include "platform/win32/handle.h"
 
@@ -48,16 +47,6 @@ UniqueLocalMemory OwnerOnlyDescriptor() {
     return UniqueLocalMemory(descriptor);
 }
 
-/// Full path of the folder, or of a file in it; false if it does not fit or there is no such place.
-bool PrivatePath(std::wstring_view name, PathText& path) {
-    PathText base;
-    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", base, kPathUnits);
-    if (length == 0 || length >= kPathUnits)
-        return false;
-    return FormatText(path, name.empty() ? L"%ls\\%ls" : L"%ls\\%ls\\%.*ls", base, kPrivateFolder,
-                      static_cast<int>(name.size()), name.data());
-}
-
 bool WriteNewFile(const wchar_t* path, SECURITY_ATTRIBUTES& security, std::string_view content) {
     const UniqueFile file(
         CreateFileW(path, GENERIC_WRITE, 0, &security, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -68,6 +57,15 @@ bool WriteNewFile(const wchar_t* path, SECURITY_ATTRIBUTES& security, std::strin
 }
 
 } // namespace
+
+bool PrivatePath(std::wstring_view name, PathText& path) {
+    PathText base;
+    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", base, kPathUnits);
+    if (length == 0 || length >= kPathUnits)
+        return false;
+    return FormatText(path, name.empty() ? L"%ls\\%ls" : L"%ls\\%ls\\%.*ls", base, kPrivateFolder,
+                      static_cast<int>(name.size()), name.data());
+}
 
 bool WritePrivateFile(std::wstring_view name, std::string_view content) {
     PathText folder;

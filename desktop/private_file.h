@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/text.h"
+
 #include <string_view>
 
 namespace quilla {
@@ -12,6 +14,9 @@ inline constexpr wchar_t kPrivateFolder[] = L"Quilla Tarn";
 /// the user (and the system's administrators by their own means) can open either, and that a reader finds the
 /// whole content or no file. False if the system refuses.
 [[nodiscard]] bool WritePrivateFile(std::wstring_view name, std::string_view content);
+
+/// Full path of the folder, or of a file in it; false if it does not fit or there is no such place.
+[[nodiscard]] bool PrivatePath(std::wstring_view name, PathText& path);
 
 /// Removes such a file.
 void RemovePrivateFile(std::wstring_view name);

@@ -16,6 +16,9 @@ class MountObserver {
     MountObserver(const MountObserver&) = delete;
     MountObserver& operator=(const MountObserver&) = delete;
 
+    /// A volume has been mounted; its record stays at its address until it is not any more.
+    virtual void OnVolumeMounted(const VolumeRecord& /*record*/) {}
+
     /// A volume is not mounted any more; its export ended as reported.
     virtual void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
                                     const StopReport& report) = 0;

@@ -128,8 +128,10 @@ LRESULT RequestServer::Mount(const VolumeRecord& wanted, VolumeRecord& reply) {
     }
     UpdateVolumeRow(list_, RowOf(list_, record), record);
     Reply(reply, record);
-    if (record.IsMounted())
+    if (record.IsMounted()) {
         sweep_.Start(list_.hwnd, sweepMilliseconds_);
+        observer_.OnVolumeMounted(record);
+    }
     return 0;
 }
 
@@ -200,7 +202,10 @@ void RequestServer::FinishDismount(Detachment& detachment) {
 
 void RequestServer::MarkDismounting(VolumeRecord& record, bool isDismounting) {
     const int row = RowOf(list_, record);
-    ListedAt(list_, row).isDismounting = isDismounting;
+    ListedVolume& listed = ListedAt(list_, row);
+    listed.isDismounting = isDismounting;
+    if (!record.IsMounted())
+        listed.drive = DriveState::None;
     UpdateVolumeRow(list_, row, record);
 }
 
@@ -210,9 +215,12 @@ void RequestServer::FinishDismounts() {
 
 void RequestServer::DismountSelected() {
     const int row = SelectedRow(list_);
-    if (row < 0)
-        return;
-    BeginDismount(RecordAt(list_, row), DismountReason::User);
+    if (row >= 0)
+        Dismount(RecordAt(list_, row));
+}
+
+void RequestServer::Dismount(VolumeRecord& record) {
+    BeginDismount(record, DismountReason::User);
     AwaitDismounts(kWindowPatience);
 }
 

@@ -39,6 +39,9 @@ class RequestServer {
     /// Dismounts the selected row's volume (the Dismount command, enabled for a mounted row only).
     void DismountSelected();
 
+    /// Dismounts a mounted volume of the list.
+    void Dismount(VolumeRecord& record);
+
     /// Dismounts every mounted volume, from the last row to the first. Patience is in milliseconds.
     void DismountAll(ULONGLONG patience = kWindowPatience);
 

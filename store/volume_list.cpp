@@ -51,11 +51,17 @@ void SetColumn(const BListView& list, int row, Column column, const wchar_t* tex
     ListView_SetItemText(list.hwnd, row, column, const_cast<wchar_t*>(text));
 }
 
+/// What a state's text says about the drive, by DriveState; its letters follow.
+constexpr const wchar_t* kDriveTexts[] = {L"", L", being attached", L", attached", L", being detached"};
+
 /// What the mark of a mounted volume says in a picture, and what its owner should see to.
 void DescribeState(const ListedVolume& listed, std::span<wchar_t> text) {
     const VolumeRecord& record = listed.record;
+    const bool hasLetters = listed.drive == DriveState::Attached && listed.driveLetters[0] != 0;
     if (record.IsMounted())
-        FormatText(text, L"Mounted as %.6ls", record.DeviceName);
+        FormatText(text, L"Mounted as %.6ls%ls%ls%ls", record.DeviceName,
+                   kDriveTexts[static_cast<int>(listed.drive)], hasLetters ? L" as " : L"",
+                   hasLetters ? listed.driveLetters : L"");
     else if (record.Size == 0 && GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
         FormatText(text, L"File missing");
     else if (listed.keyFile == KeyFileState::Missing)
@@ -163,7 +169,7 @@ int UpdateVolumeRow(BListView& list, int row, VolumeRecord& record) {
     const auto& listed = reinterpret_cast<const ListedVolume&>(record);
     const bool isDismounting = listed.isDismounting;
     SetColumn(list, item.iItem, kKeyColumn, isDismounting ? L"dismounting" : record.KeyPath);
-    wchar_t state[32];
+    wchar_t state[128];
     DescribeState(listed, state);
     SetColumn(list, item.iItem, kStateColumn, state);
     return item.iItem;

@@ -12,6 +12,9 @@ class BListView;
 /// The volumes the user knows about are the rows of the main window's list view; each row owns a
 /// heap-allocated record through its item data. The record keeps its address for as long as its row exists.
 
+/// What the system has made of a mounted volume, as far as this program has seen to it.
+enum class DriveState : unsigned char { None, Attaching, Attached, Detaching };
+
 /// What a row owns: the record that requests carry and the driver knows, and what only the list remembers.
 struct ListedVolume {
     VolumeRecord record; ///< first, so that the item data is the address of both
@@ -20,6 +23,8 @@ struct ListedVolume {
     /// moment, take it from the record, but not from the user's list.
     PathText lastKeyPath{};
     bool isDismounting = false; ///< still mounted, while its disk takes its time
+    DriveState drive = DriveState::None;
+    TextUnit driveLetters[64] = {}; ///< "E: F:"; empty for a disk that has no file system yet
 };
 static_assert(offsetof(ListedVolume, record) == 0);
 

@@ -178,6 +178,7 @@ void MainWindow::OnShowErrors() {
 
 void MainWindow::OnIdle() {
     ShowNotedErrors();
+    FinishDriveSteps();
     icon_.ShowMounted(CountMounted(list_));
     CloseIfWanted();
 }

@@ -7,6 +7,7 @@
 #include "ui/dismount_occasions.h"
 #include "ui/notification_icon.h"
 #include "ui/ui_services.h"
+#include "ui/volume_drives.h"
 #include "ui/volume_list_view.h"
 
 #include <shellapi.h>
@@ -38,6 +39,7 @@ class MainWindow final : public BWindow {
     class ServerObserver final : public MountObserver {
       public:
         explicit ServerObserver(MainWindow& window) : window_(window) {}
+        void OnVolumeMounted(const VolumeRecord& record) override { window_.OnVolumeMounted(record); }
         void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,
                                 const StopReport& report) override {
             window_.OnVolumeDismounted(record, reason, report);
@@ -67,6 +69,7 @@ class MainWindow final : public BWindow {
     bool OnEditionMessage(const BMessage& message, LRESULT& result);
     void OnDpiChanged(LPARAM place);
     void OnDropFiles(HDROP drop);
+    void OnVolumeMounted(const VolumeRecord& record);
     void OnVolumeDismounted(const VolumeRecord& record, DismountReason reason, const StopReport& report);
 
     /// The record of the one selected row; null with no or several rows selected.
@@ -93,10 +96,21 @@ class MainWindow final : public BWindow {
     void ShowContents();
     void ShowAbout();
     void CopyAddress();
+    void AttachDrive();
+    void DetachDrive();
+    void ToggleAttachAfterMounting();
     void ShowFromTray();
     void DismountAll();
     void DismountAllAndExit();
     void Refresh();
+    /// Begins to detach a volume that is a drive, after which it is dismounted; false if it is none.
+    bool DetachFirst(const VolumeRecord& record);
+    void StartDriveStep(const VolumeRecord& record, DriveStep step, bool isAskedFor, bool dismounts);
+    void ShowDrive(std::uint32_t device, DriveState state, const wchar_t* letters);
+    void ShowAttachByHand(const VolumeRecord& record) const;
+    void FinishDriveSteps();
+    void FinishDriveStep(const DriveRun& run, const wchar_t* volume);
+    void DismountDetached(const DriveRun& run);
     [[nodiscard]] bool ConfirmCutOff(unsigned clients) const;
 
     UiServices services_;
@@ -105,6 +119,7 @@ class MainWindow final : public BWindow {
     HACCEL accelerators_ = nullptr; ///< a resource: freed with the module
     NotificationIcon icon_;
     DismountOccasions occasions_;
+    VolumeDrives drives_;
     ServerObserver observer_{*this};
     RequestServer server_;
     UniqueIcon smallIcon_;

@@ -46,6 +46,9 @@ const MainWindow::Command MainWindow::kCommands[] = {
     {IDM_CONTENTS, &MainWindow::ShowContents, Rule::Always, false},
     {IDM_ABOUT, &MainWindow::ShowAbout, Rule::Always, false},
     {IDM_COPY_ADDRESS, &MainWindow::CopyAddress, Rule::MountedVolume, true},
+    {IDM_ATTACH_DRIVE, &MainWindow::AttachDrive, Rule::MountedVolume, true},
+    {IDM_DETACH_DRIVE, &MainWindow::DetachDrive, Rule::MountedVolume, true},
+    {IDM_ATTACH_AFTER_MOUNTING, &MainWindow::ToggleAttachAfterMounting, Rule::Always, false},
     {IDM_SHOW_WINDOW, &MainWindow::ShowFromTray, Rule::Always, false},
     {IDM_DISMOUNT_ALL, &MainWindow::DismountAll, Rule::AnyMounted, false},
     {IDM_DISMOUNT_EXIT, &MainWindow::DismountAllAndExit, Rule::Always, false},
@@ -191,6 +194,8 @@ void MainWindow::Mount() {
 
 void MainWindow::Dismount() {
     const VolumeRecord& record = *SelectedVolume();
+    if (DetachFirst(record))
+        return;
     const unsigned clients = DriverControl::CountClients(record);
     if (clients > 0 && !ConfirmCutOff(clients))
         return;
@@ -235,11 +240,18 @@ bool MainWindow::ConfirmCutOff(unsigned clients) const {
 }
 
 void MainWindow::DismountAll() {
-    server_.DismountAll();
+    bool areDrives = false;
+    for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row)
+        areDrives |= RecordAt(list_, row).IsMounted() && DetachFirst(RecordAt(list_, row));
+    if (!areDrives)
+        server_.DismountAll();
+    for (int row = ListView_GetItemCount(list_.hwnd) - 1; areDrives && row >= 0; --row)
+        if (RecordAt(list_, row).IsMounted() && ListedAt(list_, row).drive == DriveState::None)
+            server_.Dismount(RecordAt(list_, row));
 }
 
 void MainWindow::DismountAllAndExit() {
-    server_.DismountAll();
+    DismountAll();
     isCloseWanted_ = true; // as soon as the last one is gone
     CloseIfWanted();
 }

@@ -35,6 +35,9 @@
 #define IDM_ON_SUSPEND 1025
 #define IDM_ON_LOG_OFF 1026
 #define IDM_ON_LOCK 1027
+#define IDM_ATTACH_DRIVE 1028
+#define IDM_DETACH_DRIVE 1029
+#define IDM_ATTACH_AFTER_MOUNTING 1030
 
 /* The dialog of New, Mount and Properties. */
 #define IDD_VOLUME 3
@@ -72,6 +75,11 @@
 #define IDC_ABOUT_COPYRIGHT 22
 #define IDC_ABOUT_CIPHERS 23
 #define IDC_ABOUT_KERNELS 24
+
+#define IDD_ATTACH_BY_HAND 1028
+#define IDC_BY_HAND_TEXT 30
+#define IDC_BY_HAND_LINES 31
+#define IDC_BY_HAND_COPY 32
 
 #define IDS_NEW 11001
 #define IDS_MOUNT 11006

@@ -1,48 +1,86 @@
-# AttachDrive.ps1 -KeyFile SECn.iscsi: makes a drive of a mounted volume with the iSCSI initiator of Windows.
-# Needs an elevated shell. The secret is read from the file, which only the user can open; it stands on no
-# command line. The letters of the drive are left in SECn.drive beside the file.
-param([Parameter(Mandatory = $true)] [string] $KeyFile)
+# AttachDrive.ps1 -KeyFile SECn.iscsi [-AnswerFile FILE]: makes a drive of a mounted volume, with WNBD where it is
+# installed, else with the iSCSI initiator of Windows. Needs an elevated shell. The secret is read from the file,
+# which only the user can open. The answer is "done" and the letters of the drive, "refused" and why, or "missing";
+# the exit code 0, 1 or 2. A volume that is attached already stays so.
+param([Parameter(Mandatory = $true)] [string] $KeyFile, [string] $AnswerFile)
 
 $ErrorActionPreference = 'Stop'
+$ProgressPreference = 'SilentlyContinue'
+# Only what an administrator has installed may run with his rights.
+$env:PSModulePath = Join-Path $PSHOME 'Modules'
 
-# "key=value" a line; names and secrets hold no backslash.
-$keys = ConvertFrom-StringData (Get-Content -LiteralPath $KeyFile -Raw)
-$driveFile = [IO.Path]::ChangeExtension($KeyFile, '.drive')
-
-function Show-ByHand {
-    Write-Host @"
-This Windows has no Storage module. To attach the volume by hand, as administrator:
-
-  sc start MSiSCSI
-  iscsicli QAddTargetPortal $($keys.address) $($keys.user) $($keys.secret)
-
-or in "iSCSI Initiator" of the control panel: on the page "Discovery" the portal $($keys.address), port $($keys.port),
-with CHAP (Advanced): name $($keys.user), secret $($keys.secret); then on the page "Targets" connect
-$($keys.target) with the same name and secret, not as a favourite.
-"@
-    Read-Host 'Enter ends'
-}
-
-if (-not (Get-Command Connect-IscsiTarget -ErrorAction SilentlyContinue)) {
-    Show-ByHand
-    exit 2
-}
-if ((Get-Service MSiSCSI).Status -ne 'Running') {
-    Start-Service MSiSCSI
-}
-
-$portal = @{ TargetPortalAddress = $keys.address; TargetPortalPortNumber = [uint16]$keys.port }
-$proof = @{ AuthenticationType = 'ONEWAYCHAP'; ChapUsername = $keys.user; ChapSecret = $keys.secret }
-New-IscsiTargetPortal @portal @proof | Out-Null
-try {
-    $session = Connect-IscsiTarget -NodeAddress $keys.target @portal @proof -IsPersistent $false
-    $disk = $null
-    for ($tries = 0; $tries -lt 100 -and -not $disk; $tries++) {
-        Start-Sleep -Milliseconds 200
-        $disk = $session | Get-Disk -ErrorAction SilentlyContinue
+function Stop-With([int] $code, [string] $answer) {
+    if ($AnswerFile) {
+        [IO.File]::WriteAllText($AnswerFile, $answer)
     }
-    if (-not $disk) {
-        throw 'Windows connected to the volume, but shows no disk of it.'
+    else {
+        Write-Output $answer
+    }
+    exit $code
+}
+
+function Find-Wnbd {
+    $folders = @((Join-Path ([Environment]::GetFolderPath('ProgramFiles')) 'Ceph\bin'))
+    $folders += [Environment]::GetEnvironmentVariable('Path', 'Machine') -split ';' | Where-Object { $_ }
+    $folders | ForEach-Object { Join-Path $_ 'wnbd-client.exe' } | Where-Object { Test-Path -LiteralPath $_ } |
+        Select-Object -First 1
+}
+
+# Waits for the disk that a condition chooses: it appears some time after it has been connected.
+function Wait-Disk([scriptblock] $find) {
+    for ($tries = 0; $tries -lt 100; $tries++) {
+        $disk = & $find
+        if ($disk) {
+            return $disk
+        }
+        Start-Sleep -Milliseconds 200
+    }
+    throw 'Windows is connected to the volume, but shows no disk of it.'
+}
+
+function Connect-ByWnbd([string] $client) {
+    $uri = [Uri] (Get-Content -LiteralPath ([IO.Path]::ChangeExtension($KeyFile, '.uri')) -TotalCount 1)
+    $name = $uri.AbsolutePath.TrimStart('/')
+    if (-not (Get-Disk | Where-Object SerialNumber -EQ $name)) {
+        $told = & $client map $name $uri.Host --port $uri.Port
+        if ($LASTEXITCODE -ne 0) {
+            throw "wnbd-client: $told"
+        }
+    }
+    Wait-Disk { Get-Disk | Where-Object SerialNumber -EQ $name }
+}
+
+function Connect-ByInitiator($keys) {
+    if ((Get-Service MSiSCSI).Status -ne 'Running') {
+        Start-Service MSiSCSI
+    }
+    $portal = @{ TargetPortalAddress = $keys.address; TargetPortalPortNumber = [uint16] $keys.port }
+    $proof = @{ AuthenticationType = 'ONEWAYCHAP'; ChapUsername = $keys.user; ChapSecret = $keys.secret }
+    $session = Get-IscsiSession -ErrorAction SilentlyContinue | Where-Object TargetNodeAddress -EQ $keys.target
+    if (-not $session) {
+        New-IscsiTargetPortal @portal @proof | Out-Null
+        try {
+            $session = Connect-IscsiTarget -NodeAddress $keys.target @portal @proof -IsPersistent $false
+        }
+        catch {
+            Remove-IscsiTargetPortal @portal -Confirm:$false -ErrorAction SilentlyContinue
+            throw
+        }
+    }
+    Wait-Disk { $session | Get-Disk -ErrorAction SilentlyContinue }
+}
+
+try {
+    $wnbd = Find-Wnbd
+    if ($wnbd) {
+        $disk = Connect-ByWnbd $wnbd
+    }
+    elseif (Get-Command Connect-IscsiTarget -ErrorAction SilentlyContinue) {
+        # "key=value" a line; names and secrets hold no backslash.
+        $disk = Connect-ByInitiator (ConvertFrom-StringData (Get-Content -LiteralPath $KeyFile -Raw))
+    }
+    else {
+        Stop-With 2 'missing'
     }
     if ($disk.IsOffline) {
         Set-Disk -Number $disk.Number -IsOffline $false
@@ -51,14 +89,10 @@ try {
         Set-Disk -Number $disk.Number -IsReadOnly $false
     }
     Update-Disk -Number $disk.Number
-    # An empty volume has no letter yet: Windows offers to initialise and format it in Disk Management.
     $letters = @(Get-Partition -DiskNumber $disk.Number -ErrorAction SilentlyContinue |
-            Where-Object { $_.DriveLetter } | ForEach-Object { "$($_.DriveLetter):" })
-    Set-Content -LiteralPath $driveFile -Value ($letters -join ' ') -Encoding ascii
+            Where-Object DriveLetter | ForEach-Object { "$($_.DriveLetter):" })
 }
 catch {
-    Remove-IscsiTargetPortal @portal -Confirm:$false -ErrorAction SilentlyContinue
-    Write-Host $_
-    Read-Host 'The volume could not be attached. Enter ends'
-    exit 1
+    Stop-With 1 "refused $_"
 }
+Stop-With 0 "done $($letters -join ' ')".TrimEnd()

@@ -28,11 +28,16 @@ bool IsReachable(const RECT& place) {
 }
 
 /// What a double click does, or what a mounted volume is good for.
-void FitVolumeMenu(HMENU menu, const VolumeRecord* volume) {
-    const bool isMounted = volume && volume->IsMounted();
+void FitVolumeMenu(HMENU menu, const ListedVolume& volume) {
+    const bool isMounted = volume.record.IsMounted();
     if (isMounted) {
         AppendMenuW(menu, MF_SEPARATOR, 0, nullptr);
         AppendMenuW(menu, MF_STRING, IDM_COPY_ADDRESS, L"Copy Address");
+        // Also of a drive without letters: it may have been formatted meanwhile.
+        if (volume.drive == DriveState::None || volume.driveLetters[0] == 0)
+            AppendMenuW(menu, MF_STRING, IDM_ATTACH_DRIVE, L"Attach as Drive");
+        if (volume.drive == DriveState::Attached)
+            AppendMenuW(menu, MF_STRING, IDM_DETACH_DRIVE, L"Detach");
     }
     SetMenuDefaultItem(menu, isMounted ? IDM_COPY_ADDRESS : IDM_MOUNT, FALSE);
 }
@@ -170,7 +175,9 @@ void MainWindow::CompleteMenu(HMENU menu, int menuId, int defaultCommand) {
     if (defaultCommand)
         SetMenuDefaultItem(menu, static_cast<UINT>(defaultCommand), FALSE);
     if (menuId == IDR_MENU_VOLUME)
-        FitVolumeMenu(menu, SelectedVolume());
+        FitVolumeMenu(menu, ListedAt(list_, SelectedRow(list_)));
+    if (VolumeDrives::AttachesAfterMounting())
+        CheckMenuItem(menu, IDM_ATTACH_AFTER_MOUNTING, MF_BYCOMMAND | MF_CHECKED);
     if (menuId == IDR_MENU_TRAY && AnyVolumeMounted(list_)) // a plain exit would hide the window and no more
         ModifyMenuW(menu, IDM_EXIT, MF_BYCOMMAND | MF_STRING, IDM_DISMOUNT_EXIT, L"Dismount All and Exit");
 }

@@ -28,6 +28,23 @@ void MainWindow::CopyAddress() {}
 
 void MainWindow::OpenTrayMenu() {}
 
+/// Every mounted volume is a storage card there.
+void MainWindow::AttachDrive() {}
+
+void MainWindow::DetachDrive() {}
+
+void MainWindow::ToggleAttachAfterMounting() {}
+
+void MainWindow::OnVolumeMounted(const VolumeRecord& /*record*/) {}
+
+bool MainWindow::DetachFirst(const VolumeRecord& /*record*/) {
+    return false;
+}
+
+void MainWindow::FinishDriveSteps() {}
+
+VolumeDrives::~VolumeDrives() = default;
+
 void MainWindow::CompleteMenu(HMENU /*menu*/, int /*menuId*/, int /*defaultCommand*/) {}
 
 } // namespace quilla
