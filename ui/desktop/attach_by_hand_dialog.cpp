@@ -58,9 +58,9 @@ AttachByHandDialog::AttachByHandDialog(const VolumeRecord& record) {
                L"sc start MSiSCSI\r\n"
                L"iscsicli AddTargetPortal %hs %hs * * * * * * * * * %hs %hs 1\r\n"
                L"iscsicli LoginTarget %hs T %hs %hs * * * * * * * * * %hs %hs 1 * 0\r\n\r\n"
-               L"rem Before the volume is dismounted, with the number that the first line shows:\r\n"
+               L"rem Before the volume is dismounted, with the identifier that the next line shows:\r\n"
                L"iscsicli SessionList\r\n"
-               L"iscsicli LogoutTarget NUMBER\r\n"
+               L"iscsicli LogoutTarget IDENTIFIER\r\n"
                L"iscsicli RemoveTargetPortal %hs %hs\r\n",
                address, port, user, secret, target, address, port, user, secret, address, port);
 }
