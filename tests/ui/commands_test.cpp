@@ -75,9 +75,9 @@ TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
     const auto rightClick = [&] { Notify(click, static_cast<UINT>(NM_RCLICK)); };
     const Items unmounted = {{IDM_CLOSE, true},     {IDM_DELETE, true},          {IDM_MOUNT, true},
                              {IDM_DISMOUNT, false}, {IDM_CHANGE_PASSWORD, true}, {IDM_PROPERTIES, true}};
-    const Items mounted = {{IDM_CLOSE, false},         {IDM_DELETE, false},    {IDM_MOUNT, false},
-                           {IDM_DISMOUNT, true},       {IDM_PROPERTIES, true}, {IDM_COPY_ADDRESS, true},
-                           {IDM_CHANGE_PASSWORD, true}};
+    const Items mounted = {{IDM_CLOSE, false},          {IDM_DELETE, false},     {IDM_MOUNT, false},
+                           {IDM_DISMOUNT, true},        {IDM_PROPERTIES, true},  {IDM_COPY_ADDRESS, true},
+                           {IDM_CHANGE_PASSWORD, true}, {IDM_ATTACH_DRIVE, true}};
     EXPECT_EQ(ItemsOfMenu(rightClick), (Items{{IDM_NEW, true}, {IDM_OPEN, true}}));
     Select(0);
     EXPECT_EQ(ItemsOfMenu(rightClick), unmounted);
@@ -90,12 +90,17 @@ TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
 TEST_F(CommandsTest, TheNotificationIconHasAMenuAndComesBackWithTheShell) {
     AddVolume(L"a", CipherId::None);
     const auto openMenu = [this] { SendMessageW(window->hwnd, WM_TRAYICON, 101, WM_RBUTTONUP); };
-    EXPECT_EQ(
-        ItemsOfMenu(openMenu),
-        (Items{{kSubmenu, true}, {IDM_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, false}}));
+    EXPECT_EQ(ItemsOfMenu(openMenu), (Items{{kSubmenu, true},
+                                            {IDM_EXIT, true},
+                                            {IDM_SHOW_WINDOW, true},
+                                            {IDM_DISMOUNT_ALL, false},
+                                            {IDM_ATTACH_AFTER_MOUNTING, true}}));
     MountRow(0);
-    const Items mounted = {
-        {kSubmenu, true}, {IDM_DISMOUNT_EXIT, true}, {IDM_SHOW_WINDOW, true}, {IDM_DISMOUNT_ALL, true}};
+    const Items mounted = {{kSubmenu, true},
+                           {IDM_DISMOUNT_EXIT, true},
+                           {IDM_SHOW_WINDOW, true},
+                           {IDM_DISMOUNT_ALL, true},
+                           {IDM_ATTACH_AFTER_MOUNTING, true}};
     EXPECT_EQ(ItemsOfMenu(openMenu), mounted);
 
     NOTIFYICONDATAW icon{};
