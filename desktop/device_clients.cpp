@@ -25,4 +25,8 @@ unsigned CountDeviceClients(std::wstring_view device) {
     return GetDeviceManager().CountClients(device);
 }
 
+bool IsDeviceElsewhere(std::wstring_view device) {
+    return DeviceManager::IsElsewhere(device);
+}
+
 } // namespace quilla

@@ -22,4 +22,7 @@ StopReport StopDeviceExport(std::wstring_view device);
 
 [[nodiscard]] unsigned CountDeviceClients(std::wstring_view device);
 
+/// Whether the user's other sessions have a device of this name; their programs find it by that.
+[[nodiscard]] bool IsDeviceElsewhere(std::wstring_view device);
+
 } // namespace quilla

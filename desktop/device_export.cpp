@@ -48,7 +48,7 @@ bool DeviceExport::Start(BlockDevice& device, unsigned index) {
                   name.data());
     std::array<char, kUriSize + 1> line;
     std::snprintf(line.data(), line.size(), "%s\n", uri_.data());
-    static_cast<void>(WritePrivateFile(DeviceFileName(index, kUri).text, line.data()));
+    uriFile_ = WritePrivateFile(DeviceFileName(index, kUri).text, line.data());
     StartTarget(device);
     isServed_ = true;
     return true;
@@ -70,12 +70,14 @@ void DeviceExport::StartTarget(BlockDevice& device) {
     std::snprintf(text->data(), text->size(), "address=127.0.0.1\nport=%u\ntarget=%s\nuser=%s\nsecret=%s\n",
                   static_cast<unsigned>(target_->Port()), keys->name.data(), iscsi::kTargetUser,
                   keys->secret.data());
-    static_cast<void>(WritePrivateFile(DeviceFileName(index_, kKeys).text, text->data()));
+    keysFile_ = WritePrivateFile(DeviceFileName(index_, kKeys).text, text->data());
 }
 
 StopReport DeviceExport::Stop() {
     if (!isServed_.exchange(false))
         return {};
+    uriFile_.Reset();
+    keysFile_.Reset();
     RemoveFiles(index_);
     const StopReport target = target_ ? target_->Stop() : StopReport{};
     const StopReport server = server_->Stop();
@@ -85,7 +87,12 @@ StopReport DeviceExport::Stop() {
 
 void DeviceExport::RemoveLeftovers() {
     for (unsigned index = 0; index < kMaxDevices; ++index)
-        RemoveFiles(index);
+        if (!IsElsewhere(index))
+            RemoveFiles(index);
+}
+
+bool DeviceExport::IsElsewhere(unsigned index) {
+    return IsPrivateFileHeld(DeviceFileName(index, kUri).text);
 }
 
 } // namespace quilla

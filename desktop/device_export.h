@@ -4,6 +4,7 @@
 #include "export/nbd/server.h"
 #include "platform/block_device.h"
 #include "platform/device_name.h"
+#include "platform/win32/handle.h"
 
 #include <array>
 #include <atomic>
@@ -35,8 +36,11 @@ class DeviceExport {
     StopReport Stop();
 
     /// Removes the files that a process left which was ended with volumes mounted. To be called while
-    /// nothing is exported.
+    /// nothing is exported; what the user has mounted in another session stays.
     static void RemoveLeftovers();
+
+    /// Whether the user has a device of this number in another session, which has its files, too.
+    [[nodiscard]] static bool IsElsewhere(unsigned index);
 
     /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not served.
     [[nodiscard]] const char* Uri() const { return isServed_ ? uri_.data() : ""; }
@@ -54,6 +58,8 @@ class DeviceExport {
     std::unique_ptr<nbd::Server> server_;
     std::unique_ptr<iscsi::Target> target_;
     std::array<char, kUriSize> uri_{};
+    UniqueFile uriFile_;
+    UniqueFile keysFile_;
     unsigned index_ = 0;
     std::atomic<bool> isServed_ = false;
 };

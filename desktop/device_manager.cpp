@@ -159,6 +159,10 @@ unsigned DeviceManager::CountClients(std::wstring_view name) const {
     return device != nullptr ? device->exported.ConnectedClients() : 0;
 }
 
+bool DeviceManager::IsElsewhere(std::wstring_view name) {
+    return IsDeviceName(name) && DeviceExport::IsElsewhere(DeviceIndex(name));
+}
+
 DeviceManager& GetDeviceManager() {
     static DeviceManager manager;
     return manager;

@@ -53,6 +53,9 @@ class DeviceManager {
     /// Clients attached to a device at present.
     [[nodiscard]] unsigned CountClients(std::wstring_view name) const;
 
+    /// Whether the user's other sessions have a device of this name.
+    [[nodiscard]] static bool IsElsewhere(std::wstring_view name);
+
     /// Ends a device's export before the device itself, for those who want to know what that has met.
     StopReport StopExport(std::wstring_view name);
 

@@ -67,21 +67,33 @@ bool PrivatePath(std::wstring_view name, PathText& path) {
                       static_cast<int>(name.size()), name.data());
 }
 
-bool WritePrivateFile(std::wstring_view name, std::string_view content) {
+UniqueFile WritePrivateFile(std::wstring_view name, std::string_view content) {
     PathText folder;
     PathText path;
     PathText unfinished;
     if (!PrivatePath({}, folder) || !PrivatePath(name, path) || !PrivatePath(L"unfinished", unfinished))
-        return false;
+        return {};
     const UniqueLocalMemory descriptor = OwnerOnlyDescriptor();
     if (!descriptor)
-        return false;
+        return {};
     SECURITY_ATTRIBUTES security{
         .nLength = sizeof(security), .lpSecurityDescriptor = descriptor.Get(), .bInheritHandle = FALSE};
     CreateDirectoryW(folder, &security); // it may well exist
     DeleteFileW(unfinished);             // left by a process that was ended half-way
-    return WriteNewFile(unfinished, security, content) &&
-           MoveFileExW(unfinished, path, MOVEFILE_REPLACE_EXISTING);
+    if (!WriteNewFile(unfinished, security, content) ||
+        !MoveFileExW(unfinished, path, MOVEFILE_REPLACE_EXISTING)) {
+        DeleteFileW(unfinished);
+        return {};
+    }
+    return UniqueFile(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+bool IsPrivateFileHeld(std::wstring_view name) {
+    constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    PathText path;
+    return PrivatePath(name, path) &&
+           !UniqueFile(CreateFileW(path, DELETE, kAnySharing, nullptr, OPEN_EXISTING, 0, nullptr)) &&
+           GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 void RemovePrivateFile(std::wstring_view name) {

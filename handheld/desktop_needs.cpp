@@ -22,6 +22,10 @@ unsigned CountDeviceClients(std::wstring_view /*device*/) {
     return 0;
 }
 
+bool IsDeviceElsewhere(std::wstring_view /*device*/) {
+    return false;
+}
+
 void DeviceExport::RemoveLeftovers() {}
 
 void CompletePath(PathText& /*path*/) {}

@@ -47,7 +47,7 @@ void SendControl(const VolumeRecord& record, DWORD code, void* input = nullptr, 
 DWORD ChooseDeviceName(VolumeRecord& record) {
     for (DWORD index = 0; index < kMaxDevices; ++index) {
         FormatText(record.DeviceName, L"%ls%u:", kWideDevicePrefix, static_cast<unsigned>(index));
-        if (!OpenDevice(record))
+        if (!OpenDevice(record) && !IsDeviceElsewhere(record.DeviceName))
             return index;
     }
     return kMaxDevices;

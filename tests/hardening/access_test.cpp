@@ -1,5 +1,6 @@
 // Who may reach a mounted volume, what the program loads, and what its memory may do.
 
+#include "desktop/device_export.h"
 #include "tests/hardening/memory_scan.h"
 #include "tests/support/quilla_tarn.h"
 
@@ -71,6 +72,19 @@ TEST_F(AccessTest, OnlyTheOwnerReadsTheAddressAndNobodyGuessesIt) {
     for (std::size_t digit = 5; digit < names[0].size(); ++digit)
         same += names[0][digit] == names[1][digit];
     EXPECT_LT(same, 16) << names[0] << ' ' << names[1];
+}
+
+/// This process stands for the user's other session, which shares the folder of addresses.
+TEST_F(AccessTest, AnotherSessionRemovesOnlyAddressesThatNobodyHolds) {
+    const QuillaTarn program = Mount();
+    EXPECT_TRUE(DeviceExport::IsElsewhere(0));
+    DeviceExport::RemoveLeftovers();
+    EXPECT_NE(ReadSmallFile(UriFile(0)).value_or(""), "");
+    TerminateProcess(program.Process(), 1);
+    EXPECT_EQ(program.Wait(), 1U);
+    EXPECT_TRUE(IsMounted()) << "a left-over";
+    DeviceExport::RemoveLeftovers();
+    EXPECT_FALSE(IsMounted());
 }
 
 /// Has a process load a library, as if its own code had asked for it. Returns whether it did.

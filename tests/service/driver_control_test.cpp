@@ -3,6 +3,7 @@
 
 #include "service/driver_control.h"
 
+#include "desktop/private_file.h"
 #include "platform/clock.h"
 #include "tests/export/nbd/nbd_client.h"
 #include "tests/service/device_fixture.h"
@@ -41,6 +42,12 @@ TEST_F(DeviceTest, TakesTheFirstFreeNameAndTellsItsAddress) {
     EXPECT_FALSE(b.IsMounted());
     EXPECT_STREQ(b.DeviceName, L"SEC1:") << "the name stays";
     EXPECT_FALSE(test::ReadSmallFile(UriFile(1)));
+    {
+        const UniqueFile elsewhere = WritePrivateFile(L"SEC1.uri", "another session's");
+        driver_.LoadDriver(d);
+        EXPECT_STREQ(d.DeviceName, L"SEC3:");
+        Unload(d);
+    }
     driver_.LoadDriver(d);
     EXPECT_STREQ(d.DeviceName, L"SEC1:");
     for (VolumeRecord* const record : {&a, &c, &d}) {
