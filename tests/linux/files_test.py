@@ -166,7 +166,7 @@ class Files(command.CommandTest):
 
     def test_asks_on_the_terminal_without_echo(self):
         words = ("create", self.raw, "--size", "1M")
-        code, screen = self.type_at_terminal(words, ["secret", "Secret"])
+        code, screen = self.type_at_terminal(words, ["a long secret", "a long secreT"])
         self.assertEqual(code, WRONG_PASSWORD, screen)
         self.assertFalse(self.raw.exists())
         code, screen = self.type_at_terminal(words, ["secret", "secret"])

@@ -127,7 +127,9 @@ TEST_F(VolumeFilesTest, AKeyThatCannotBeTriedIsNoWrongPassword) {
     EXPECT_TRUE(attempt.strength && attempt.strength->memory == 8192);
     ASSERT_TRUE(UpdateTimeout(record)); // keeps the chunk, as a program does that does not know it
     key = {std::byte{1}};
+    record.Key = {};
     EXPECT_FALSE(UnlockVolume(record, key, &attempt));
+    EXPECT_EQ(record.Key, DataKey{}) << "of a wrong password";
     EXPECT_FALSE(attempt.IsUntried());
     ExpectBoxes({});
 
@@ -147,6 +149,10 @@ TEST_F(VolumeFilesTest, TheTimeoutIsRewrittenAroundTheOtherOptions) {
     record.Flags = 0xFF;
     EXPECT_TRUE(UpdateTimeout(record));
     EXPECT_EQ(ToHex(key_.Read()), ToHex(BuildKeyFile(6, 0x1122334455667788, 0xABCDEF03, block)));
+
+    record.Flags = 0;
+    EXPECT_TRUE(UpdateTimeout(record));
+    EXPECT_EQ(ToHex(key_.Read()), ToHex(BuildKeyFile(6, 0x1122334455667788, 0xABCDEF02, block)));
 
     // A file cut within its settings is completed by the writing.
     const Bytes whole = BuildKeyFile(0, kDefaultTimeout, 0, {});

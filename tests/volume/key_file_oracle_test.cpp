@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <numeric>
+#include <set>
 
 namespace quilla {
 namespace {
@@ -95,19 +96,44 @@ TEST(KeyFileOracle, TheDocumentedExamplesOpen) {
         DataKey dataKey;
         TakeDataKey(dataKey, block);
         EXPECT_EQ(ToHex(dataKey), masterKey.substr(0, 64));
+        for (std::size_t at = 128; at < 132; ++at) {
+            Bytes damaged = files[i];
+            damaged[72 + at] ^= std::byte{1};
+            file.Write(damaged);
+            EXPECT_FALSE(Open(file, kCiphers[i], u"97531", block)) << "checksum, byte " << at - 128;
+        }
     }
 }
 
-TEST(KeyFileOracle, EachSealingTakesAFreshVectorAndWipesTheKey) {
-    for (const CipherId cipher : kCiphers) {
-        KeyBlock blocks[2]{};
-        for (KeyBlock& block : blocks) {
+TEST(KeyFileOracle, ThePasswordCountsToItsLastUnit) {
+    std::u16string password(257, u'x');
+    password += u"\U0001F511";
+    EXPECT_EQ(ToHex(KeyOf(password)), ToHex(test::OraclePasswordKey(password)));
+}
+
+/// Adds the pieces of 4 bytes to those that new keys and vectors had before: none may come again.
+void ExpectNew(std::set<std::string>& seen, std::span<const std::byte> random) {
+    for (; !random.empty(); random = random.subspan(4))
+        EXPECT_TRUE(seen.insert(ToHex(random.first(4))).second) << ToHex(random.first(4));
+}
+
+TEST(KeyFileOracle, NewKeysAndVectorsAreRandomInAllBytesAndSealingWipesTheKey) {
+    std::set<std::string> seen;
+    for (const CipherId cipher : kCiphers)
+        for (int i = 0; i < 2; ++i) {
+            KeyBlock block{};
             PasswordDigest key = KeyOf(u"the same");
+            ASSERT_TRUE(MakeKeyBlock(block, cipher, key));
+            EXPECT_EQ(key, PasswordDigest{}) << "not wiped";
+            ExpectNew(seen, block.iv);
+            key = KeyOf(u"the same");
+            ASSERT_TRUE(OpenKeyBlock(block, cipher, key));
+            ExpectNew(seen, block.masterKey);
+            key = KeyOf(u"the same");
             ASSERT_TRUE(SealKeyBlock(block, cipher, key));
             EXPECT_EQ(key, PasswordDigest{}) << "not wiped";
+            ExpectNew(seen, block.iv);
         }
-        EXPECT_NE(blocks[0].iv, blocks[1].iv);
-    }
 }
 
 } // namespace

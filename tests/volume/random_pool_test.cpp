@@ -33,6 +33,28 @@ TEST(RandomPool, ASnapshotGoesInAndIsStirred) {
     EXPECT_EQ(Crc32(std::as_bytes(std::span(&pool, 1))), 0x75A8019CU);
 }
 
+TEST(RandomPool, TakesInNothingThatTheSystemLacks) {
+    EntropySnapshot snapshot;
+    FillByNumber(snapshot, 1);
+    const auto stir = [&snapshot](bool hasFrequency, bool hasCounter, std::byte content) {
+        EntropyPool pool{};
+        snapshot.hasFrequency = hasFrequency;
+        snapshot.hasCounter = hasCounter;
+        snapshot.counterFrequency.fill(hasFrequency ? std::byte{7} : content);
+        snapshot.counter.fill(hasCounter ? std::byte{8} : content);
+        AddSnapshot(pool, snapshot);
+        StirPool(pool);
+        return Crc32(std::as_bytes(std::span(&pool, 1)));
+    };
+    std::set<std::uint32_t> sums;
+    for (const auto& [hasFrequency, hasCounter] : {std::pair(false, false), {false, true}, {true, false}}) {
+        const std::uint32_t sum = stir(hasFrequency, hasCounter, std::byte{0});
+        EXPECT_EQ(sum, stir(hasFrequency, hasCounter, std::byte{0x55}));
+        sums.insert(sum);
+    }
+    EXPECT_EQ(sums.size(), 3U);
+}
+
 TEST(RandomPool, GivesAtMost256BytesAndNeverTheSame) {
     std::set<Bytes> seen;
     for (const std::size_t size : {20U, 20U, 128U, 128U, 300U}) {
