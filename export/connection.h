@@ -23,7 +23,7 @@ class Connection {
     };
 
     Connection(StreamServer& server, Socket client, std::uint64_t arrival)
-        : number(arrival), server_(server), socket_(std::move(client)) {}
+        : number(arrival), server_(server), peer_(client.Peer()), socket_(std::move(client)) {}
 
     /// Starts the thread; false if the system refuses.
     [[nodiscard]] bool Start() { return thread_.Start(RunThread, this); }
@@ -34,6 +34,9 @@ class Connection {
     void CutOff() { socket_.Shutdown(); }
 
     void Close() { socket_.Close(); }
+
+    /// Where the client comes from.
+    [[nodiscard]] std::uint32_t Peer() const { return peer_; }
 
     /// For the protocol, from the connection's own thread.
     [[nodiscard]] Socket& Stream() { return socket_; }
@@ -55,6 +58,7 @@ class Connection {
     static void RunThread(void* connection);
 
     StreamServer& server_;
+    const std::uint32_t peer_;
     Socket socket_;
     Thread thread_;
 };

@@ -18,6 +18,9 @@ using State = Connection::State;
 /// Pause after the system refused a connection for lack of resources.
 constexpr std::uint32_t kRetryMilliseconds = 50;
 
+/// Milliseconds between two traces of refused clients.
+constexpr std::uint32_t kTracePause = 1'000;
+
 StreamServer::StreamServer(BlockDevice& device, std::string_view label, ServerLimits limits)
     : device_(device), limits_(limits) {
     label.copy(label_.data(), label_.size() - 1);
@@ -67,15 +70,23 @@ void StreamServer::Admit(Socket client) {
         Finish(**room);
 }
 
-/// A free slot, or one that is made free: its connection has finished, or it is the oldest of those that have
-/// not shown yet that they know the export's name.
+/// Connections from an address that have not shown yet that they may use the device.
+std::size_t StreamServer::CountHandshakes(std::uint32_t peer) const {
+    return static_cast<std::size_t>(std::ranges::count_if(connections_, [peer](const Slot& slot) {
+        return slot && slot->state == State::Handshake && slot->Peer() == peer;
+    }));
+}
+
+/// A free slot, or one that is made free: its connection has finished, or has to go.
 StreamServer::Slot* StreamServer::FindRoom() {
     Slot* room = nullptr;
     bool isDismissal = false;
     {
         const LockGuard guard(lock_);
-        const auto precedence = [](const Slot& slot) {
-            return !slot || slot->state == State::Finished ? 0 : slot->number;
+        const auto precedence = [this](const Slot& slot) {
+            return !slot || slot->state == State::Finished
+                       ? std::pair<std::size_t, std::uint64_t>()
+                       : std::pair(1 + kMaxConnections - CountHandshakes(slot->Peer()), slot->number);
         };
         for (Slot& slot : connections_)
             if ((!slot || slot->state != State::Attached) &&
@@ -123,7 +134,11 @@ void StreamServer::Finish(Connection& connection) {
     finished_.WakeAll();
 }
 
-void StreamServer::TellRefusal(const char* why) const {
+void StreamServer::TellRefusal(const char* why) {
+    const std::uint64_t now = MonotonicMilliseconds();
+    std::uint64_t next = nextTrace_;
+    if (now < next || !nextTrace_.compare_exchange_strong(next, now + kTracePause))
+        return;
     std::array<char, 128> line;
     std::snprintf(line.data(), line.size(), "Quilla Tarn: %s refused a client: %s", label_.data(), why);
     Trace(line.data());

@@ -38,8 +38,9 @@ enum class ServerPhase : std::uint8_t {
 /// connection. The destructor of a derived class calls Stop.
 class StreamServer {
   public:
-    /// Connections at a time. When all are taken, the oldest one still in its handshake makes room for a
-    /// newcomer; with none in its handshake the newcomer is closed.
+    /// Connections at a time. When all are taken, one still in its handshake makes room for a newcomer: the
+    /// oldest of the address that has most of them, so that nobody is driven out by another address's flood.
+    /// With none in its handshake the newcomer is closed.
     static constexpr std::size_t kMaxConnections = 16;
 
     /// The device must outlive the server. The label says in traces what is served; it is no secret.
@@ -69,8 +70,8 @@ class StreamServer {
     [[nodiscard]] const ServerLimits& Limits() const { return limits_; }
     [[nodiscard]] const std::atomic<ServerPhase>& Phase() const { return phase_; }
 
-    /// Leaves a trace of a client that was not let in.
-    void TellRefusal(const char* why) const;
+    /// Leaves a trace of a client that was not let in; of many, one in a second.
+    void TellRefusal(const char* why);
 
   private:
     friend class Connection;
@@ -80,6 +81,7 @@ class StreamServer {
     static void RunAcceptor(void* server);
     void AcceptConnections();
     void Admit(Socket client);
+    [[nodiscard]] std::size_t CountHandshakes(std::uint32_t peer) const;
     [[nodiscard]] Slot* FindRoom();
     void EndConnections();
 
@@ -101,6 +103,7 @@ class StreamServer {
     unsigned cutOff_ = 0;  // clients that a stop has cut off
     std::atomic<unsigned> attached_ = 0;
     std::atomic<ServerPhase> phase_{};
+    std::atomic<std::uint64_t> nextTrace_ = 0; // milliseconds of the monotonic clock
 };
 
 } // namespace quilla

@@ -29,6 +29,9 @@ class Socket final : public ByteStream {
 
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
 
+    /// The IPv4 address that an accepted connection comes from, in the byte order of the network.
+    [[nodiscard]] std::uint32_t Peer() const { return peer_; }
+
     [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override;
     [[nodiscard]] bool Send(std::span<const std::byte> bytes) override;
     void SetTimeout(std::uint32_t milliseconds) override;
@@ -58,6 +61,7 @@ class Socket final : public ByteStream {
         std::swap(handle_, other.handle_);
         std::swap(arrival_, other.arrival_);
         std::swap(stop_, other.stop_);
+        std::swap(peer_, other.peer_);
         std::swap(timeout_, other.timeout_);
         std::swap(looks_, other.looks_);
     }
@@ -69,6 +73,7 @@ class Socket final : public ByteStream {
     // Where nothing can wake a waiting receive, it waits for two events instead: data, or the order to stop.
     [[maybe_unused]] void* arrival_ = nullptr;
     [[maybe_unused]] void* stop_ = nullptr;
+    std::uint32_t peer_ = 0;
     std::uint32_t timeout_ = 0;
     bool looks_ = false;
     [[maybe_unused]] std::uint8_t looksInVain_ = 0; // in a row
@@ -100,6 +105,9 @@ class Listener {
 
   private:
     static constexpr std::uintptr_t kNone = ~std::uintptr_t{0};
+    /// Connections that wait to be accepted. Few: one that comes when there are more is tried again by its
+    /// system a second later, while the last of a long queue would wait for all before it.
+    static constexpr int kBacklog = 64;
     std::uintptr_t handle_ = kNone;
     [[maybe_unused]] void* arrival_ = nullptr; // as in Socket: a connection, or the order to stop
     [[maybe_unused]] void* stop_ = nullptr;

@@ -152,7 +152,7 @@ bool Listener::Open(std::uint16_t port) {
     sockaddr_in address = LoopbackAddress(port);
     socklen_t length = sizeof(address);
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(descriptor, generic, length) != 0 || listen(descriptor, SOMAXCONN) != 0 ||
+    if (bind(descriptor, generic, length) != 0 || listen(descriptor, kBacklog) != 0 ||
         getsockname(descriptor, generic, &length) != 0) {
         Close();
         return false;
@@ -164,11 +164,14 @@ bool Listener::Open(std::uint16_t port) {
 Socket Listener::Accept() {
     Socket connection;
     int descriptor = -1;
+    sockaddr_in peer{};
+    socklen_t size = sizeof(peer);
     do
-        descriptor = accept4(Descriptor(handle_), nullptr, nullptr, SOCK_CLOEXEC);
+        descriptor = accept4(Descriptor(handle_), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
     while (descriptor < 0 && (errno == EINTR || errno == ECONNABORTED));
     if (descriptor >= 0) {
         connection.handle_ = static_cast<std::uintptr_t>(descriptor);
+        connection.peer_ = peer.sin_addr.s_addr;
         if (!connection.Prepare())
             connection.Close();
     }

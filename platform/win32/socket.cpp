@@ -147,7 +147,7 @@ bool Listener::Open(std::uint16_t port) {
     if (arrival_ == nullptr || stop_ == nullptr ||
         setsockopt(handle_, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&on),
                    sizeof(on)) != 0 ||
-        bind(handle_, generic, length) != 0 || listen(handle_, SOMAXCONN) != 0 ||
+        bind(handle_, generic, length) != 0 || listen(handle_, kBacklog) != 0 ||
         getsockname(handle_, generic, &length) != 0 || WSAEventSelect(handle_, arrival_, FD_ACCEPT) != 0) {
         Close();
         return false;
@@ -158,17 +158,20 @@ bool Listener::Open(std::uint16_t port) {
 
 Socket Listener::Accept() {
     Socket connection;
+    sockaddr_in peer{};
+    int size = sizeof(peer);
     for (;;) {
         // A waiting accept cannot be woken, so the socket does not block and the wait is for events.
         WSANETWORKEVENTS happened{};
         if (!WaitFor(arrival_, stop_, 0) || WSAEnumNetworkEvents(handle_, arrival_, &happened) != 0)
             return connection;
-        connection.handle_ = accept(handle_, nullptr, nullptr);
+        connection.handle_ = accept(handle_, reinterpret_cast<sockaddr*>(&peer), &size);
         if (connection.IsOpen())
             break;
         if (WSAGetLastError() != WSAEWOULDBLOCK && WSAGetLastError() != WSAECONNRESET)
             return connection;
     }
+    connection.peer_ = peer.sin_addr.s_addr;
     // The accepted socket inherits the events and does not block either.
     u_long nonBlocking = 0;
     if (WSAEventSelect(connection.handle_, nullptr, 0) != 0 ||

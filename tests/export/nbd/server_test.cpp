@@ -2,6 +2,12 @@
 
 #include "tests/export/nbd/server_fixture.h"
 
+#ifndef _WIN32
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -38,6 +44,30 @@ TEST_F(NbdServerTest, StrangersMakeRoomForClientsAndClientsForNobody) {
     EXPECT_EQ(Enter().Read(0, 512), Stored(0, 512));
     EXPECT_EQ(clients.back().Read(0, 512), Stored(0, 512));
 }
+
+#ifndef _WIN32 // the sockets of both systems differ by more than this is worth
+TEST_F(NbdServerTest, AFloodFromOneAddressDrivesOutNobodyFromAnother) {
+    NbdClient slow = Connect();
+    ASSERT_TRUE(slow.Greet());
+    std::vector<int> strangers;
+    for (std::size_t i = 0; i < 3 * nbd::Server::kMaxConnections; ++i) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+        strangers.push_back(socket(AF_INET, SOCK_STREAM, 0));
+        auto* const generic = reinterpret_cast<sockaddr*>(&address);
+        ASSERT_EQ(bind(strangers.back(), generic, sizeof(address)), 0);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(server.Port());
+        ASSERT_EQ(connect(strangers.back(), generic, sizeof(address)), 0);
+        char greeting = 0;
+        ASSERT_EQ(recv(strangers.back(), &greeting, 1, 0), 1) << "not admitted";
+    }
+    EXPECT_EQ(slow.Ask(kOptGo, InfoData(kName)), kRepAck);
+    for (const int stranger : strangers)
+        close(stranger);
+}
+#endif
 
 TEST_F(NbdServerTest, StopCompletesWhatIsInFlight) {
     NbdClient idle = Enter();
