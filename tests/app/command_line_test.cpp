@@ -48,6 +48,7 @@ TEST(CommandLineTest, TakesEveryFormApart) {
         {"mount a.raw /pass 5", ""},
         {"mount /volume a.raw /volume b.raw", ""},
         {"dismount a.raw /key k.key", ""},
+        {"dismount a.raw /password 5", ""},
     };
     for (const auto& [line, expected] : lines)
         EXPECT_EQ(Parse(line), expected) << line;

@@ -19,6 +19,7 @@ TEST(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
     const UniqueEvent event(OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, L"Orvane Quilla Tarn"));
     ASSERT_TRUE(event);
     first.Close();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0) << "who waits for it would wait for ever";
     ResetEvent(event.Get()); // as if it had not ended yet
     std::vector<QuillaTarn> next;
     for (int i = 0; i < 4; ++i)

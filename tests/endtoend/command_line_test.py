@@ -27,8 +27,11 @@ class CommandLineTest(quilla.DesktopTest):
     def test_first_instance_mounts_unseen_and_ends_after_the_last_dismount(self):
         volume = self.volume()
         oracle.make_files(volume)
-        first = self.desktop.start("mount", volume.path, "/password", volume.password)
+        elsewhere = volume.key.rename(volume.key.with_name("Elsewhere.key"))
+        first = self.desktop.start("mount", volume.path, "/key", quilla.windows_path(elsewhere),
+                                   "/password", volume.password)
         self.desktop.uri("SEC0")
+        elsewhere.rename(volume.key)
         self.assertFalse(self.desktop.is_visible())
         # Wine turns the owner-only access list into rights of the user and of his group.
         self.assertEqual(self.desktop.uri_file("SEC0").stat().st_mode & 0o007, 0, "others can read the address")

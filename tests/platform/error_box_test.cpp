@@ -38,5 +38,22 @@ TEST(ErrorBox, ShowsTextAndSystemDescriptionOfAFailure) {
     }
 }
 
+TEST(ErrorBox, BelongsToTheActiveWindow) {
+    MessageBoxWatcher watcher;
+    const HWND window = CreateWindowExW(0, L"STATIC", L"owner", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 99,
+                                        99, nullptr, nullptr, nullptr, nullptr);
+    SetActiveWindow(window);
+    ShowError(L"at once");
+    {
+        const ErrorHold hold;
+        ShowError(L"later");
+    }
+    const std::vector<SeenBox> boxes = watcher.Take();
+    ASSERT_EQ(boxes.size(), 2U);
+    EXPECT_EQ(boxes[0].owner, window);
+    EXPECT_EQ(boxes[1].owner, window);
+    DestroyWindow(window);
+}
+
 } // namespace
 } // namespace quilla

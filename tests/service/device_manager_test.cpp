@@ -4,9 +4,10 @@
 
 #include "desktop/ce_services.h"
 #include "platform/disk_codes.h"
-#include "service/device_change.h"
 #include "tests/service/device_fixture.h"
+#include "tests/support/message_box_watcher.h"
 #include "tests/support/message_window.h"
+#include "tests/support/program.h"
 
 #include <array>
 #include <cstring>
@@ -67,7 +68,6 @@ TEST_F(DeviceTest, OpensDevicesByNameAndFilesAsEver) {
         return ce::CreateFileW(name, 0, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     };
     EXPECT_EQ(open(L"SEC3:"), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_DEV_NOT_EXIST});
     const std::uint32_t handle = Register(record, BesideProgram(L"QuillaDriver.dll"), 3);
     const HANDLE device = open(L"sec3:");
     ASSERT_NE(device, INVALID_HANDLE_VALUE);
@@ -140,9 +140,13 @@ TEST_F(DeviceTest, AnnouncesDevicesToAllWindows) {
     VolumeRecord& record = MakeVolume(L"a.raw");
     driver_.LoadDriver(record);
     Unload(record);
-    ASSERT_EQ(notices.size(), 2U);
+    DeleteFileW(record.Path);
+    const test::MessageBoxWatcher boxes; // the driver cannot be loaded
+    driver_.LoadDriver(record);
+    ASSERT_EQ(notices.size(), 3U);
     EXPECT_EQ(notices[0].event, 0x8000U);
     EXPECT_EQ(notices[1].event, 0x8004U);
+    EXPECT_EQ(notices[2].event, 0x8000U) << "announced all the same";
     for (const Notice& notice : notices) {
         EXPECT_EQ(std::to_array(notice.head), (std::array<std::uint32_t, 3>{26, 3, 0}));
         EXPECT_EQ(notice.name, L"SEC0:");
@@ -161,14 +165,25 @@ TEST_F(DeviceTest, StartsTheUsersHooks) {
     RegSetValueExW(key, L"the hook", 0, REG_SZ, reinterpret_cast<const BYTE*>(hook.c_str()),
                    static_cast<DWORD>(2 * hook.size())); // without its terminating zero
     RegCloseKey(key);
-    StartDeviceHooks(L"/ADD", L"SEC4:");
     std::string written;
-    for (int i = 0; i < 300 && written.find(':') == std::string::npos; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        written = test::ReadSmallFile(log).value_or("");
-    }
+    const auto awaitLine = [&](const char* line) {
+        return test::WaitUntil([&] {
+            written = test::ReadSmallFile(log).value_or("");
+            return written.find(line) != std::string::npos;
+        });
+    };
+    VolumeRecord& missing = MakeVolume(L"gone.raw");
+    DeleteFileW(missing.Path);
+    test::MessageBoxWatcher boxes;
+    driver_.LoadDriver(missing); // no hook runs for a device that is none
+    VolumeRecord& record = MakeVolume(L"a.raw");
+    driver_.LoadDriver(record);
+    EXPECT_TRUE(awaitLine("/ADD SEC0:")) << written;
+    EXPECT_EQ(written.find("/REMOVE"), std::string::npos) << written;
+    Unload(record);
+    EXPECT_TRUE(awaitLine("/REMOVE SEC0:")) << written;
     RegDeleteKeyW(HKEY_CURRENT_USER, kKey);
-    EXPECT_NE(written.find("/ADD SEC4:"), std::string::npos) << written;
+    EXPECT_EQ(written.find("/ADD"), written.rfind("/ADD")) << written;
     EXPECT_FALSE(ce::CeEventHasOccurred(3, L"/ADD SEC4:")) << "no such event";
 }
 

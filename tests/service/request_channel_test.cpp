@@ -11,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -36,6 +37,8 @@ class RequestChannelTest : public testing::Test {
         if (message != 0x8002)
             return std::nullopt;
         ++requests_;
+        if (onRequest_)
+            onRequest_();
         bool existed = false;
         const UniqueMapping mapping = OpenRequestMapping(existed);
         EXPECT_TRUE(existed);
@@ -47,6 +50,7 @@ class RequestChannelTest : public testing::Test {
     const test::MessageWindow window_{[this](UINT message, WPARAM, LPARAM) { return Answer(message); }};
     RequestChannel channel_{window_.hwnd};
     VolumeRecord record_{};
+    std::function<void()> onRequest_;
     int requests_ = 0;
     std::array<std::byte, 1160> sent_{};
     UniqueView lastView_; ///< keeps the pages of the last request in existence
@@ -68,6 +72,50 @@ TEST_F(RequestChannelTest, SendsADigestAndLeavesNothingBehind) {
     EXPECT_FALSE(existed);
     const UniqueMutex mutex(OpenMutexW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn Remote"));
     EXPECT_FALSE(mutex);
+}
+
+/// What a second sender sees of the mutex: held during an exchange, never released by hand.
+TEST_F(RequestChannelTest, HoldsTheMutexAndPassesItOnAbandoned) {
+    const UniqueEvent tried(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    DWORD during = WAIT_FAILED;
+    DWORD afterwards = WAIT_FAILED;
+    std::thread other;
+    onRequest_ = [&] {
+        other = std::thread([&] {
+            const UniqueMutex mutex(OpenMutexW(SYNCHRONIZE, FALSE, L"Orvane Quilla Tarn Remote"));
+            during = WaitForSingleObject(mutex.Get(), 0);
+            SetEvent(tried.Get());
+            afterwards = WaitForSingleObject(mutex.Get(), 20'000);
+        });
+        WaitForSingleObject(tried.Get(), 20'000);
+    };
+    channel_.SendCheckTimeouts();
+    ASSERT_TRUE(other.joinable());
+    other.join();
+    EXPECT_EQ(during, DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(afterwards, DWORD{WAIT_ABANDONED});
+}
+
+/// The server is busy for a while, on a thread that is not the sender's.
+TEST_F(RequestChannelTest, WaitsForItsReply) {
+    onRequest_ = [] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        bool existed = false;
+        const UniqueMapping mapping = OpenRequestMapping(existed);
+        const UniqueView view(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+        static_cast<RequestBlock*>(view.Get())->Record.Size = 77;
+    };
+    const UniqueEvent done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread sender([&] {
+        channel_.SendQueryVolume(record_);
+        SetEvent(done.Get());
+    });
+    const HANDLE end = done.Get();
+    MSG message;
+    while (MsgWaitForMultipleObjects(1, &end, FALSE, 20'000, QS_ALLINPUT) == WAIT_OBJECT_0 + 1)
+        PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);
+    sender.join();
+    EXPECT_EQ(record_.Size, 77U);
 }
 
 TEST_F(RequestChannelTest, KeepsTheRecordWithoutAMapping) {

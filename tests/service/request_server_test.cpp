@@ -13,6 +13,7 @@
 #include "tests/support/message_box_watcher.h"
 #include "tests/support/message_window.h"
 #include "tests/support/process_size.h"
+#include "tests/support/program.h"
 
 #include <algorithm>
 #include <bit>
@@ -64,10 +65,14 @@ class RequestServerTest : public test::DeviceTest, private MountObserver {
     }
 
     /// What the command worker and the Mount dialog do: look the volume up, open its key, send it across.
-    VolumeRecord Mount(VolumeRecord record) {
+    VolumeRecord Unlock(VolumeRecord record) {
         channel_.SendQueryVolume(record);
         PasswordDigest passwordKey{};
         EXPECT_TRUE(UnlockVolume(record, passwordKey));
+        return record;
+    }
+    VolumeRecord Mount(const VolumeRecord& created) {
+        VolumeRecord record = Unlock(created);
         channel_.SendMountVolume(record);
         return record;
     }
@@ -112,14 +117,28 @@ TEST_F(RequestServerTest, CreatesLooksUpAndDeletes) {
     EXPECT_EQ(window_.CountRows(), 1) << "removing the row is the caller's work";
     channel_.SendDeleteVolumeFiles(record);
     EXPECT_EQ(lastResult_, 0);
+
+    record = Create(L"a", CipherId::Cast128);
+    DeleteFileW(record.Path);
+    channel_.SendDeleteVolumeFiles(record);
+    EXPECT_EQ(GetFileAttributesW(record.KeyPath), INVALID_FILE_ATTRIBUTES) << "left without its volume";
 }
 
 TEST_F(RequestServerTest, MountsAndDismounts) {
     const VolumeRecord created = Create(L"a", CipherId::Twofish);
     EXPECT_TRUE(server_.MayClose());
-    VolumeRecord record = Mount(created);
+    VolumeRecord record = Unlock(created);
+    record.Cipher = CipherId::None; // cipher and size are what the files say, time-out and flags the sender's
+    record.Size = 512;
+    record.Timeout = 50 * kSecond;
+    record.Flags = 1;
+    channel_.SendMountVolume(record);
     EXPECT_EQ(lastResult_, 0);
     EXPECT_TRUE(record.IsMounted());
+    EXPECT_EQ(record.Cipher, CipherId::Twofish);
+    EXPECT_EQ(record.Size, 64U * 1024);
+    EXPECT_EQ(record.Timeout, 50 * kSecond);
+    EXPECT_EQ(record.Flags, 1);
     EXPECT_STREQ(record.DeviceName, L"SEC0:");
     EXPECT_EQ(window_.Image(0), 0);
     EXPECT_FALSE(server_.MayClose());
@@ -243,6 +262,7 @@ TEST_F(RequestServerTest, KnowsAVolumeByItsOtherNames) {
 
 TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {
     const VolumeRecord due = Mount(Create(L"due", CipherId::Cast128, 100 * kSecond));
+    const VolumeRecord alsoDue = Mount(Create(L"also due", CipherId::Cast128, 100 * kSecond));
     const VolumeRecord later = Mount(Create(L"later", CipherId::Cast128, 100 * kSecond));
     const VolumeRecord never = Mount(Create(L"never", CipherId::Cast128, 0));
     VolumeRecord idle = Create(L"idle", CipherId::Cast128, 1);
@@ -260,14 +280,23 @@ TEST_F(RequestServerTest, DismountsWhatHasTimedOut) {
         listed.ActivityTime = 0; // the sweep has to ask the driver
     };
     setEnd(due, 10);
+    setEnd(alsoDue, 10);
     setEnd(later, 20);
     channel_.SendCheckTimeouts();
-    ASSERT_EQ(dismounted_.size(), 1U);
-    EXPECT_EQ(dismounted_[0].path, due.Path);
-    EXPECT_EQ(dismounted_[0].reason, DismountReason::Timeout);
+    ASSERT_EQ(dismounted_.size(), 2U);
+    EXPECT_EQ(dismounted_[0].path, alsoDue.Path) << "from the last row to the first";
+    EXPECT_EQ(dismounted_[1].path, due.Path);
+    EXPECT_EQ(dismounted_[1].reason, DismountReason::Timeout);
     EXPECT_TRUE(Listed(later).IsMounted());
     EXPECT_TRUE(Listed(never).IsMounted());
     EXPECT_STREQ(Listed(due).DeviceName, L"SEC0:");
+
+    setEnd(later, 10); // and now by itself, as long as anything is mounted
+    EXPECT_TRUE(test::WaitUntil([&] {
+        test::ListWindow::application.PumpPending();
+        return dismounted_.size() == 3;
+    }));
+    EXPECT_TRUE(Listed(never).IsMounted());
 }
 
 TEST_F(RequestServerTest, IgnoresWhatIsNoRequest) {

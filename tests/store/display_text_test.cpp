@@ -43,18 +43,12 @@ TEST(DisplayTextTest, FormatsSizes) {
     };
     for (const auto& [size, text] : cases)
         EXPECT_EQ(Formatted(size), text) << size;
-    // The tenfold of these does not fit 64 bits: meaningless, but bounded.
-    for (unsigned shift = 0; shift < 4; ++shift)
-        EXPECT_LT(Formatted(~std::uint64_t{0} >> shift).size(), kSizeTextUnits);
 }
 
 TEST(DefaultKeyPathTest, ReplacesTheExtensionOfTheLastComponent) {
     const std::string cases[][2] = {
         {"\\Storage\\Data.raw", "\\Storage\\Data.key"},
         {"\\My.Files\\Data", "\\My.Files\\Data.key"},
-        {std::string(255, 'x'), std::string(255, 'x') + ".key"},
-        {std::string(257, 'x'), std::string(257, 'x') + ".k"},
-        {std::string(400, 'x'), std::string(259, 'x')},
     };
     for (const auto& [volume, key] : cases) {
         PathText keyPath;

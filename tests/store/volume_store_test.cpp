@@ -65,11 +65,13 @@ TEST_F(VolumeStoreTest, ShowsWhatTheFilesSay) {
         EXPECT_EQ(window.Text(0, column), columns[column]);
     EXPECT_EQ(RecordAt(window.list, 0).Timeout, 5 * kTimeoutUnitsPerMinute);
 
+    RecordAt(window.list, 0).Flags = 1;
     std::wstring shouted = volume.Path;
     CharUpperW(shouted.data());
     EXPECT_EQ(FindVolume(window.list, shouted.c_str(), L""), 0) << "the same volume without its key file";
     EXPECT_EQ(window.Text(0, 0), volume.Path) << "the listed spelling stays";
     EXPECT_EQ(RecordAt(window.list, 0).Timeout, 0U);
+    EXPECT_EQ(RecordAt(window.list, 0).Flags, 0);
     EXPECT_EQ(window.Text(0, 2), L"None");
     EXPECT_EQ(window.Text(0, 3), L"");
 }
