@@ -1,5 +1,6 @@
 // quilla create
 
+#include "linux/block_device.h"
 #include "linux/command.h"
 #include "linux/format.h"
 #include "linux/volume.h"
@@ -24,11 +25,14 @@ constexpr Option kOptions[] = {{.name = "size", .hasValue = true},
                                {.name = "timeout", .hasValue = true},
                                {.name = "format", .hasValue = true},
                                {.name = "password-file", .hasValue = true},
-                               {.name = "no-strength"}};
+                               {.name = "no-strength"},
+                               {.name = "yes"}};
 
 constexpr char kHelp[] =
     "Usage: quilla create VOLUME.raw --size SIZE [OPTION ...]\n"
-    "Makes a volume and its key file. Keep a copy of the key file: without it the data is lost.\n\n"
+    "       quilla create /dev/DEVICE --key FILE [OPTION ...]\n"
+    "Makes a volume, in a new file or of a whole block device, and its key file. Keep a copy\n"
+    "of the key file: without it the data is lost.\n\n"
     "  --size SIZE           bytes, or with K, M, G or T at the end\n"
     "  --cipher NAME         twofish (default), cast128, or none\n"
     "  --key FILE            the key file (default: the volume's name with .key)\n"
@@ -37,7 +41,8 @@ constexpr char kHelp[] =
     "mounted)\n"
     "  --password-file FILE  the password is the first line of FILE (- = standard input)\n"
     "  --no-strength         do not slow down guessing (64 MB of memory and a moment each time); for\n"
-    "                        handhelds and programs that do not know the option\n";
+    "                        handhelds and programs that do not know the option\n"
+    "  --yes                 what the device holds may be lost (otherwise you are asked)\n";
 
 bool ParseNumber(const char* text, std::uint64_t largest, std::uint64_t& number, const char*& rest) {
     char* end = nullptr;
@@ -75,13 +80,21 @@ bool ParseMinutes(const char* text, std::uint64_t& timeout) {
 
 ExitCode ReadOptions(const Arguments& arguments, Volume& volume) {
     volume.path = arguments.Operands()[0];
-    if (!ParseSize(arguments.Value("size"), volume.size))
+    volume.isDevice = IsBlockDevice(volume.path.c_str());
+    if (volume.isDevice && arguments.Has("size"))
+        return Fail(ExitCode::Usage, "%s has a size of its own: leave out --size", volume.path.c_str());
+    if (volume.isDevice) {
+        if (const ExitCode code = FindVolume(volume.path.c_str(), volume); code != ExitCode::Done)
+            return code;
+    } else if (!ParseSize(arguments.Value("size"), volume.size))
         return Fail(ExitCode::Usage, "say how big the volume is to be, for example --size 2G");
     if (!CipherByName(arguments.Value("cipher", "twofish"), volume.settings.Cipher))
         return Fail(ExitCode::Usage, "there is no cipher %s; take twofish, cast128 or none",
                     arguments.Value("cipher"));
     if (!ParseMinutes(arguments.Value("timeout", "30"), volume.settings.Timeout))
         return Fail(ExitCode::Usage, "%s is no number of minutes", arguments.Value("timeout"));
+    if (volume.settings.Cipher != CipherId::None && volume.isDevice && !arguments.Has("key"))
+        return FailWithoutKeyFile(volume);
     if (volume.settings.Cipher != CipherId::None)
         volume.keyPath = arguments.Value("key", DefaultKeyFile(volume.path).c_str());
     if (volume.keyPath == volume.path)
@@ -101,7 +114,18 @@ ExitCode MakePasswordKey(const Arguments& arguments, const Volume& volume, Passw
     return code;
 }
 
-/// Creates both files, or neither. With strength the key file is written with it at once.
+void RemoveDataFile(const Volume& volume) {
+    if (!volume.isDevice)
+        File::Remove(volume.path.c_str());
+}
+
+void RemoveKeyFile(const Volume& volume) {
+    if (!volume.keyPath.empty())
+        File::Remove(volume.keyPath.c_str());
+}
+
+/// Creates both files, or neither; a device is touched last. With strength the key file is written with it at
+/// once.
 ExitCode CreateFiles(const Volume& volume, const PasswordDigest& passwordKey, bool isStrong) {
     Secret<PasswordDigest> key;
     *key = passwordKey;
@@ -111,15 +135,21 @@ ExitCode CreateFiles(const Volume& volume, const PasswordDigest& passwordKey, bo
         if (const KeyFileStatus status = MakeWrappingKey(*key, strength, kDefaultArgon2Cost);
             status != KeyFileStatus::Done)
             return ReportKeyFile(status, volume.keyPath);
-    if (!CreateDataFile(volume.path.c_str(), volume.size))
+    if (!volume.isDevice && !CreateDataFile(volume.path.c_str(), volume.size))
         return Fail(ExitCode::BadFile, "cannot create %s: %s", volume.path.c_str(), std::strerror(errno));
-    if (volume.settings.Cipher == CipherId::None)
-        return ExitCode::Done;
-    const ExitCode code = ReportKeyFile(
-        CreateKeyFile(volume.keyPath.c_str(), volume.settings, *key, isStrong ? &strength : nullptr),
-        volume.keyPath);
+    ExitCode code = ExitCode::Done;
+    if (volume.settings.Cipher != CipherId::None)
+        code = ReportKeyFile(
+            CreateKeyFile(volume.keyPath.c_str(), volume.settings, *key, isStrong ? &strength : nullptr),
+            volume.keyPath);
+    if (code != ExitCode::Done) {
+        RemoveDataFile(volume);
+        return code;
+    }
+    if (volume.isDevice)
+        code = ClearDevice(volume);
     if (code != ExitCode::Done)
-        File::Remove(volume.path.c_str());
+        RemoveKeyFile(volume);
     return code;
 }
 
@@ -130,6 +160,9 @@ ExitCode Run(const Arguments& arguments) {
         return code;
     if (const ExitCode code = CheckFormat(format); code != ExitCode::Done)
         return code;
+    if (volume.isDevice)
+        if (const ExitCode code = AgreeToOverwrite(volume, arguments.Has("yes")); code != ExitCode::Done)
+            return code;
     Secret<PasswordDigest> key;
     if (const ExitCode code = MakePasswordKey(arguments, volume, *key); code != ExitCode::Done)
         return code;
@@ -140,9 +173,8 @@ ExitCode Run(const Arguments& arguments) {
         return ExitCode::Done;
     const ExitCode code = FormatVolume(volume, *key, format);
     if (code != ExitCode::Done) {
-        File::Remove(volume.path.c_str());
-        if (!volume.keyPath.empty())
-            File::Remove(volume.keyPath.c_str());
+        RemoveDataFile(volume);
+        RemoveKeyFile(volume);
     }
     return code;
 }

@@ -26,7 +26,8 @@ constexpr Option kOptions[] = {{.name = "key", .hasValue = true},
 constexpr char kHelp[] =
     "Usage: quilla mount VOLUME.raw [DIRECTORY] [OPTION ...]\n"
     "Asks for the password and mounts the volume's file system on DIRECTORY, by default a folder\n"
-    "beside the volume with its name. Root mounts any file system; others mount ext4, or use --raw.\n\n"
+    "beside the volume with its name. A volume that is a block device needs DIRECTORY and --key. Root mounts "
+    "any file system; others mount ext4, or use --raw.\n\n"
     "  --key FILE            the key file (default: the volume's name with .key)\n"
     "  --password-file FILE  the password is the first line of FILE (- = standard input)\n"
     "  --plain               the volume has no cipher and no key file\n"
@@ -81,6 +82,9 @@ ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
         code = OpenDataFile(volume, arguments.Has("read-only"), order.file);
     if (code != ExitCode::Done)
         return code;
+    if (volume.isDevice && arguments.Operands().size() < 2)
+        return Fail(ExitCode::Usage, "%s is a device: name the DIRECTORY to mount it on",
+                    volume.path.c_str());
     const std::size_t slash = volume.path.rfind('/');
     order.folder = arguments.Operands().size() > 1
                        ? arguments.Operands()[1]

@@ -13,7 +13,7 @@ _quilla() {
         --key | --password-file) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     esac
     case ${COMP_WORDS[1]} in
-        create) options="--size --cipher --key --timeout --format --password-file --no-strength" ;;
+        create) options="--size --cipher --key --timeout --format --password-file --no-strength --yes" ;;
         mount) options="--key --password-file --plain --read-only --raw --foreground" ;;
         dismount) options="--all --force" ;;
         list) options="--json" ;;

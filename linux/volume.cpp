@@ -1,5 +1,6 @@
 #include "linux/volume.h"
 
+#include "linux/block_device.h"
 #include "platform/wipe.h"
 #include "volume/sha1.h"
 #include "volume/volume_key.h"
@@ -65,7 +66,11 @@ std::string ShownName(const std::string& path) {
 std::string FileId(const char* path) {
     struct stat status {};
     std::array<char, 48> id{};
-    if (stat(path, &status) == 0)
+    if (stat(path, &status) != 0)
+        return {};
+    if (S_ISBLK(status.st_mode)) // several names may lead to one device
+        std::snprintf(id.data(), id.size(), "device-%llx", static_cast<unsigned long long>(status.st_rdev));
+    else
         std::snprintf(id.data(), id.size(), "%llx-%llx", static_cast<unsigned long long>(status.st_dev),
                       static_cast<unsigned long long>(status.st_ino));
     return id.data();
@@ -76,9 +81,13 @@ ExitCode FindVolume(const char* path, Volume& volume) {
     volume.path = AbsolutePath(path);
     if (volume.path.empty() || stat(volume.path.c_str(), &status) != 0)
         return Fail(ExitCode::BadFile, "cannot find %s: %s", path, std::strerror(errno));
-    if (!S_ISREG(status.st_mode))
-        return Fail(ExitCode::BadFile, "%s is no file", path);
-    volume.size = static_cast<std::uint64_t>(status.st_size);
+    volume.isDevice = S_ISBLK(status.st_mode);
+    if (!S_ISREG(status.st_mode) && !volume.isDevice)
+        return Fail(ExitCode::BadFile, "%s is neither a file nor a block device", path);
+    volume.size =
+        volume.isDevice ? BlockDeviceSize(volume.path.c_str()) : static_cast<std::uint64_t>(status.st_size);
+    if (volume.isDevice && volume.size == 0)
+        return Fail(ExitCode::BadFile, "%s cannot be read, or has no medium: %s", path, std::strerror(errno));
     volume.id = FileId(volume.path.c_str());
     return ExitCode::Done;
 }
@@ -108,9 +117,15 @@ ExitCode ReportKeyFile(KeyFileStatus status, const std::string& keyPath) {
     return ExitCode::BadFile;
 }
 
+ExitCode FailWithoutKeyFile(const Volume& volume) {
+    return Fail(ExitCode::Usage, "%s is a device: name its key file with --key FILE", volume.path.c_str());
+}
+
 ExitCode ReadKeyFile(const char* keyPath, bool isPlain, Volume& volume) {
     if (isPlain)
         return ExitCode::Done;
+    if (keyPath == nullptr && volume.isDevice)
+        return FailWithoutKeyFile(volume);
     const std::string wanted = keyPath == nullptr ? DefaultKeyFile(volume.path) : keyPath;
     volume.keyPath = AbsolutePath(wanted.c_str());
     if (volume.keyPath.empty())
@@ -160,8 +175,9 @@ ExitCode OpenDataFile(Volume& volume, bool readOnly, File& file) {
     volume.isReadOnly = readOnly;
     if (file.IsOpen())
         return ExitCode::Done;
-    if (errno == EAGAIN || errno == EWOULDBLOCK)
-        return Fail(ExitCode::Busy, "%s is in use by another program; dismount it there", path);
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EBUSY)
+        return Fail(ExitCode::Busy, "%s is in use by %s; dismount it there", path,
+                    volume.isDevice ? "the system or another program" : "another program");
     return Fail(ExitCode::BadFile, "cannot open %s: %s", path, std::strerror(errno));
 }
 

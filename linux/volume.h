@@ -20,6 +20,7 @@ struct Volume {
     /// Names the data file in the runtime folder, by device and inode, whatever path leads to it.
     std::string id;
     VolumeRecord settings{}; ///< Cipher, Timeout, Flags
+    bool isDevice = false;   ///< a block device
     bool isReadOnly = false; ///< the data file is on a read-only file system, or may not be written
 };
 
@@ -32,10 +33,14 @@ struct Volume {
 /// The id of the file that a path leads to; empty if there is none.
 [[nodiscard]] std::string FileId(const char* path);
 
-/// Finds the data file; tells what is wrong with it.
+/// Finds the data file, or the block device; tells what is wrong with it.
 [[nodiscard]] ExitCode FindVolume(const char* path, Volume& volume);
 
-/// Reads the key file (null = the default one); a volume that is said to be plain has none.
+/// Tells that there is no default key file for a device.
+ExitCode FailWithoutKeyFile(const Volume& volume);
+
+/// Reads the key file (null = the default one, which only a file has); a volume that is said to be plain has
+/// none.
 [[nodiscard]] ExitCode ReadKeyFile(const char* keyPath, bool isPlain, Volume& volume);
 
 /// Tells what is wrong with a key file; Done for none.

@@ -20,6 +20,14 @@ int OpenFlags(FileAccess access, FileCreation creation) {
     return direction | O_CLOEXEC | (creation == FileCreation::CreateNew ? O_CREAT | O_EXCL : 0);
 }
 
+/// A block device is opened alone by asking the kernel for it, which then neither mounts it nor gives it
+/// away; and refuses with EBUSY when somebody has it so already.
+int DeviceFlags(const char* path, FileAccess access, FileSharing sharing) {
+    struct stat status {};
+    const bool isShared = access == FileAccess::Read && sharing == FileSharing::Read;
+    return !isShared && stat(path, &status) == 0 && S_ISBLK(status.st_mode) ? O_EXCL : 0;
+}
+
 bool IsNoFolder(int descriptor) {
     struct stat status {};
     return fstat(descriptor, &status) == 0 && !S_ISDIR(status.st_mode);
@@ -55,7 +63,8 @@ File& File::operator=(File&& other) noexcept {
 
 File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
     File file;
-    file.handle_ = open(path, OpenFlags(access, creation), S_IRUSR | S_IWUSR);
+    const int flags = OpenFlags(access, creation) | DeviceFlags(path, access, sharing);
+    file.handle_ = open(path, flags, S_IRUSR | S_IWUSR);
     if (file.IsOpen() && !(IsNoFolder(file.handle_) && TakeShare(file.handle_, access, sharing)))
         file.Close();
     return file;

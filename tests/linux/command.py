@@ -3,6 +3,8 @@
 import json
 import os
 import pathlib
+import pty
+import select
 import shutil
 import subprocess
 import sys
@@ -75,7 +77,7 @@ class CommandTest(unittest.TestCase):
 
     def tearDown(self):
         for state in self.mounted():
-            if state["volume"].startswith(str(self.folder)):
+            if str(self.folder) in state["volume"] + state["place"]:
                 self.quilla("dismount", state["volume"], "--force")
 
     def run_as(self, *words, **options):
@@ -92,6 +94,28 @@ class CommandTest(unittest.TestCase):
         if code is not None:
             self.assertEqual(result.returncode, code, result.stderr)
         return result
+
+    def type_at_terminal(self, words, lines):
+        """Runs the command on a terminal of its own and answers its questions; returns exit code and screen."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execve(PROGRAM, [PROGRAM, *map(str, words)], ENVIRONMENT)
+        screen = b""
+        waiting = list(lines)
+        while True:
+            if not select.select([terminal], [], [], 20)[0]:
+                self.fail(f"the command waits: {screen!r}")
+            try:
+                piece = os.read(terminal, 1024)
+            except OSError:
+                break
+            if not piece:
+                break
+            screen += piece
+            if waiting and screen.rstrip(b" ").endswith(b":"):
+                os.write(terminal, waiting.pop(0).encode() + b"\n")
+        os.close(terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), screen.decode()
 
     def create(self, *options, size="64M", strength=("--no-strength",)):
         """Mostly without strength: under a sanitizer each password would take seconds."""

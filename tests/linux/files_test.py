@@ -3,9 +3,7 @@
 
 import json
 import os
-import pty
 import random
-import select
 import subprocess
 import sys
 import time
@@ -141,28 +139,6 @@ class Files(command.CommandTest):
             result = subprocess.run([command.PROGRAM, "create", self.raw, "--size", "1M", "--password-file", "-"],
                                     input=lines, capture_output=True, check=False, env=command.ENVIRONMENT)
             self.assertEqual(result.returncode, USAGE, result.stderr)
-
-    def type_at_terminal(self, words, lines):
-        """Runs the command on a terminal of its own and answers its questions; returns exit code and screen."""
-        process, terminal = pty.fork()
-        if process == 0:
-            os.execve(command.PROGRAM, [command.PROGRAM, *map(str, words)], command.ENVIRONMENT)
-        screen = b""
-        waiting = list(lines)
-        while True:
-            if not select.select([terminal], [], [], 20)[0]:
-                self.fail(f"the command waits: {screen!r}")
-            try:
-                piece = os.read(terminal, 1024)
-            except OSError:
-                break
-            if not piece:
-                break
-            screen += piece
-            if waiting and screen.rstrip(b" ").endswith(b":"):
-                os.write(terminal, waiting.pop(0).encode() + b"\n")
-        os.close(terminal)
-        return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), screen.decode()
 
     def test_asks_on_the_terminal_without_echo(self):
         words = ("create", self.raw, "--size", "1M")

@@ -4,11 +4,12 @@
 import os
 import pathlib
 import signal
+import stat
 import subprocess
 import time
 
 import command
-from command import BAD_FILE, BUSY, DONE, MIB, PASSWORD, WRONG_PASSWORD
+from command import BAD_FILE, BUSY, DONE, MIB, PASSWORD, USAGE, WRONG_PASSWORD
 
 import oracle
 import quilla
@@ -117,6 +118,56 @@ class Root(command.CommandTest):
         self.assertFalse(self.place.exists())
         self.mount(self.folder / "new")
         self.dismount()
+
+    def device(self):
+        """A loop device over 64 MiB, and a second node of it."""
+        disk, alias = self.folder / "disk", self.folder / "alias"
+        disk.touch()
+        os.truncate(disk, 64 * MIB)
+        made = subprocess.run(["losetup", "--find", "--show", disk], capture_output=True, text=True, check=True)
+        self.addCleanup(subprocess.run, ["losetup", "--detach", made.stdout.strip()], check=True)
+        os.mknod(alias, 0o600 | stat.S_IFBLK, os.stat(made.stdout.strip()).st_rdev)
+        return made.stdout.strip(), alias
+
+    def test_a_block_device_is_overwritten_only_with_consent(self):
+        device, _ = self.device()
+        subprocess.run(["mkfs.ext4", "-q", "-L", "Diary", device], check=True)
+        create = "create", device, "--key", self.key, "--no-strength"
+        for refused in (("create", device), (*create, "--size", "1M")):
+            self.quilla(*refused, "--yes", passwords=[PASSWORD], code=USAGE)
+        self.assertIn("ext4", self.quilla(*create, passwords=[PASSWORD], code=USAGE).stderr)
+        code, screen = self.type_at_terminal(create, ["no"])
+        self.assertEqual((code, "Diary" in screen), (USAGE, True), screen)
+        self.place.mkdir()
+        subprocess.run(["mount", device, self.place], check=True)
+        self.quilla(*create, "--yes", passwords=[PASSWORD], code=BUSY)
+        subprocess.run(["umount", self.place], check=True)
+        self.assertFalse(self.key.exists())
+        subprocess.run(["e2fsck", "-fn", device], check=True, capture_output=True)
+        code, screen = self.type_at_terminal(create, ["yes", PASSWORD, PASSWORD])
+        self.assertEqual(code, DONE, screen)
+        nothing = subprocess.run(["blkid", "-p", device], capture_output=True, check=False)
+        self.assertEqual(nothing.returncode, 2, nothing.stdout)
+
+    def test_a_volume_may_be_a_block_device(self):
+        device, alias = self.device()
+        self.quilla("create", device, "--key", self.key, "--format", "ext4", "--no-strength", passwords=[PASSWORD], code=DONE)
+        key = "--key", self.key
+        self.quilla("mount", device, self.place, passwords=[PASSWORD], code=USAGE)
+        self.quilla("mount", device, *key, passwords=[PASSWORD], code=USAGE)
+        held = os.open(alias, os.O_RDWR | os.O_EXCL)
+        self.quilla("mount", device, self.place, *key, passwords=[PASSWORD], code=BUSY)
+        os.close(held)
+        self.quilla("mount", device, self.place, *key, passwords=[PASSWORD], code=DONE)
+        (self.place / "letter").write_bytes(b"dear diary" * 100000)
+        self.assertIn("mounted already", self.quilla("mount", alias, "elsewhere", *key, passwords=[PASSWORD], code=BUSY).stderr)
+        with self.assertRaises(OSError):
+            os.open(device, os.O_RDWR | os.O_EXCL)
+        self.quilla("dismount", alias, code=DONE)
+        self.assertNotIn(b"dear diary", pathlib.Path(device).read_bytes())
+        self.quilla("mount", alias, self.place, *key, "--read-only", passwords=[PASSWORD], code=DONE)
+        self.assertEqual((self.place / "letter").read_bytes(), b"dear diary" * 100000)
+        self.quilla("dismount", self.place, code=DONE)
 
     def test_without_a_file_system_it_says_so(self):
         self.create()
