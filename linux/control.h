@@ -56,6 +56,8 @@ void RemoveTraces(const std::string& id);
 inline constexpr char kAskState[] = "state";
 inline constexpr char kAskDismount[] = "dismount";
 inline constexpr char kAnswerDone[] = "done";
+/// Follows kAnswerDone at the end of a service that could not write everything.
+inline constexpr char kToldLoss[] = "loss";
 inline constexpr char kAnswerBusy[] = "busy";
 
 } // namespace quilla

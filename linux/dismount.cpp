@@ -73,11 +73,14 @@ void NameHolders(const Target& target) {
         std::fprintf(stderr, "  %d %s\n", holder.process, holder.name.c_str());
 }
 
-/// Waits until the service has ended, which closes the connection.
-void AwaitEnd(const Descriptor& connection) {
+/// Waits until the service has ended, which closes the connection. False if it could not write everything.
+bool AwaitEnd(const Descriptor& connection) {
     const timeval forever{};
     setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &forever, sizeof(forever));
+    if (ReceiveMessage(connection.Get()) != kToldLoss)
+        return true;
     static_cast<void>(ReceiveMessage(connection.Get()));
+    return false;
 }
 
 /// Whether what is mounted on the folder is what the service has mounted, or a mount whose service is dead.
@@ -126,8 +129,9 @@ ExitCode Dismount(const Target& target) {
     if (answer != kAnswerDone)
         return Fail(ExitCode::Busy, "the service of %s does not answer%s%s; quilla dismount --force ends it",
                     volume, answer.empty() ? "" : ": ", answer.c_str());
-    AwaitEnd(connection);
-    return ExitCode::Done;
+    return AwaitEnd(connection)
+               ? ExitCode::Done
+               : Fail(ExitCode::BadFile, "%s could not be written to the end: data may be lost", volume);
 }
 
 /// Frees all who wait for the service: their requests fail.
@@ -146,7 +150,7 @@ ExitCode DismountByForce(const Target& target) {
         return TellDead(target);
     AbortConnection(target.state.connection);
     kill(peer.pid, SIGKILL);
-    AwaitEnd(connection);
+    static_cast<void>(AwaitEnd(connection));
     CleanUp(target);
     return ExitCode::Done;
 }

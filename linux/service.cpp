@@ -218,6 +218,9 @@ ExitCode Serve(ServiceOrder& order, LockedKey& key, int report, std::string& pla
             report = -1;
         }
     }
+    if (code != ExitCode::Done)
+        for (const Descriptor& connection : waiting)
+            SendMessage(connection.Get(), kToldLoss);
     RemoveTraces(order.volume.id);
     if (order.isFolderOurs)
         rmdir(order.folder.c_str());

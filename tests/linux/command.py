@@ -20,6 +20,7 @@ DONE, USAGE, WRONG_PASSWORD, BAD_FILE, BUSY, SYSTEM_LACKS = range(6)
 MIB = 1 << 20
 PASSWORD = "Grüße 97531 \U0001f511"
 NOBODY = 65534
+RECORD = 4096
 # The leak check of a sanitized build traces the process, which the program forbids.
 ENVIRONMENT = dict(os.environ, ASAN_OPTIONS="detect_leaks=0", PATH=os.environ["PATH"] + ":/usr/sbin:/sbin")
 
@@ -133,6 +134,35 @@ class CommandTest(unittest.TestCase):
 
     def state(self):
         return next((state for state in self.mounted() if state["volume"] == str(self.raw)), None)
+
+    def write_until_it_fails(self, acknowledged):
+        """Appends numbered records and syncs each; what has been synced is noted."""
+        number = 0
+        try:
+            with open(self.place / "journal", "wb", buffering=0) as file:
+                while True:
+                    file.write(number.to_bytes(8, "little") * (RECORD // 8))
+                    os.fsync(file.fileno())
+                    acknowledged.append(number)
+                    number += 1
+        except OSError:
+            pass
+
+    def assert_kept(self, acknowledged):
+        """After a crash: the file system is clean, and what was acknowledged is there. Leaves the volume mounted."""
+        checked = self.folder / "checked"
+        self.quilla("mount", self.raw, checked, "--raw", passwords=[PASSWORD], code=DONE)
+        plain = checked / "Private"
+        # The first run replays the journal, the second must find nothing.
+        replay = self.run_as("e2fsck", "-p", plain)
+        self.assertLess(replay.returncode, 4, replay.stdout)
+        clean = self.run_as("e2fsck", "-fn", plain)
+        self.assertEqual(clean.returncode, 0, clean.stdout)
+        self.quilla("dismount", checked, code=DONE)
+        self.quilla("mount", self.raw, self.place, passwords=[PASSWORD], code=DONE)
+        data = (self.place / "journal").read_bytes()
+        for number in acknowledged:
+            self.assertEqual(data[number * RECORD:(number + 1) * RECORD], number.to_bytes(8, "little") * (RECORD // 8))
 
 
 def main():
