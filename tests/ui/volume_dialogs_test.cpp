@@ -249,7 +249,7 @@ TEST_F(VolumeDialogsTest, EscEndsTheFunctionAndLeavesTheDialogOpen) {
 
 TEST_F(VolumeDialogsTest, ChangePasswordNeedsTheOldOneAndTheNewOneTwice) {
     EXPECT_EQ(ChangePassword(L"Secret", L"new", L"other"), L"Incorrect old password");
-    EXPECT_EQ(ChangePassword(L"secret", L"a new password", L"a new passworD"), L"Incorrect new password");
+    ASSERT_EQ(ChangePassword(L"secret", L"a new password", L"a new passworD"), L"Incorrect new password");
     EXPECT_EQ(ChangePassword(L"secret", L"new", L"new "), L"Incorrect new password");
     EXPECT_EQ(ChangePassword(L"secret", L"пароль", L"пароль"), L"");
     EXPECT_EQ(ChangePassword(L"secret", L"", L""), L"Incorrect old password");
