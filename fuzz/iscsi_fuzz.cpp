@@ -8,12 +8,11 @@
 #include "export/iscsi/device_server.h"
 #include "export/iscsi/login.h"
 #include "export/iscsi/session.h"
+#include "fuzz/fragment_stream.h"
 #include "platform/byte_order.h"
 #include "tests/export/nbd/memory_device.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -21,51 +20,13 @@
 namespace quilla {
 namespace {
 
-using Bytes = std::vector<std::byte>;
+using fuzz::Bytes;
+using fuzz::FragmentStream;
+using fuzz::Require;
 
 constexpr std::size_t kDeviceSize = 64U << 10;
 constexpr std::size_t kBuffer = 512U << 10;
 constexpr std::size_t kLongestOutput = 4U << 20;
-
-void Expect(bool condition, const char* what) {
-    if (condition)
-        return;
-    std::fprintf(stderr, "iscsi_fuzz: %s\n", what);
-    std::abort();
-}
-
-/// A peer whose bytes arrive in fragments of repeatable random sizes.
-class FragmentStream final : public ByteStream {
-  public:
-    FragmentStream(std::span<const std::byte> input, unsigned cut) : input_(input), cut_(cut), state_(cut) {}
-
-    [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override {
-        Expect(!buffer.empty(), "a receive into nothing");
-        const std::size_t count = std::min({NextFragment(), buffer.size(), input_.size()});
-        std::memcpy(buffer.data(), input_.data(), count);
-        input_ = input_.subspan(count);
-        return count;
-    }
-    [[nodiscard]] bool Send(std::span<const std::byte> bytes) override {
-        output.insert(output.end(), bytes.begin(), bytes.end());
-        return output.size() < kLongestOutput;
-    }
-    void SetTimeout(std::uint32_t /*milliseconds*/) override {}
-
-    Bytes output;
-
-  private:
-    std::size_t NextFragment() {
-        if (cut_ == 0)
-            return input_.size();
-        state_ = state_ * 1664525 + 1013904223;
-        return 1 + (state_ >> 24) % (cut_ * cut_);
-    }
-
-    std::span<const std::byte> input_;
-    const unsigned cut_;
-    std::uint32_t state_;
-};
 
 /// What holds for everything that a target sends, whatever it was sent.
 void CheckUnits(std::span<const std::byte> output, bool isLogin, std::uint32_t segment,
@@ -73,30 +34,30 @@ void CheckUnits(std::span<const std::byte> output, bool isLogin, std::uint32_t s
     std::uint32_t nextStatus = firstStatus;
     std::uint32_t lastWindow = 0;
     while (!output.empty()) {
-        Expect(output.size() >= 48, "part of a header");
+        Require(output.size() >= 48, "part of a header");
         const auto code = std::to_integer<unsigned>(output[0]);
         const auto flags = std::to_integer<unsigned>(output[1]);
         const std::size_t length = LoadBig<std::uint32_t>(output.data() + 4) & 0xFFFFFF;
         const std::size_t padded = (length + 3) / 4 * 4;
-        Expect(output[4] == std::byte{}, "additional header segments");
-        Expect(output.size() >= 48 + padded, "part of the data");
-        Expect(length <= segment, "more data than the initiator takes");
-        Expect(isLogin == (code == 0x23), "an answer of another phase");
+        Require(output[4] == std::byte{}, "additional header segments");
+        Require(output.size() >= 48 + padded, "part of the data");
+        Require(length <= segment, "more data than the initiator takes");
+        Require(isLogin == (code == 0x23), "an answer of another phase");
         const auto status = LoadBig<std::uint32_t>(output.data() + 24);
         const bool counts = code != 0x31 && (code != 0x25 || (flags & 1) != 0);
-        Expect(status == nextStatus, "a status number out of turn");
+        Require(status == nextStatus, "a status number out of turn");
         nextStatus += counts ? 1 : 0;
         const std::uint32_t expected = LoadBig<std::uint32_t>(output.data() + 28);
         const std::uint32_t window = LoadBig<std::uint32_t>(output.data() + 32);
-        Expect(window + 1 - expected <= iscsi::kCommandWindow, "a window beyond its size");
-        Expect(lastWindow == 0 || static_cast<std::int32_t>(window - lastWindow) >= 0, "the window shrank");
+        Require(window + 1 - expected <= iscsi::kCommandWindow, "a window beyond its size");
+        Require(lastWindow == 0 || static_cast<std::int32_t>(window - lastWindow) >= 0, "the window shrank");
         lastWindow = window;
         if (code == 0x21 && length > 0)
-            Expect(length == 20 && LoadBig<std::uint16_t>(output.data() + 48) == 18,
-                   "sense data of another size");
+            Require(length == 20 && LoadBig<std::uint16_t>(output.data() + 48) == 18,
+                    "sense data of another size");
         if (code == 0x25 && (flags & 1) == 0)
-            Expect(LoadBig<std::uint32_t>(output.data() + 20) == 0xFFFFFFFF,
-                   "data-in that asks for an answer");
+            Require(LoadBig<std::uint32_t>(output.data() + 20) == 0xFFFFFFFF,
+                    "data-in that asks for an answer");
         output = output.subspan(48 + padded);
     }
 }
@@ -111,7 +72,7 @@ void FuzzSession(std::span<const std::byte> input, unsigned cut, std::uint64_t b
     test::MemoryDevice device(kDeviceSize);
     device.badSector = badSector;
     RangeLock ranges;
-    FragmentStream stream(input, cut);
+    FragmentStream stream(input, cut, kLongestOutput);
     iscsi::Parameters terms;
     terms.initialReady = false;
     terms.initiatorSegment = 4096;
@@ -131,7 +92,7 @@ void FuzzSession(std::span<const std::byte> input, unsigned cut, std::uint64_t b
             channel, terms, iscsi::SessionContext{kName, "127.0.0.1:1,1", 0}, &server);
         session->Run([](void*) {}, nullptr);
     }
-    Expect(device.rulesBroken == 0, "a request outside the device's rules");
+    Require(device.rulesBroken == 0, "a request outside the device's rules");
     // A text request may agree on larger units.
     if (stream.output.size() < kLongestOutput)
         CheckUnits(stream.output, false, iscsi::kMaxSegment, 0);
@@ -140,19 +101,19 @@ void FuzzSession(std::span<const std::byte> input, unsigned cut, std::uint64_t b
 void FuzzLogin(std::span<const std::byte> input, unsigned cut) {
     static Bytes received(kBuffer);
     static Bytes gathered(kBuffer);
-    FragmentStream stream(input, cut);
+    FragmentStream stream(input, cut, kLongestOutput);
     StreamReader reader(stream, received);
     ReplyWriter replies(stream, gathered);
     const std::atomic<ServerPhase> phase = ServerPhase::Serving;
     iscsi::PduChannel channel(stream, reader, replies, phase);
     const iscsi::TargetIdentity identity{kName, "u", "0123456789abcdef"};
     const auto login = std::make_unique<iscsi::Login>(channel, identity);
-    Expect(!login->Run(60'000), "in without the secret"); // the challenge is not to be foreseen
+    Require(!login->Run(60'000), "in without the secret"); // the challenge is not to be foreseen
     static_cast<void>(replies.Send());
     const std::uint32_t first =
         stream.output.size() >= 48 ? LoadBig<std::uint32_t>(stream.output.data() + 24) : 0;
     CheckUnits(stream.output, true, 8192, first);
-    Expect(stream.output.size() <= iscsi::Login::kMaxUnits * (48 + 4096), "too much said");
+    Require(stream.output.size() <= iscsi::Login::kMaxUnits * (48 + 4096), "too much said");
 }
 
 } // namespace

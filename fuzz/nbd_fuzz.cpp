@@ -9,7 +9,7 @@
 #include "export/byte_device.h"
 #include "export/nbd/handshake.h"
 #include "export/nbd/transmission.h"
-#include "fuzz/require.h"
+#include "fuzz/fragment_stream.h"
 #include "platform/byte_order.h"
 #include "tests/export/nbd/memory_device.h"
 
@@ -20,46 +20,14 @@
 namespace quilla {
 namespace {
 
-using Bytes = std::vector<std::byte>;
+using fuzz::Bytes;
+using fuzz::FragmentStream;
 using fuzz::Require;
 
 constexpr std::size_t kDeviceSize = (32U << 10) + 3 * 512;
 constexpr std::size_t kReceiveBuffer = 256U << 10;
 constexpr std::size_t kReplyBuffer = 8U << 10;
 constexpr std::size_t kLongestOutput = 256U << 10;
-
-/// A peer whose bytes arrive in fragments of repeatable random sizes.
-class FragmentStream final : public ByteStream {
-  public:
-    FragmentStream(std::span<const std::byte> input, unsigned cut) : input_(input), cut_(cut), state_(cut) {}
-
-    [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override {
-        Require(!buffer.empty(), "room to receive into");
-        const std::size_t count = std::min({NextFragment(), buffer.size(), input_.size()});
-        std::memcpy(buffer.data(), input_.data(), count);
-        input_ = input_.subspan(count);
-        return count;
-    }
-    [[nodiscard]] bool Send(std::span<const std::byte> bytes) override {
-        output.insert(output.end(), bytes.begin(), bytes.end());
-        return output.size() < kLongestOutput;
-    }
-    void SetTimeout(std::uint32_t /*milliseconds*/) override {}
-
-    Bytes output;
-
-  private:
-    std::size_t NextFragment() {
-        if (cut_ == 0)
-            return input_.size();
-        state_ = state_ * 1664525 + 1013904223;
-        return 1 + (state_ >> 24) % (cut_ * cut_);
-    }
-
-    std::span<const std::byte> input_;
-    const unsigned cut_;
-    std::uint32_t state_;
-};
 
 /// What a correct server answers, worked out request by request on plain arrays.
 class Model {
@@ -171,7 +139,7 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
     test::MemoryDevice device(kDeviceSize);
     device.badSector = badSector;
     RangeLock ranges;
-    FragmentStream stream(input, cut);
+    FragmentStream stream(input, cut, kLongestOutput);
     {
         StreamReader reader(stream, received);
         ReplyWriter replies(stream, gathered);
@@ -187,7 +155,7 @@ void FuzzTransmission(std::span<const std::byte> input, unsigned cut, std::uint6
 void FuzzHandshake(std::span<const std::byte> input, unsigned cut) {
     static Bytes received(kReceiveBuffer);
     static Bytes gathered(kReplyBuffer);
-    FragmentStream stream(input, cut);
+    FragmentStream stream(input, cut, kLongestOutput);
     StreamReader reader(stream, received);
     ReplyWriter replies(stream, gathered);
     nbd::Handshake handshake(stream, reader, replies, {.name = "x", .size = kDeviceSize});
