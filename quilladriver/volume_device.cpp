@@ -63,6 +63,8 @@ bool VolumeDevice::Read(std::uint64_t offset, std::span<std::byte> buffer) {
     if (!Contains(offset, buffer.size()))
         return false;
     NoteActivity();
+    if (cipher_.IsPlain()) // nothing that another processor could help with
+        return ReadPiece(offset, buffer);
     return ForEachPiece(buffer.size(), [&](std::uint64_t at, std::size_t size) {
         return ReadPiece(offset + at, buffer.subspan(static_cast<std::size_t>(at), size));
     });
@@ -72,6 +74,8 @@ bool VolumeDevice::Write(std::uint64_t offset, std::span<std::byte> payload) {
     if (!Contains(offset, payload.size()))
         return false;
     NoteActivity();
+    if (cipher_.IsPlain())
+        return WritePiece(offset, payload);
     return ForEachPiece(payload.size(), [&](std::uint64_t at, std::size_t size) {
         return WritePiece(offset + at, payload.subspan(static_cast<std::size_t>(at), size));
     });

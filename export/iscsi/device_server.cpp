@@ -30,8 +30,8 @@ bool IsAlwaysServed(std::uint8_t opcode) {
 #define BLOCKS(opcode, options, handler)                                                                     \
     { opcode, kNoAction, UsageOfBlocks(opcode, options), &DeviceServer::handler }
 
-// In the order of their codes. The masks say which bits of a command block mean something (SPC-4, 6.35); any
-// other bit that is set makes the command invalid.
+// One entry for an opcode, in their order. The masks say which bits of a command block mean something
+// (SPC-4, 6.35); any other bit that is set makes the command invalid.
 const DeviceServer::Entry DeviceServer::kEntries[] = {
     {0x00, kNoAction, {0x00}, &DeviceServer::TestUnitReady},
     {kRequestSense, kNoAction, {0x03, 0, 0, 0, 0xFF}, &DeviceServer::RequestSense},
@@ -70,17 +70,6 @@ const DeviceServer::Entry DeviceServer::kEntries[] = {
 
 #undef BLOCKS
 
-/// The entry of a command; whether its opcode is known with any service action.
-const DeviceServer::Entry* DeviceServer::Find(std::uint8_t opcode, std::uint8_t action, bool& isOpcodeKnown) {
-    isOpcodeKnown = false;
-    for (const Entry& entry : kEntries) {
-        isOpcodeKnown |= entry.opcode == opcode;
-        if (entry.opcode == opcode && (entry.action == kNoAction || entry.action == action))
-            return &entry;
-    }
-    return nullptr;
-}
-
 bool DeviceServer::NoticeReset() {
     const std::uint32_t resets = unit_.resets;
     if (resets == resetsSeen_)
@@ -105,10 +94,11 @@ Sense DeviceServer::Dispatch(CommandBlock block, bool unitExists, Plan& plan) {
         return kNoSuchUnit;
     if (attention_ && !IsAlwaysServed(block[0]))
         return std::exchange(attention_, kNoSense);
-    bool isOpcodeKnown = false;
-    const Entry* const entry = Find(block[0], block[1] & kActionMask, isOpcodeKnown);
-    if (entry == nullptr)
-        return isOpcodeKnown ? kInvalidField : kInvalidOpcode;
+    const Entry* const entry = std::ranges::find(kEntries, block[0], &Entry::opcode);
+    if (entry == std::end(kEntries))
+        return kInvalidOpcode;
+    if (entry->action != kNoAction && entry->action != (block[1] & kActionMask))
+        return kInvalidField;
     const std::size_t size = SizeOfBlock(block[0]);
     for (std::size_t i = 1; i < size; ++i)
         if ((block[i] & ~entry->usage[i]) != 0)
@@ -216,9 +206,11 @@ void DeviceServer::PutCommandDescriptor(const Entry& entry, bool withTimeouts) {
 }
 
 Sense DeviceServer::ReportOpcodes(CommandBlock block, Plan& plan) {
-    constexpr unsigned kAll = 0, kByOpcode = 1, kByAction = 2, kByEither = 3;
-    const bool withTimeouts = (block[2] & 0x80) != 0;
+    constexpr unsigned kAll = 0, kByAction = 2; // between them: by opcode alone
+    constexpr unsigned kIsUnknown = 1, kIsSupported = 3, kHasTimeouts = 0x80;
+    const bool withTimeouts = (block[2] & kHasTimeouts) != 0;
     const unsigned option = block[2] & 7;
+    const unsigned action = option == kByAction ? LoadBig<std::uint16_t>(&block[4]) : 0U;
     const auto allocated = LoadBig<std::uint32_t>(&block[6]);
     if (option == kAll) {
         reply_.Put32(0);
@@ -227,27 +219,22 @@ Sense DeviceServer::ReportOpcodes(CommandBlock block, Plan& plan) {
         reply_.SetLength32(0);
         return SetReply(plan, allocated);
     }
-    bool isOpcodeKnown = false;
-    const unsigned action = LoadBig<std::uint16_t>(&block[4]);
-    const Entry* entry = action > kActionMask && option != kByOpcode
-                             ? nullptr
-                             : Find(block[3], static_cast<std::uint8_t>(action), isOpcodeKnown);
-    const bool hasActions = isOpcodeKnown && (entry == nullptr || entry->action != kNoAction);
-    if (option > kByEither || (option == kByOpcode && hasActions) ||
-        (option == kByAction && isOpcodeKnown && !hasActions))
+    const Entry* const named = std::ranges::find(kEntries, block[3], &Entry::opcode);
+    const bool isOpcodeKnown = named != std::end(kEntries);
+    const bool hasActions = isOpcodeKnown && named->action != kNoAction;
+    if (option > kByAction || (isOpcodeKnown && hasActions != (option == kByAction)))
         return kInvalidField;
-    if (option == kByEither && entry != nullptr && !hasActions && action != 0)
-        entry = nullptr;
+    const bool isSupported = isOpcodeKnown && (!hasActions || named->action == action);
     reply_.Put8(0);
-    reply_.Put8((entry != nullptr ? 3 : 1) | (withTimeouts && entry != nullptr ? 0x80 : 0));
-    reply_.Put16(entry != nullptr ? SizeOfBlock(entry->opcode) : 0);
-    if (entry != nullptr) {
-        auto usage = entry->usage;
-        if (entry->action != kNoAction)
-            usage[1] = entry->action;
-        reply_.Put(std::span(usage).first(SizeOfBlock(entry->opcode)));
-    }
-    if (withTimeouts && entry != nullptr)
+    reply_.Put8(isSupported ? kIsSupported | (withTimeouts ? kHasTimeouts : 0) : kIsUnknown);
+    reply_.Put16(isSupported ? SizeOfBlock(named->opcode) : 0);
+    if (!isSupported)
+        return SetReply(plan, allocated);
+    auto usage = named->usage;
+    if (hasActions)
+        usage[1] = named->action;
+    reply_.Put(std::span(usage).first(SizeOfBlock(named->opcode)));
+    if (withTimeouts)
         reply_.Put(kNoTimeouts);
     return SetReply(plan, allocated);
 }

@@ -71,7 +71,6 @@ class DeviceServer {
     using Handler = Sense (DeviceServer::*)(CommandBlock, Plan&);
     static const Entry kEntries[];
 
-    static const Entry* Find(std::uint8_t opcode, std::uint8_t action, bool& isOpcodeKnown);
     [[nodiscard]] Sense Dispatch(CommandBlock block, bool unitExists, Plan& plan);
     [[nodiscard]] Sense TakeRange(CommandBlock block, Plan& plan, std::uint64_t& length) const;
     Sense SetReply(Plan& plan, std::uint32_t allocated) const;

@@ -22,11 +22,12 @@ enum class Rule : std::uint8_t {
 struct KeyRule {
     std::string_view key;
     Rule rule;
-    std::uint32_t ours; // for Or and And: 0 = No
-    std::uint32_t least, most;
-    std::uint32_t Parameters::*number;
-    bool Parameters::*choice;
-    std::string_view text;
+    std::uint32_t ours = 0; // for Or and And: 0 = No
+    std::uint32_t least = 0;
+    std::uint32_t most = 0;
+    std::uint32_t Parameters::*number = nullptr;
+    bool Parameters::*choice = nullptr;
+    std::string_view text = {};
 };
 
 constexpr std::uint32_t kAnything = 0xFFFFFFFF;
@@ -34,34 +35,27 @@ constexpr std::uint32_t kLargest = (1U << 24) - 1;
 
 // One session has one connection, nothing is retried, and data comes in order.
 constexpr KeyRule kRules[] = {
-    {"MaxRecvDataSegmentLength",
-     Rule::Declared,
-     0,
-     512,
-     kLargest,
-     &Parameters::initiatorSegment,
-     nullptr,
-     {}},
-    {"MaxBurstLength", Rule::Minimum, 1U << 20, 512, kLargest, &Parameters::maxBurst, nullptr, {}},
-    {"FirstBurstLength", Rule::Minimum, 256U << 10, 512, kLargest, &Parameters::firstBurst, nullptr, {}},
-    {"InitialR2T", Rule::Or, 0, 0, 0, nullptr, &Parameters::initialReady, {}},
-    {"ImmediateData", Rule::And, 1, 0, 0, nullptr, &Parameters::immediateData, {}},
-    {"HeaderDigest", Rule::Digest, 0, 0, 0, nullptr, &Parameters::headerDigest, {}},
-    {"DataDigest", Rule::Digest, 0, 0, 0, nullptr, &Parameters::dataDigest, {}},
-    {"MaxConnections", Rule::Minimum, 1, 1, 65535, nullptr, nullptr, {}},
-    {"MaxOutstandingR2T", Rule::Minimum, 1, 1, 65535, nullptr, nullptr, {}},
-    {"ErrorRecoveryLevel", Rule::Minimum, 0, 0, 2, nullptr, nullptr, {}},
-    {"DefaultTime2Wait", Rule::Maximum, 0, 0, 3600, nullptr, nullptr, {}},
-    {"DefaultTime2Retain", Rule::Minimum, 0, 0, 3600, nullptr, nullptr, {}},
-    {"DataPDUInOrder", Rule::Or, 1, 0, 0, nullptr, nullptr, {}},
-    {"DataSequenceInOrder", Rule::Or, 1, 0, 0, nullptr, nullptr, {}},
-    {"TaskReporting", Rule::Fixed, 0, 0, 0, nullptr, nullptr, "RFC3720"},
-    {"iSCSIProtocolLevel", Rule::Minimum, 1, 0, 31, nullptr, nullptr, {}},
-    {"IFMarker", Rule::Fixed, 0, 0, 0, nullptr, nullptr, "No"},
-    {"OFMarker", Rule::Fixed, 0, 0, 0, nullptr, nullptr, "No"},
-    {"IFMarkInt", Rule::Refused, 0, 0, 0, nullptr, nullptr, {}},
-    {"OFMarkInt", Rule::Refused, 0, 0, 0, nullptr, nullptr, {}},
-    {"InitiatorAlias", Rule::Declared, 0, 0, kAnything, nullptr, nullptr, {}},
+    {"MaxRecvDataSegmentLength", Rule::Declared, 0, 512, kLargest, &Parameters::initiatorSegment},
+    {"MaxBurstLength", Rule::Minimum, 1U << 20, 512, kLargest, &Parameters::maxBurst},
+    {"FirstBurstLength", Rule::Minimum, 256U << 10, 512, kLargest, &Parameters::firstBurst},
+    {.key = "InitialR2T", .rule = Rule::Or, .choice = &Parameters::initialReady},
+    {.key = "ImmediateData", .rule = Rule::And, .ours = 1, .choice = &Parameters::immediateData},
+    {.key = "HeaderDigest", .rule = Rule::Digest, .choice = &Parameters::headerDigest},
+    {.key = "DataDigest", .rule = Rule::Digest, .choice = &Parameters::dataDigest},
+    {"MaxConnections", Rule::Minimum, 1, 1, 65535},
+    {"MaxOutstandingR2T", Rule::Minimum, 1, 1, 65535},
+    {"ErrorRecoveryLevel", Rule::Minimum, 0, 0, 2},
+    {"DefaultTime2Wait", Rule::Maximum, 0, 0, 3600},
+    {"DefaultTime2Retain", Rule::Minimum, 0, 0, 3600},
+    {"DataPDUInOrder", Rule::Or, 1},
+    {"DataSequenceInOrder", Rule::Or, 1},
+    {.key = "TaskReporting", .rule = Rule::Fixed, .text = "RFC3720"},
+    {"iSCSIProtocolLevel", Rule::Minimum, 1, 0, 31},
+    {.key = "IFMarker", .rule = Rule::Fixed, .text = "No"},
+    {.key = "OFMarker", .rule = Rule::Fixed, .text = "No"},
+    {"IFMarkInt", Rule::Refused},
+    {"OFMarkInt", Rule::Refused},
+    {"InitiatorAlias", Rule::Declared, 0, 0, kAnything},
 };
 
 constexpr std::string_view kReject = "Reject";

@@ -70,7 +70,8 @@ def main():
         return check(sys.argv[1])
     with tempfile.NamedTemporaryFile(suffix=".raw") as volume:
         volume.truncate(SIZE)
-        server = subprocess.Popen([sys.argv[1], volume.name, "10", "37" * 32], text=True, stdout=subprocess.PIPE)
+        # Plain: with sanitizers a cipher takes seven times as long as all else, and tells nothing here.
+        server = subprocess.Popen([sys.argv[1], volume.name, "0", "37" * 32], text=True, stdout=subprocess.PIPE)
         try:
             server.stdout.readline()
             result = check(server.stdout.readline().strip())
