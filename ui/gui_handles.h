@@ -54,7 +54,7 @@ using UniqueBitmap = UniqueHandle<BitmapTraits>;
 /// The program's icon in the size that suits best a number of pixels.
 [[nodiscard]] UniqueIcon LoadProgramIcon(int size);
 
-/// The font in which the system shows texts of windows, in the size for a window's resolution.
-[[nodiscard]] UniqueFont CreateMessageFont(HWND window);
+/// The font of the dialogs, in the size for a window's resolution.
+[[nodiscard]] UniqueFont CreateDialogFont(HWND window);
 
 } // namespace quilla

@@ -3,6 +3,10 @@
 /* Numbers shared by the resource script and the code. Plain macros: the resource compiler reads this file
  * too. */
 
+/* The desktop's one font, of dialogs and list alike; points and name. */
+#define FONT_POINTS 9
+#define FONT_NAME "Segoe UI"
+
 #define IDI_PROGRAM 1
 
 /* The extra toolbar image, 16 and 24 pixels. */

@@ -103,7 +103,7 @@ void VolumeListView::LoadImages() {
             MulDiv(ListView_GetColumnWidth(hwnd, column), static_cast<int>(dpi), static_cast<int>(dpi_)));
     dpi_ = dpi;
 
-    UniqueFont font = CreateMessageFont(hwnd);
+    UniqueFont font = CreateDialogFont(hwnd);
     SendMessageW(hwnd, WM_SETFONT, reinterpret_cast<WPARAM>(font.Get()), TRUE);
     font_ = std::move(font);
 

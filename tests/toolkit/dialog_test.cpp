@@ -58,14 +58,6 @@ class Dialog : public ToolkitTest {
     TestDialog dialog;
 };
 
-TEST_F(Dialog, EndsWithTheResultOfTheUsersChoice) {
-    EXPECT_EQ(Run([&] { PostMessageW(dialog.hwnd, WM_SYSCOMMAND, SC_CLOSE, 0); }), 2) << "the close box";
-    EXPECT_EQ(GetActiveWindow(), frame.hwnd);
-    EXPECT_EQ(Run([] { PressKey(VK_ESCAPE); }), 2);
-    EXPECT_EQ(Run([] { PressKey(VK_RETURN); }), 1);
-    EXPECT_EQ(Run([&] { dialog.EndDialog(-5); }), -5);
-}
-
 TEST_F(Dialog, FocusIsOnTheFirstTabStopOrWhereItWasSet) {
     for (const int expected : {kFirstEdit, kSecondEdit}) {
         if (expected == kSecondEdit)

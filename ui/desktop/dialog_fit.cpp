@@ -1,3 +1,4 @@
+#include "platform/text.h"
 #include "toolkit/dpi.h"
 #include "ui/dialog_support.h"
 #include "ui/gui_handles.h"
@@ -61,12 +62,14 @@ void FitDialog(HWND dialog, int units, std::span<const ControlLayout> controls) 
     CentreOverOwner(dialog);
 }
 
-UniqueFont CreateMessageFont(HWND window) {
-    NONCLIENTMETRICSW metrics{};
-    metrics.cbSize = sizeof(metrics);
-    if (!SystemParametersInfoForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, 0, WindowDpi(window)))
-        return UniqueFont();
-    return UniqueFont(CreateFontIndirectW(&metrics.lfMessageFont));
+UniqueFont CreateDialogFont(HWND window) {
+    constexpr int kPointsPerInch = 72;
+    LOGFONTW font{};
+    font.lfHeight = -MulDiv(FONT_POINTS, static_cast<int>(WindowDpi(window)), kPointsPerInch);
+    font.lfWeight = FW_NORMAL;
+    font.lfCharSet = DEFAULT_CHARSET;
+    CopyText(font.lfFaceName, L"" FONT_NAME);
+    return UniqueFont(CreateFontIndirectW(&font));
 }
 
 } // namespace quilla

@@ -13,7 +13,7 @@ void FitDialog(HWND /*dialog*/, int /*units*/, std::span<const ControlLayout> /*
 void AddShortcutTexts(HMENU /*menu*/, HACCEL /*table*/) {}
 
 /// Windows there have the system's font.
-UniqueFont CreateMessageFont(HWND /*window*/) {
+UniqueFont CreateDialogFont(HWND /*window*/) {
     LOGFONTW description{};
     if (GetObjectW(GetStockObject(SYSTEM_FONT), sizeof(description), &description) == 0)
         return UniqueFont();
