@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 
 WINE32 ?= build/wine32
 
-.PHONY: all packages windows host linux handheld test-handheld test-handheld-program handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages package test-package windows host linux handheld test-handheld test-handheld-program handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -23,6 +23,16 @@ host: packages
 linux: packages
 	@cmake --preset linux >/dev/null
 	@cmake --build --preset linux -j $(JOBS) --target quilla
+
+# What users download, in build/packages: for Windows a zip and an installer, for Debian the native command.
+package: packages
+	@tools/install-packages tools/packages-package.txt
+	@JOBS=$(JOBS) tools/make-packages
+
+# The packages installed, used and removed, and built once more elsewhere: the same bytes.
+test-package: package
+	@cmake --build --preset windows -j $(JOBS) --target desk
+	@JOBS=$(JOBS) tools/test-packages
 
 # Images for Windows CE on x86, and the check that the system has all that they import.
 handheld: packages

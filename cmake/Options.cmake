@@ -52,6 +52,6 @@ if(QUILLA_HANDHELD)
 elseif(WIN32)
     target_compile_definitions(quilla_product INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN
         NOMINMAX STRICT)
-    target_link_options(quilla_product INTERFACE -static -Wl,--gc-sections -Wl,--dynamicbase -Wl,--nxcompat
+    target_link_options(quilla_product INTERFACE -static -Wl,--no-insert-timestamp -Wl,--gc-sections -Wl,--dynamicbase -Wl,--nxcompat
         -Wl,--high-entropy-va)
 endif()
