@@ -21,7 +21,7 @@ host: packages
 
 # The native command, in build/linux/bin/quilla.
 linux: packages
-	@cmake --preset linux >/dev/null
+	@tools/configure linux
 	@cmake --build --preset linux -j $(JOBS) --target quilla
 
 # What users download, in build/packages: for Windows a zip and an installer, for Debian the native command.
@@ -41,7 +41,7 @@ handheld: packages
 
 # The native command killed in the middle of two hundred changes of a password.
 test-kills:
-	@cmake --preset bench >/dev/null
+	@tools/configure bench
 	@cmake --build --preset bench -j $(JOBS) --target quilla
 	@cd tests/linux && QUILLA=$(CURDIR)/build/bench/bin/quilla QUILLA_KILLS=200 python3 files_test.py \
 		Files.test_one_password_opens_whenever_the_command_is_killed
@@ -63,7 +63,7 @@ test-handheld-program: handheld
 # The same for ARM, and the driver's image run in an emulator.
 handheld-arm: packages
 	@tools/install-packages tools/packages-arm.txt
-	@cmake --preset handheld-arm >/dev/null
+	@tools/configure handheld-arm
 	@cmake --build --preset handheld-arm -j $(JOBS)
 	@arm-linux-gnueabi-g++ -static -I. -std=c++20 -O2 -Wall -Wextra tests/handheld/load_driver.cpp \
 		-o build/handheld-arm/load_driver
