@@ -1,6 +1,7 @@
 // Who may reach a mounted volume, what the program loads, and what its memory may do.
 
 #include "desktop/device_export.h"
+#include "desktop/private_file.h"
 #include "tests/hardening/memory_scan.h"
 #include "tests/support/quilla_tarn.h"
 
@@ -78,13 +79,16 @@ TEST_F(AccessTest, OnlyTheOwnerReadsTheAddressAndNobodyGuessesIt) {
 TEST_F(AccessTest, AnotherSessionRemovesOnlyAddressesThatNobodyHolds) {
     const QuillaTarn program = Mount();
     EXPECT_TRUE(DeviceExport::IsElsewhere(0));
+    PathText drive; // the script's, which nobody holds
+    ASSERT_TRUE(WritePrivateFile(L"SEC0.drive", "Q:") && PrivatePath(L"SEC0.drive", drive));
     DeviceExport::RemoveLeftovers();
     EXPECT_NE(ReadSmallFile(UriFile(0)).value_or(""), "");
+    EXPECT_TRUE(Exists(drive));
     TerminateProcess(program.Process(), 1);
     EXPECT_EQ(program.Wait(), 1U);
     EXPECT_TRUE(IsMounted()) << "a left-over";
     DeviceExport::RemoveLeftovers();
-    EXPECT_FALSE(IsMounted());
+    EXPECT_FALSE(IsMounted() || Exists(drive));
 }
 
 /// Has a process load a library, as if its own code had asked for it. Returns whether it did.
