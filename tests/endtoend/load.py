@@ -1,4 +1,4 @@
-"""Eight clients that write to a volume as fast as they are served, and know what must be there afterwards."""
+"""Eight clients, of both exports, that write to a volume as fast as they are served, and know what must be there afterwards."""
 
 import collections
 import contextlib
@@ -9,11 +9,13 @@ import sys
 import threading
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
+import iscsi  # noqa: E402
 import nbd  # noqa: E402
 import quilla  # noqa: E402
 
 SECTOR = 512
 CLIENTS = 8
+SESSIONS = 2  # of them by iSCSI, which has no more
 SLOT = 160  # sectors; a whole one is large enough for the server to share it among processors
 SLOTS = 20  # of each client
 IN_FLIGHT = 16  # less than the slots, so no two requests for the same sector are ever under way
@@ -48,11 +50,11 @@ class Load:
             for first in range(0, SECTORS, SLOT):
                 client.write(first * SECTOR, b"".join(content(s, 0) for s in range(first, first + SLOT)))
 
-    def start(self, uri):
-        """Lets the clients loose; returns when each is at work."""
+    def start(self, uri, target):
+        """Lets the clients loose, two of them by iSCSI; returns when each is at work."""
         self.stopping.clear()
         begin = self.writes
-        self.clients = [nbd.Client(uri) for _ in range(CLIENTS)]
+        self.clients = [iscsi.Client(target, i) if i < SESSIONS else nbd.Client(uri) for i in range(CLIENTS)]
         self.threads = [threading.Thread(target=self._write, args=(i, client)) for i, client in enumerate(self.clients)]
         for thread in self.threads:
             thread.start()

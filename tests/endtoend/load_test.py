@@ -33,7 +33,7 @@ class LoadTest(quilla.DesktopTest):
         self.program = self.desktop.start("mount", self.mounted.path, "/password", self.mounted.password)
 
     def let_loose(self):
-        self.clients.start(self.desktop.uri())
+        self.clients.start(self.desktop.uri(), self.desktop.target())
         time.sleep(random.uniform(0.0, 0.5))
 
     def check(self, when):
@@ -104,7 +104,7 @@ class LoadTest(quilla.DesktopTest):
     def test_use_keeps_a_volume_mounted_and_idleness_ends_it(self):
         # Due after six idle seconds; the instance's own timer looks every fifteen.
         self.mount(timeout=21 * quilla.SECOND)
-        self.clients.start(self.desktop.uri())
+        self.clients.start(self.desktop.uri(), self.desktop.target())
         time.sleep(18)
         self.assertEqual(self.desktop.run("AppRunAtTime"), 0)
         self.assertTrue(self.desktop.uri_file("SEC0").exists(), "dismounted in the middle of use")

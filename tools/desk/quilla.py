@@ -338,6 +338,11 @@ class Desktop:
         path = self.uri_file(device)
         return wait_until(lambda: path.exists() and path.read_text().strip(), f"{path.name}", limit)
 
+    def target(self, device="SEC0", limit=LIMIT):
+        """What an initiator needs to know of a mounted device's target, as soon as it is there."""
+        path = self.uri_file(device).with_suffix(".iscsi")
+        return wait_until(lambda: path.exists() and path.read_text(), f"{path.name}", limit)
+
     def wait_gone(self, device="SEC0", limit=LIMIT):
         wait_until(lambda: not self.uri_file(device).exists(), f"{device}.uri to go", limit)
 
