@@ -204,7 +204,7 @@ class UserInterfaceTest(unittest.TestCase):
         self.assertEqual(self.desktop.close(serving), 0)
 
         serving = self.desktop.start("mount", volume.path)
-        hands.expect("Mount")
+        hands.take_up("Mount", place=(4, 4))
         hands.keys("Escape")
         self.assertEqual(serving.wait(quilla.LIMIT), 0)
         self.assertEqual(list(self.desktop.local_data().glob("*.uri")), [])

@@ -33,13 +33,13 @@ class Hands:
             self.picture("failure")
             raise quilla.Failure(f'{failure}; "{self.active_title()}" is in front') from None
 
-    def take_up(self):
-        """Turns to the main window as a user does, with a click: its notification icon, whose window Wine shows at
-        the same time, may have taken the keyboard."""
-        quilla.wait_until(self.desktop.is_visible, "the main window")
-        quilla.wait_until(lambda: self.active_title() == "Quilla Tarn", "the main window to be in front")
-        self.click_row()
-        self.expect("Quilla Tarn")
+    def take_up(self, title="Quilla Tarn", place=FIRST_ROW):
+        """Turns to the first window of an instance as a user does, with a click: where nothing on the screen takes
+        notification icons, Wine shows a window of its own for them at the same time, which may have the keyboard
+        though the other window is in front."""
+        quilla.wait_until(lambda: self.active_title() == title, f'the window "{title}" to be in front')
+        self.click(place)
+        self.expect(title)
 
     def keys(self, *names):
         for name in names:
@@ -54,8 +54,12 @@ class Hands:
 
     def click_row(self, button=1, repeat=1):
         """Clicks into the first row of the list; the main window has to be in front."""
-        place = [pixels * self.desktop.dpi // 96 for pixels in FIRST_ROW]
-        self.tool("mousemove", "--window", self.tool("getactivewindow"), *place)
+        self.click(FIRST_ROW, button, repeat)
+
+    def click(self, place, button=1, repeat=1):
+        """Clicks at a place of the window in front."""
+        pixels = [length * self.desktop.dpi // 96 for length in place]
+        self.tool("mousemove", "--window", self.tool("getactivewindow"), *pixels)
         self.tool("click", "--repeat", repeat, "--delay", 60, button)
 
     def capture(self):
