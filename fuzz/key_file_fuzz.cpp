@@ -4,6 +4,7 @@
 
 #include "fuzz/memory_file.h"
 #include "platform/byte_order.h"
+#include "volume/key_replacement.h"
 #include "volume/key_strength.h"
 
 #include <algorithm>
@@ -113,6 +114,68 @@ void CheckStrength(const Bytes& input) {
     Require(file.Content() == input, "reading strength changes nothing");
 }
 
+/// The file with another key block, and with another strength or none; nothing for one that is cut.
+std::optional<Bytes> CopyModel(const Bytes& input, const ChunkHeader& keyHeader, const KeyBlock& block,
+                               const KeyStrength* strength) {
+    Bytes output;
+    const auto append = [&](const void* bytes, std::size_t size) {
+        const auto* const first = static_cast<const std::byte*>(bytes);
+        output.insert(output.end(), first, first + size);
+    };
+    if (input.size() < 16)
+        return std::nullopt;
+    append(input.data(), 16);
+    bool isExchanged = false;
+    for (std::size_t position = 16; position < input.size();) {
+        const std::size_t rest = input.size() - position;
+        if (rest < 16 || LoadLittle<std::uint64_t>(&input[position + 8]) > rest - 16)
+            return std::nullopt;
+        const std::size_t size = 16 + LoadLittle<std::uint32_t>(&input[position + 8]);
+        const bool isKey = !isExchanged && std::memcmp(&input[position], &keyHeader, 16) == 0;
+        if (isKey) {
+            append(&keyHeader, 16);
+            append(&block, sizeof(block));
+        } else if (NumberAt(input, position) != 0x51544B44) {
+            append(&input[position], size);
+        }
+        isExchanged |= isKey;
+        position += size;
+    }
+    if (!isExchanged)
+        return std::nullopt;
+    if (strength != nullptr) {
+        append(&kStrengthHeader, 16);
+        append(strength, sizeof(*strength));
+    }
+    return output;
+}
+
+/// A change that adds, exchanges or removes the strength keeps every other chunk.
+void CheckCopy(const Bytes& input, const ChunkHeader& keyHeader) {
+    KeyBlock block;
+    std::memset(&block, 0x66, sizeof(block));
+    KeyStrength fresh;
+    std::memset(&fresh, 0x33, sizeof(fresh));
+    const KeyStrength* const strengths[] = {nullptr, &fresh};
+    for (const KeyStrength* const strength : strengths) {
+        const MemoryFile from(input);
+        const MemoryFile to({});
+        KeyFileStatus status = KeyFileStatus::CannotOpen;
+        {
+            const File source =
+                File::Open(from.Path(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+            const File copy =
+                File::Open(to.Path(), FileAccess::Write, FileSharing::None, FileCreation::OpenExisting);
+            status = CopyKeyFile(source, copy, keyHeader, block, strength);
+        }
+        const std::optional<Bytes> expected = CopyModel(input, keyHeader, block, strength);
+        Require((status == KeyFileStatus::Done) == expected.has_value(), "outcome of copying");
+        Require(expected || status == KeyFileStatus::UnknownFormat, "why nothing is copied");
+        Require(!expected || to.Content() == *expected, "copy with another key block");
+        Require(from.Content() == input, "copying leaves the old file");
+    }
+}
+
 } // namespace
 } // namespace quilla
 
@@ -125,5 +188,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckChunk(input, kSettingsHeader);
     CheckChunk(input, KeyBlockHeader(CipherId::Cast128));
     CheckChunk(input, KeyBlockHeader(CipherId::Twofish));
+    CheckCopy(input, KeyBlockHeader(CipherId::Cast128));
+    CheckCopy(input, KeyBlockHeader(CipherId::Twofish));
     return 0;
 }

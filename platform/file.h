@@ -43,6 +43,13 @@ class File {
     [[nodiscard]] static File Open(const PathUnit* path, FileAccess access, FileSharing sharing,
                                    FileCreation creation);
 
+    /// Creates a file that this process has alone, and that goes away with this object or the process unless
+    /// it is kept. Where the system or the disk has no such files it stays until it is removed.
+    [[nodiscard]] static File CreateTransient(const PathUnit* path);
+
+    /// Lets a file that was created so stay, under the path that it was created with.
+    [[nodiscard]] bool Keep(const PathUnit* path) const;
+
     /// Deletes a file by its name, if it can be; keeps the platform's last error.
     static void Remove(const PathUnit* path);
 

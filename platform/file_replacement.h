@@ -1,16 +1,19 @@
 #pragma once
 
-#include "platform/file.h"
+#include "platform/file_name.h"
 
 namespace quilla {
+
+/// The new file's name has so many units more, its terminator included.
+inline constexpr std::size_t kRoomForSuffix = 12;
 
 /// A new version of a file, written beside it and put in its place in one step, so that a process killed
 /// meanwhile leaves the old file or the new one. The new file gets the attributes, owner and permissions of
 /// the old one. After a failure the platform's last error is the one of the call that failed.
 class FileReplacement {
   public:
-    /// Creates the new file, empty; New() is not open on failure. What an earlier process left half-done is
-    /// removed. The old file is to be open for this process alone.
+    /// Creates the new file, empty; New() is not open on failure. The old file is to be open for this process
+    /// alone.
     FileReplacement(const PathUnit* path, File& old);
 
     /// Removes the new file unless it was put in place.
@@ -24,16 +27,15 @@ class FileReplacement {
     [[nodiscard]] bool PutInPlace();
 
   private:
-#ifdef _WIN32
-    static constexpr std::size_t kLongestPath = 512;
-#else
-    static constexpr std::size_t kLongestPath = 4096;
-#endif
     File& old_;
     File new_;
     bool isBeside_ = false;
-    PathUnit path_[kLongestPath]{};
-    PathUnit newPath_[kLongestPath + 16]{};
+    PathUnit path_[kLongestPath];
+    PathUnit newPath_[kLongestPath + kRoomForSuffix];
 };
+
+/// Removes what a process killed in a replacement may have left beside a file. While the file is open here
+/// nobody is at work on one.
+void RemoveUnfinishedReplacement(const PathUnit* path, const File& file);
 
 } // namespace quilla

@@ -22,6 +22,7 @@ constexpr StatusText kStatusTexts[] = {
     {KeyFileStatus::CannotRead, L"Cannot read from file ", true},
     {KeyFileStatus::CannotWrite, L"Cannot write to file ", true},
     {KeyFileStatus::UnknownFormat, L"Unknown data format in file ", false},
+    {KeyFileStatus::NoMemory, L"There is not enough memory for the password of file ", false},
 };
 
 /// The size as the directory knows it: that of a mounted volume, whose file the driver shares with nobody.
@@ -57,7 +58,7 @@ bool ReportKeyFile(KeyFileStatus status, const wchar_t* path) {
         message[length + shown.size()] = 0;
         return entry.systemError ? CheckResultWithSystemError(false, message) : CheckResult(false, message);
     }
-    return true;
+    return status == KeyFileStatus::Done;
 }
 
 KeyFileState ReadKeyFileSummary(VolumeRecord& record) {

@@ -28,14 +28,13 @@ bool UnlockVolume(VolumeRecord& record, PasswordDigest& passwordKey, KeyAttempt*
     return open;
 }
 
-KeyFileStatus StoreVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block,
-                             const Argon2Cost* cost, KeyStrengthener& strengthener) {
-    const ErrorHold hold; // the block is wiped before a box opens
+bool ChangeVolumePassword(const VolumeRecord& record, const KeyChange& change, KeyAttempt& attempt) {
+    const ErrorHold hold; // the keys are wiped before a box opens
     const RecordPath path(record.KeyPath);
-    const KeyFileStatus status =
-        StoreSealedKey(path.text, record.Cipher, passwordKey, block, cost, strengthener);
-    ReportKeyFile(status, path.text);
-    return status;
+    bool isRight = false;
+    attempt.status = ChangeVolumeKey(path.text, record.Cipher, change, isRight, attempt.strengthener);
+    ReportKeyFile(attempt.status, path.text);
+    return isRight;
 }
 
 } // namespace quilla

@@ -30,10 +30,9 @@ struct KeyAttempt {
 [[nodiscard]] bool UnlockVolume(VolumeRecord& record, PasswordDigest& passwordKey,
                                 KeyAttempt* attempt = nullptr);
 
-/// Seals an open key block under a new password key with a fresh IV, writes it into the key file and wipes
-/// it. With a cost, guessing is slowed down from then on; without one it is not.
-KeyFileStatus StoreVolumeKey(const VolumeRecord& record, PasswordDigest& passwordKey, KeyBlock& block,
-                             const Argon2Cost* cost = nullptr,
-                             KeyStrengthener& strengthener = DirectStrengthener());
+/// Seals the volume's key under another password. False for a wrong old password, and whenever nothing could
+/// be tried, as OpenVolumeKey has it; a failure to write is shown, too, but no fault of the password's.
+[[nodiscard]] bool ChangeVolumePassword(const VolumeRecord& record, const KeyChange& change,
+                                        KeyAttempt& attempt);
 
 } // namespace quilla

@@ -2,7 +2,6 @@
 
 #include "platform/error_box.h"
 #include "platform/wipe.h"
-#include "store/volume_password.h"
 #include "ui/dialog_support.h"
 #include "ui/resource.h"
 #include "ui/secret_edit.h"
@@ -38,6 +37,7 @@ void ChangePasswordDialog::ShowStrength() {
     const bool isRead = LoadKeyStrength(record->KeyPath, strength) == KeyFileStatus::Done;
     SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_SETCHECK, strength || !isRead ? BST_CHECKED : BST_UNCHECKED,
                         0);
+    tip_.Show(hwnd, strength ? CostOf(*strength) : kDefaultArgon2Cost);
 }
 
 LRESULT ChangePasswordDialog::OnMessage(BMessage& message) {
@@ -56,44 +56,54 @@ LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
     return 0;
 }
 
-/// Opens the key block with the old password, and tells what the new one is to cost to guess.
-bool ChangePasswordDialog::OpenKey(KeyBlock& block, std::optional<Argon2Cost>& cost) {
-    Secret<PasswordDigest> passwordKey;
-    TakePasswordKey(oldEdit.hwnd, *passwordKey);
-    KeyAttempt attempt{.strengthener = wait_};
-    if (OpenVolumeKey(*record, *passwordKey, block, &attempt)) {
-        if (SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_GETCHECK, 0, 0) == BST_CHECKED)
-            cost = attempt.strength ? CostOf(*attempt.strength) : kDefaultArgon2Cost;
-        return true;
-    }
-    Wipe(block); // not while the message is open
-    if (attempt.status != KeyFileStatus::Stopped)
+/// Says so if the old password is wrong, or could not be tried.
+bool ChangePasswordDialog::IsAccepted(bool isRight, const KeyAttempt& attempt) {
+    if (!isRight && attempt.status != KeyFileStatus::Stopped)
         RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
+    return isRight;
+}
+
+bool ChangePasswordDialog::IsOldPasswordRight() {
+    KeyAttempt attempt{.strengthener = wait_};
+    bool isRight = false;
+    {
+        Secret<PasswordDigest> key;
+        Secret<KeyBlock> block;
+        TakePasswordKey(oldEdit.hwnd, *key);
+        isRight = OpenVolumeKey(*record, *key, *block, &attempt);
+    }
+    return IsAccepted(isRight, attempt);
+}
+
+/// What is wrong with the old password comes before what is wrong with the new one.
+bool ChangePasswordDialog::IsNewPasswordUsable() {
+    const bool isConfirmed = HaveSameText(newEdit.hwnd, confirmEdit.hwnd);
+    if (isConfirmed && GetWindowTextLengthW(newEdit.hwnd) > 0)
+        return true;
+    if (!IsOldPasswordRight())
+        return false;
+    if (isConfirmed)
+        return ConfirmEmptyPassword(hwnd);
+    RejectInput(hwnd, newEdit.hwnd, L"Incorrect new password");
     return false;
 }
 
 /// Checks the old password, then seals the key block under the new one. A password that is refused leaves the
 /// dialog open and the file as it was.
 void ChangePasswordDialog::ChangePassword() {
-    Secret<PasswordDigest> passwordKey;
-    Secret<KeyBlock> block;
-    std::optional<Argon2Cost> cost;
-    if (!OpenKey(*block, cost))
+    if (!IsNewPasswordUsable())
         return;
-    if (!HaveSameText(newEdit.hwnd, confirmEdit.hwnd)) {
-        block.WipeNow();
-        RejectInput(hwnd, newEdit.hwnd, L"Incorrect new password");
-        return;
+    KeyAttempt attempt{.strengthener = wait_};
+    bool isRight = false;
+    {
+        Secret<PasswordDigest> from;
+        Secret<PasswordDigest> to;
+        TakePasswordKey(oldEdit.hwnd, *from);
+        TakePasswordKey(newEdit.hwnd, *to);
+        const bool isStrong = SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_GETCHECK, 0, 0) == BST_CHECKED;
+        isRight = ChangeVolumePassword(*record, {.from = *from, .to = *to, .isStrong = isStrong}, attempt);
     }
-    if (GetWindowTextLengthW(newEdit.hwnd) == 0) {
-        block.WipeNow();
-        if (!ConfirmEmptyPassword(hwnd) || !OpenKey(*block, cost)) // as it did before the question
-            return;
-    }
-    TakePasswordKey(newEdit.hwnd, *passwordKey);
-    const KeyFileStatus status =
-        StoreVolumeKey(*record, *passwordKey, *block, cost ? &*cost : nullptr, wait_);
-    if (status == KeyFileStatus::Stopped)
+    if (!IsAccepted(isRight, attempt))
         return;
     ShowNotedErrors();
     EndDialog(IDOK);

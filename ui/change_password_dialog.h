@@ -1,7 +1,9 @@
 #pragma once
 
+#include "store/volume_password.h"
 #include "toolkit/controls.h"
 #include "toolkit/dialog.h"
+#include "ui/strength_tip.h"
 #include "ui/strength_wait.h"
 #include "volume/volume_record.h"
 
@@ -20,13 +22,16 @@ class ChangePasswordDialog final : public BDialog {
   private:
     void ShowStrength();
     void ChangePassword();
-    [[nodiscard]] bool OpenKey(KeyBlock& block, std::optional<Argon2Cost>& cost);
+    [[nodiscard]] bool IsAccepted(bool isRight, const KeyAttempt& attempt);
+    [[nodiscard]] bool IsOldPasswordRight();
+    [[nodiscard]] bool IsNewPasswordUsable();
 
     VolumeRecord* record;
     BEdit oldEdit;
     BEdit newEdit;
     BEdit confirmEdit;
     StrengthWait wait_{hwnd};
+    StrengthTip tip_;
 };
 
 } // namespace quilla

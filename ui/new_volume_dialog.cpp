@@ -30,6 +30,7 @@ void NewVolumeDialog::Attach(HWND handle) {
     VolumeDialog::Attach(handle);
     SetCaption(IDS_NEW);
     SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_SETCHECK, BST_CHECKED, 0);
+    tip_.Show(hwnd);
     ShowRepeat();
 }
 
@@ -62,8 +63,7 @@ bool NewVolumeDialog::IsPasswordConfirmed() {
 /// dialog stays open if that fails or is ended.
 bool NewVolumeDialog::MakeStrong(PasswordDigest& passwordKey, KeyStrength& strength) {
     const KeyFileStatus status = MakeWrappingKey(passwordKey, strength, kDefaultArgon2Cost, wait_);
-    return status == KeyFileStatus::Done ||
-           (status != KeyFileStatus::Stopped && ReportKeyFile(status, work.KeyPath));
+    return ReportKeyFile(status, work.KeyPath);
 }
 
 /// Without its salt the new key file would never open.

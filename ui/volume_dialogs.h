@@ -4,6 +4,7 @@
 #include "toolkit/dialog.h"
 #include "ui/creation_watch.h"
 #include "ui/dialog_file_field.h"
+#include "ui/strength_tip.h"
 #include "ui/strength_wait.h"
 #include "ui/ui_services.h"
 #include "volume/volume_record.h"
@@ -101,6 +102,7 @@ class NewVolumeDialog final : public VolumeDialog {
 
     CreationWatch watch_;
     BEdit repeatEdit_;
+    StrengthTip tip_;
 };
 
 /// Asks for a volume's password, checks it against the key file and has the volume mounted.

@@ -14,6 +14,7 @@ struct Argon2Cost {
     std::uint32_t memory; ///< KiB, at least 8 for each lane
     std::uint32_t passes; ///< over the memory, at least 1
     std::uint32_t lanes;  ///< at least 1; as many processors can work on it at once
+    bool operator==(const Argon2Cost&) const = default;
 };
 
 /// RFC 9106, section 4, the second recommended option.
@@ -28,7 +29,8 @@ struct Argon2Watch {
 enum class Argon2Result : std::uint8_t {
     Done,
     NoMemory, ///< the system cannot give what the cost asks for
-    Stopped
+    Stopped,
+    Unknown ///< to this edition
 };
 
 /// What is hashed.

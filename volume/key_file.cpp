@@ -3,6 +3,7 @@
 #include "platform/wipe.h"
 #include "volume/chunk_walker.h"
 #include "volume/cipher_frame.h"
+#include "volume/key_replacement.h"
 
 #include <algorithm>
 #include <cstring>
@@ -108,7 +109,7 @@ bool WriteWhole(const File& file, std::uint64_t position, std::span<const std::b
 } // namespace
 
 KeyFileStatus LoadSummary(const PathUnit* path, VolumeRecord& record) {
-    const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
+    const File file = OpenKeyFile(path, FileAccess::Read);
     if (!file.IsOpen())
         return KeyFileStatus::CannotOpen;
     RecordReader reader(file);
@@ -132,7 +133,7 @@ KeyFileStatus LoadSummary(const PathUnit* path, VolumeRecord& record) {
 }
 
 KeyFileStatus LoadChunk(const PathUnit* path, const ChunkHeader& wanted, std::span<std::byte> payload) {
-    const File file = File::Open(path, FileAccess::Read, FileSharing::Read, FileCreation::OpenExisting);
+    const File file = OpenKeyFile(path, FileAccess::Read);
     return file.IsOpen() ? LoadChunk(file, wanted, payload) : KeyFileStatus::CannotOpen;
 }
 
@@ -147,7 +148,7 @@ KeyFileStatus LoadChunk(const File& file, const ChunkHeader& wanted, std::span<s
 
 KeyFileStatus StoreChunk(const PathUnit* path, const ChunkHeader& wanted,
                          std::span<const std::byte> payload) {
-    const File file = File::Open(path, FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+    const File file = OpenKeyFile(path, FileAccess::ReadWrite);
     return file.IsOpen() ? StoreChunk(file, wanted, payload) : KeyFileStatus::CannotOpen;
 }
 

@@ -10,6 +10,9 @@
 /// (docs/key-file-format.md).
 namespace quilla {
 
+/// The most that this program is ready to do for a key file, which may be a stranger's.
+inline constexpr Argon2Cost kGreatestArgon2Cost = {.memory = 1024 * 1024, .passes = 64, .lanes = 16};
+
 /// How a new volume's key is made.
 [[nodiscard]] bool MakeKeyStrength(KeyStrength& strength, const Argon2Cost& cost = kDefaultArgon2Cost);
 

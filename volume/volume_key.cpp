@@ -8,9 +8,16 @@ namespace quilla {
 namespace {
 
 constexpr KeyFileStatus StatusOf(Argon2Result result) {
-    return result == Argon2Result::Done       ? KeyFileStatus::Done
-           : result == Argon2Result::NoMemory ? KeyFileStatus::NoMemory
-                                              : KeyFileStatus::Stopped;
+    constexpr KeyFileStatus kStatuses[] = {KeyFileStatus::Done, KeyFileStatus::NoMemory,
+                                           KeyFileStatus::Stopped, KeyFileStatus::UnknownFormat};
+    return kStatuses[static_cast<unsigned>(result)];
+}
+
+KeyFileStatus SealAndWrite(const PathUnit* keyPath, CipherId cipher, PasswordDigest& key, KeyBlock& block,
+                           const KeyStrength* strength) {
+    if (!SealKeyBlock(block, cipher, key))
+        return BlockSizeOf(cipher) == 0 ? KeyFileStatus::UnknownFormat : KeyFileStatus::CannotWrite;
+    return ChangeKeyBlock(keyPath, cipher, block, strength);
 }
 
 } // namespace
@@ -50,12 +57,32 @@ KeyFileStatus StoreSealedKey(const PathUnit* keyPath, CipherId cipher, PasswordD
     KeyStrength strength{};
     KeyFileStatus status =
         cost != nullptr ? MakeWrappingKey(passwordKey, strength, *cost, strengthener) : KeyFileStatus::Done;
-    if (status == KeyFileStatus::Done && !SealKeyBlock(block, cipher, passwordKey))
-        status = BlockSizeOf(cipher) == 0 ? KeyFileStatus::UnknownFormat : KeyFileStatus::CannotWrite;
     if (status == KeyFileStatus::Done)
-        status = ChangeKeyBlock(keyPath, cipher, block, cost != nullptr ? &strength : nullptr);
+        status = SealAndWrite(keyPath, cipher, passwordKey, block, cost != nullptr ? &strength : nullptr);
     Wipe(passwordKey);
     Wipe(block);
+    return status;
+}
+
+KeyFileStatus ChangeVolumeKey(const PathUnit* keyPath, CipherId cipher, const KeyChange& change,
+                              bool& isRight, KeyStrengthener& strengthener) {
+    Secret<KeyBlock> block;
+    std::optional<KeyStrength> before;
+    KeyStrength after{};
+    isRight = false;
+    KeyFileStatus status = LoadKeyStrength(keyPath, before);
+    if (status == KeyFileStatus::Done && change.isStrong)
+        status =
+            MakeWrappingKey(change.to, after, before ? CostOf(*before) : kDefaultArgon2Cost, strengthener);
+    if (status == KeyFileStatus::Done && before)
+        status = StatusOf(strengthener.Strengthen(change.from, *before));
+    if (status == KeyFileStatus::Done)
+        status = LoadSealedKey(keyPath, cipher, *block, before); // another salt by now makes the key wrong
+    isRight = status == KeyFileStatus::Done && OpenKeyBlock(*block, cipher, change.from);
+    if (isRight)
+        status = SealAndWrite(keyPath, cipher, change.to, *block, change.isStrong ? &after : nullptr);
+    Wipe(change.from);
+    Wipe(change.to);
     return status;
 }
 

@@ -42,6 +42,21 @@ class KeyStrengthener {
                                            const Argon2Cost* cost = nullptr,
                                            KeyStrengthener& strengthener = DirectStrengthener());
 
+/// A change of a password: the keys of the old and the new one, and whether guessing the new one is slowed
+/// down, at the old one's cost if it was, too. Both keys are wiped.
+struct KeyChange {
+    PasswordDigest& from;
+    PasswordDigest& to;
+    bool isStrong;
+};
+
+/// Opens a volume's key block and seals it under another password. isRight tells whether the old key was
+/// right; nothing is written if not. Whatever takes time comes first, and the new key before the old one, so
+/// that no key that opens the file is held while a strengthener lets others run.
+[[nodiscard]] KeyFileStatus ChangeVolumeKey(const PathUnit* keyPath, CipherId cipher, const KeyChange& change,
+                                            bool& isRight,
+                                            KeyStrengthener& strengthener = DirectStrengthener());
+
 /// Chooses the strength of a new volume and turns the password key into its wrapping key.
 [[nodiscard]] KeyFileStatus MakeWrappingKey(PasswordDigest& passwordKey, KeyStrength& strength,
                                             const Argon2Cost& cost,

@@ -1,6 +1,9 @@
 #include "platform/file.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -51,6 +54,17 @@ bool TakeShare(int descriptor, FileAccess access, FileSharing sharing) {
     return flock(descriptor, (isShared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
 }
 
+#ifdef O_TMPFILE
+/// The folder that a path names a file in, as a path.
+void CopyFolder(const char* path, std::span<char> folder) {
+    const char* const slash = std::strrchr(path, '/');
+    if (slash == nullptr)
+        std::snprintf(folder.data(), folder.size(), ".");
+    else
+        std::snprintf(folder.data(), folder.size(), "%.*s", static_cast<int>(slash - path) + 1, path);
+}
+#endif
+
 } // namespace
 
 File& File::operator=(File&& other) noexcept {
@@ -68,6 +82,30 @@ File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, Fi
     if (file.IsOpen() && !(IsNoFolder(file.handle_) && TakeShare(file.handle_, access, sharing)))
         file.Close();
     return file;
+}
+
+/// One without a name, which the system gives up with its last descriptor; some file systems have none.
+File File::CreateTransient(const PathUnit* path) {
+    File file;
+#ifdef O_TMPFILE
+    char folder[PATH_MAX];
+    CopyFolder(path, folder);
+    file.handle_ = open(folder, O_TMPFILE | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file.IsOpen())
+        return file;
+#endif
+    return Open(path, FileAccess::Write, FileSharing::None, FileCreation::CreateNew);
+}
+
+bool File::Keep(const PathUnit* path) const {
+    struct stat status {};
+    if (fstat(handle_, &status) != 0)
+        return false;
+    if (status.st_nlink > 0)
+        return true;
+    char own[32]; // the kernel's name for the descriptor: linking it needs no privilege, unlike AT_EMPTY_PATH
+    std::snprintf(own, sizeof(own), "/proc/self/fd/%d", handle_);
+    return linkat(AT_FDCWD, own, AT_FDCWD, path, AT_SYMLINK_FOLLOW) == 0;
 }
 
 void File::Remove(const PathUnit* path) {

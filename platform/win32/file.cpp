@@ -88,6 +88,24 @@ File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, Fi
     return file;
 }
 
+/// Marked for deletion from the start; the mark is taken off again when it is kept.
+File File::CreateTransient(const PathUnit* path) {
+    File file;
+    file.handle_ =
+        CreateFileW(path, GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = TRUE;
+    if (file.IsOpen()) // without the mark it serves still
+        SetFileInformationByHandle(file.handle_, FileDispositionInfo, &disposition, sizeof(disposition));
+    return file;
+}
+
+bool File::Keep(const PathUnit* /*path*/) const {
+    FILE_DISPOSITION_INFO disposition{};
+    return SetFileInformationByHandle(handle_, FileDispositionInfo, &disposition, sizeof(disposition)) !=
+           FALSE;
+}
+
 void File::Remove(const PathUnit* path) {
     const DWORD error = GetLastError();
     DeleteFileW(path);

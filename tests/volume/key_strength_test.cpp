@@ -7,7 +7,17 @@
 #include "volume/key_strength.h"
 
 #include <cstring>
+#include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
+#include <windows.h>
+
+#include <sddl.h>
+#else
+#include "tests/support/file_size_limit.h"
+#endif
 
 namespace quilla {
 namespace {
@@ -148,6 +158,111 @@ TEST(KeyStrengthChunk, RefusedChangesLeaveTheFileAndNothingBesideIt) {
     EXPECT_EQ(file.Read(), good);
 }
 
+/// A process killed in a change leaves the new file beside the old one. Who has the key file open next knows
+/// that nobody is at work; who cannot open it does not.
+TEST(KeyStrengthChunk, WhatAnUnfinishedChangeHasLeftGoesWithTheNextUse) {
+    const ScratchFile file(".key");
+    std::filesystem::path beside = file.Location();
+    beside += ".quilla-new";
+    const auto leave = [&] { std::ofstream(beside) << "half"; };
+    VolumeRecord record{};
+    std::optional<KeyStrength> strength;
+    KeyBlock block{};
+    Bytes settings(24);
+    const std::function<KeyFileStatus()> uses[] = {
+        [&] { return LoadSummary(file.Path(), record); },
+        [&] { return LoadKeyStrength(file.Path(), strength); },
+        [&] { return LoadSealedKey(file.Path(), CipherId::Twofish, block, strength); },
+        [&] { return StoreChunk(file.Path(), kSettingsHeader, settings); },
+        [&] { return ChangeKeyBlock(file.Path(), CipherId::Twofish, block, nullptr); },
+    };
+    file.Write(test::BuildKeyFile(10, 7, 1, Bytes(152)));
+    for (const auto& use : uses) {
+        leave();
+        EXPECT_EQ(use(), KeyFileStatus::Done) << &use - uses;
+        EXPECT_FALSE(std::filesystem::exists(beside)) << &use - uses;
+    }
+    leave();
+    {
+        const File other =
+            File::Open(file.Path(), FileAccess::ReadWrite, FileSharing::None, FileCreation::OpenExisting);
+        EXPECT_EQ(LoadSummary(file.Path(), record), KeyFileStatus::CannotOpen);
+        EXPECT_TRUE(std::filesystem::exists(beside)) << "it may be the other's";
+    }
+    std::filesystem::remove(beside);
+}
+
+/// What does not come to its end goes with the process that wrote it.
+TEST(KeyStrengthChunk, ATransientFileHasNoNameUntilItIsKept) {
+    const ScratchFile file;
+    const Bytes content(100, std::byte{7});
+    {
+        const File unfinished = File::CreateTransient(file.Path());
+        ASSERT_TRUE(unfinished.IsOpen());
+        EXPECT_EQ(unfinished.WriteAt(0, content).bytes, content.size());
+    }
+    EXPECT_FALSE(file.Exists());
+    File kept = File::CreateTransient(file.Path());
+    EXPECT_EQ(kept.WriteAt(0, content).bytes, content.size());
+    EXPECT_TRUE(kept.Keep(file.Path()));
+    kept.Close();
+    EXPECT_EQ(file.Read(), content);
+}
+
+#ifdef _WIN32
+/// The attributes and the access list of a file, as text.
+std::wstring DescribeProtection(const ScratchFile& file) {
+    alignas(SECURITY_DESCRIPTOR) std::byte descriptor[4096];
+    DWORD size = 0;
+    wchar_t* text = nullptr;
+    EXPECT_TRUE(
+        GetFileSecurityW(file.Path(), DACL_SECURITY_INFORMATION, descriptor, sizeof(descriptor), &size));
+    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+    const std::wstring all = std::to_wstring(GetFileAttributesW(file.Path())) + L' ' + text;
+    LocalFree(text);
+    return all;
+}
+
+/// Makes a file one that only its owner may read, hidden and not indexed.
+void Protect(const ScratchFile& file) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;FA;;;OW)(A;;FA;;;BA)",
+                                                                     SDDL_REVISION_1, &descriptor, nullptr));
+    EXPECT_TRUE(SetFileSecurityW(file.Path(), DACL_SECURITY_INFORMATION, descriptor));
+    LocalFree(descriptor);
+    EXPECT_TRUE(SetFileAttributesW(file.Path(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_ARCHIVE));
+}
+#else
+std::wstring DescribeProtection(const ScratchFile& file) {
+    return std::to_wstring(static_cast<unsigned>(std::filesystem::status(file.Location()).permissions()));
+}
+
+void Protect(const ScratchFile& file) {
+    std::filesystem::permissions(file.Location(), std::filesystem::perms(0640));
+}
+
+TEST(KeyStrengthChunk, APieceThatAFullDiskTakesIsNoSuccess) {
+    const ScratchFile file(".key");
+    VolumeRecord record{};
+    record.Cipher = CipherId::Twofish;
+    KeyStrength strength;
+    ASSERT_TRUE(MakeKeyStrength(strength, kCheap));
+    ASSERT_EQ(CreateKeyFile(file.Path(), record, kOldKey), KeyFileStatus::Done);
+    const Bytes before = file.Read();
+    for (const rlim_t size : {kKeyFileSize, kKeyFileSize + 20}) {
+        file.Write(before);
+        const test::FileSizeLimit limit(size);
+        EXPECT_EQ(AppendKeyStrength(file.Path(), strength), KeyFileStatus::CannotWrite) << size;
+    }
+    file.Write(before);
+    const test::FileSizeLimit limit(kKeyFileSize + 20);
+    EXPECT_EQ(ChangeKeyBlock(file.Path(), CipherId::Twofish, KeyBlock{}, &strength),
+              KeyFileStatus::CannotWrite);
+    EXPECT_EQ(file.Read(), before);
+}
+#endif
+
 TEST(KeyStrengthChunk, AppendedFileEqualsOneWrittenAtOnceAndReplacementsKeepPermissions) {
     VolumeRecord record{};
     record.Cipher = CipherId::Twofish;
@@ -162,11 +277,12 @@ TEST(KeyStrengthChunk, AppendedFileEqualsOneWrittenAtOnceAndReplacementsKeepPerm
     const Bytes one = once.Read(), other = later.Read();
     ASSERT_EQ(one.size(), kStrongKeyFileSize);
     EXPECT_TRUE(std::equal(one.begin() + 224, one.end(), other.begin() + 224, other.end()));
-#ifndef _WIN32
-    std::filesystem::permissions(once.Location(), std::filesystem::perms(0640));
+    const std::wstring usual = DescribeProtection(once);
+    Protect(once);
+    const std::wstring expected = DescribeProtection(once);
+    EXPECT_NE(expected, usual);
     ASSERT_EQ(ChangeKeyBlock(once.Path(), CipherId::Twofish, KeyBlock{}, nullptr), KeyFileStatus::Done);
-    EXPECT_EQ(std::filesystem::status(once.Location()).permissions(), std::filesystem::perms(0640));
-#endif
+    EXPECT_EQ(DescribeProtection(once), expected);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include "ui/dismount_occasions.h"
 #include "ui/gui_handles.h"
 #include "ui/menu_shortcuts.h"
+#include "ui/strength_tip.h"
+#include "ui/strength_wait.h"
 
 namespace quilla {
 
@@ -35,6 +37,18 @@ bool DismountOccasions::OnCommand(int /*id*/) {
 
 bool DismountOccasions::OnUpdateCommand(BCommandState& /*state*/) const {
     return false;
+}
+
+/// Where the option is not offered it needs no tip.
+void StrengthTip::Show(HWND /*dialog*/, const Argon2Cost& /*cost*/) {}
+
+LRESULT StrengthTip::OnNotify(NMHDR& header) {
+    return BWindow::OnNotify(header);
+}
+
+/// Says at once that the function is not there.
+Argon2Result StrengthWait::Strengthen(PasswordDigest& key, const KeyStrength& strength) {
+    return StrengthenKey(key, strength);
 }
 
 } // namespace quilla

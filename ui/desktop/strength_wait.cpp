@@ -1,9 +1,11 @@
 #include "ui/strength_wait.h"
 
+#include "platform/clock.h"
 #include "platform/thread.h"
 #include "platform/win32/handle.h"
 #include "toolkit/application.h"
 #include "ui/resource.h"
+#include "ui/strength_tip.h"
 
 #include <commctrl.h>
 #include <span>
@@ -108,6 +110,7 @@ Argon2Result StrengthWait::Strengthen(PasswordDigest& key, const KeyStrength& st
               .watch = {},
               .done = UniqueEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr))};
     Thread thread;
+    const std::uint64_t begin = MonotonicMilliseconds();
     if (!work.done || !thread.Start(RunWork, &work))
         return StrengthenKey(key, strength);
     isRunning_ = true;
@@ -118,6 +121,8 @@ Argon2Result StrengthWait::Strengthen(PasswordDigest& key, const KeyStrength& st
         thread.Join();
     }
     isRunning_ = false;
+    if (work.result == Argon2Result::Done)
+        StrengthTip::Remember(CostOf(strength), MonotonicMilliseconds() - begin);
     return work.result;
 }
 
