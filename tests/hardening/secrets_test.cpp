@@ -11,6 +11,7 @@
 #include "volume/cast128.h"
 #include "volume/twofish.h"
 
+#include <commctrl.h>
 #include <optional>
 #include <set>
 #include <string>
@@ -96,6 +97,17 @@ Needles SchedulesOf(const VolumeRecord& record, std::wstring_view password) {
                   {static_cast<const std::byte*>(place), kernel->scheduleSize});
     }
     return needles;
+}
+
+/// Adds the key that the file's strength, if it has one, makes of the password's.
+bool AddWrappingKey(Needles& needles, const VolumeRecord& record, std::wstring_view password) {
+    std::optional<KeyStrength> strength;
+    EXPECT_EQ(LoadKeyStrength(record.KeyPath, strength), KeyFileStatus::Done);
+    PasswordDigest key = KeyOf(password);
+    if (!strength || StrengthenKey(key, *strength) != Argon2Result::Done)
+        return false;
+    Add(needles, "wrapping key", key);
+    return true;
 }
 
 class SecretsTest : public testing::TestWithParam<CipherId> {
@@ -216,6 +228,14 @@ class SecretsInDialogsTest : public SecretsTest {
             PostMessageW(edit, WM_CHAR, unit, 0);
     }
 
+    /// Fills the dialog in that changes a password; its check box tells whether guessing is slowed down.
+    static void FillIn(HWND dialog, std::wstring_view old, std::wstring_view wanted, bool isStrong) {
+        SendDlgItemMessageW(dialog, IDC_STRENGTH, BM_SETCHECK, isStrong ? BST_CHECKED : BST_UNCHECKED, 0);
+        Type(dialog, IDC_OLD_PASSWORD, old);
+        Type(dialog, IDC_NEW_PASSWORD, wanted);
+        Type(dialog, IDC_CONFIRM_PASSWORD, wanted);
+    }
+
     void Press(HWND dialog, int button) const {
         PostMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(button), 0);
         EXPECT_TRUE(WaitUntil([&] { return !IsWindow(dialog); })) << "the dialog stays open";
@@ -253,13 +273,41 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfTheMountDialog) {
 }
 
 TEST_P(SecretsInDialogsTest, NothingStaysOfAChangeOfPassword) {
+    Needles all = secrets; // of both passwords, the master key and, below, each wrapping key
+    const Needles others = SecretsOf(kOtherPassword, GetParam());
+    all.insert(all.end(), others.begin(), others.end());
+    std::wstring_view old = kPassword;
+    std::wstring_view wanted = kOtherPassword;
+    for (const bool isStrong : {false, true, true, false}) { // adds, keeps and removes the option
+        const HWND dialog = OpenDialog(IDM_CHANGE_PASSWORD);
+        FillIn(dialog, old, wanted, isStrong);
+        Press(dialog, IDOK);
+        EXPECT_EQ(AddWrappingKey(all, record, wanted), isStrong);
+        ExpectClean(*program, all, "after the change");
+        std::swap(old, wanted);
+    }
+}
+
+/// While the function runs the dialog serves messages; no key of the volume may be open then.
+TEST_P(SecretsInDialogsTest, NoKeyIsOpenWhileAChangeOfPasswordTakesItsTime) {
+    KeyStrength strength{};
+    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 64 * 1024, .passes = 48, .lanes = 1})); // seconds
+    PasswordDigest key = KeyOf(kPassword);
+    KeyBlock block = OpenKey(record, kPassword);
+    ASSERT_EQ(StrengthenKey(key, strength), Argon2Result::Done);
+    ASSERT_TRUE(SealKeyBlock(block, GetParam(), key));
+    ASSERT_EQ(ChangeKeyBlock(record.KeyPath, GetParam(), block, &strength), KeyFileStatus::Done);
+    const Needles masterKey(secrets.end() - kMasterKeySize / 32, secrets.end());
     const HWND dialog = OpenDialog(IDM_CHANGE_PASSWORD);
-    Type(dialog, IDC_OLD_PASSWORD, kPassword);
-    Type(dialog, IDC_NEW_PASSWORD, kOtherPassword);
-    Type(dialog, IDC_CONFIRM_PASSWORD, kOtherPassword);
-    Press(dialog, IDOK);
-    ExpectClean(*program, secrets, "after the change");
-    ExpectClean(*program, SecretsOf(record, kOtherPassword), "after the change");
+    FillIn(dialog, kPassword, kOtherPassword, true);
+    PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    ASSERT_TRUE(
+        WaitUntil([&] { return FindWindowExW(dialog, nullptr, PROGRESS_CLASSW, nullptr) != nullptr; }));
+    int scans = 0;
+    for (; IsWindow(dialog); ++scans)
+        ExpectClean(*program, masterKey, "while the function runs");
+    EXPECT_GT(scans, 3);
+    OpenKey(record, kOtherPassword);
 }
 
 TEST_P(SecretsInDialogsTest, NothingStaysOfCreatingAVolume) {
@@ -279,12 +327,8 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfCreatingAVolume) {
     ReadVolumeInfo(created);
     ASSERT_EQ(created.Cipher, GetParam()) << "no such volume was created";
     Needles needles = SecretsOf(created, kOtherPassword);
-    std::optional<KeyStrength> strength;
-    ASSERT_EQ(LoadKeyStrength(created.KeyPath, strength), KeyFileStatus::Done);
-    ASSERT_TRUE(strength) << "guessing is slowed down unless the user says otherwise";
-    PasswordDigest wrapping = KeyOf(kOtherPassword);
-    ASSERT_EQ(StrengthenKey(wrapping, *strength), Argon2Result::Done);
-    Add(needles, "wrapping key", wrapping);
+    ASSERT_TRUE(AddWrappingKey(needles, created, kOtherPassword))
+        << "guessing is slowed down unless the user says otherwise";
     ExpectClean(*program, needles, "after creating a volume");
 }
 

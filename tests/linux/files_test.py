@@ -3,13 +3,15 @@
 
 import json
 import os
+import pathlib
 import random
+import resource
 import subprocess
 import sys
 import time
 
 import command
-from command import BAD_FILE, DONE, PASSWORD, USAGE, WRONG_PASSWORD
+from command import BAD_FILE, DONE, PASSWORD, SYSTEM_LACKS, USAGE, WRONG_PASSWORD
 
 import oracle
 import quilla
@@ -65,7 +67,8 @@ class Files(command.CommandTest):
         """QUILLA_KILLS changes of the password are killed in the middle, at random moments (200 in the long run)."""
         self.quilla("create", self.raw, "--size", "1M", "--no-strength", passwords=["0"], code=DONE)
         options = (["--strength", "0.001"], [], ["--no-strength"], [])
-        current, killed, begun, longest = "0", 0, 0, 0.0
+        current, killed, begun, longest, left = "0", 0, 0, 0.0, 0
+        files = sorted([self.raw.name, self.key.name])
         while killed < int(os.environ.get("QUILLA_KILLS", 3)):
             wanted = str(begun + 1)
             begin = time.monotonic()
@@ -81,12 +84,28 @@ class Files(command.CommandTest):
             begun += 1
             if begun <= len(options):
                 longest = max(longest, time.monotonic() - begin)
+            left += sorted(os.listdir(self.folder)) != files
+            self.quilla("info", self.raw, code=DONE)
+            self.assertEqual(sorted(os.listdir(self.folder)), files, "what was left goes with the next use")
             opens = [password for password in (current, wanted) if self.opens(password)]
             self.assertEqual(len(opens), 1)
             current = opens[0]
-        self.quilla("passwd", self.raw, "--strength", "0.001", passwords=[current, "last"], code=DONE)
-        self.assertEqual(sorted(os.listdir(self.folder)), sorted([self.raw.name, self.key.name]))
-        print(f"{killed} of {begun} changes killed", file=sys.stderr)
+        print(f"{killed} of {begun} changes killed; a temporary file stayed after {left}", file=sys.stderr)
+
+    def test_too_little_memory_is_no_wrong_password(self):
+        self.create(size="1M", strength=())
+        before = self.key.read_bytes()
+        for words in (["check"], ["passwd"], ["passwd", "--no-strength"]):
+            process = subprocess.Popen([command.PROGRAM, words[0], self.raw, *words[1:], "--password-file", "-"],
+                                       stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=command.ENVIRONMENT)
+            memory = pathlib.Path(f"/proc/{process.pid}")
+            # It waits for the password; what it has by then it keeps, and 16 MiB more are allowed.
+            command.wait_until(lambda: (memory / "stat").read_text().rsplit(")", 1)[1].split()[0] == "S", "the command to ask")
+            pages = int((memory / "statm").read_text().split()[0])
+            resource.prlimit(process.pid, resource.RLIMIT_AS, (pages * resource.getpagesize() + (16 << 20),) * 2)
+            _, told = process.communicate(f"{PASSWORD}\nnew\n".encode(), timeout=60)
+            self.assertEqual((process.returncode, b"too little memory" in told), (SYSTEM_LACKS, True), told)
+        self.assertEqual(self.key.read_bytes(), before)
 
     def opens(self, password):
         try:

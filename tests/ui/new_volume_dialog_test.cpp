@@ -1,5 +1,7 @@
 // The New dialog: what it starts with, how names are completed, and what OK leaves behind.
 
+#include "platform/win32/handle.h"
+#include "tests/support/memory_limit.h"
 #include "tests/ui/ui_fixture.h"
 
 #include <filesystem>
@@ -143,6 +145,75 @@ TEST_F(NewVolumeDialogTest, SaysWhyThereIsNoVolumeAndLeavesNothingBehind) {
     const std::wstring elsewhere = create(folder.File(L"no\\v.raw"), spare);
     EXPECT_TRUE(elsewhere.starts_with(L"Cannot create file " + folder.File(L"no\\v.raw"))) << elsewhere;
     EXPECT_NE(elsewhere.substr(elsewhere.size() - 9), listed.substr(listed.size() - 9)) << "another cause";
+}
+
+TEST_F(NewVolumeDialogTest, MakesNothingWithoutTheMemoryForStrength) {
+    const std::wstring name = folder.File(L"large");
+    MessageBoxWatcher boxes;
+    {
+        const MemoryLimit limit(std::size_t{32} << 20);
+        Command(IDM_NEW, {InDialog([&] {
+                    Type(IDC_VOLUME, name);
+                    TypePassword(L"p", L"p");
+                    Press(IDOK);
+                    EXPECT_TRUE(IsWindowEnabled(Control(IDC_PASSWORD)));
+                    Press(IDCANCEL);
+                })});
+    }
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_EQ(seen[0].text, L"There is not enough memory for the password of file " + name + L".key");
+    EXPECT_FALSE(std::filesystem::exists(name + L".raw") || std::filesystem::exists(name + L".key"));
+    EXPECT_EQ(CountRows(), 0);
+}
+
+/// Opens a key file as soon as the main window has made it, and so keeps the dialog from adding to it.
+class HolderOfNewKeyFile {
+  public:
+    HolderOfNewKeyFile(HWND window, std::wstring path) : window_(window) {
+        path_ = std::move(path);
+        before_ = reinterpret_cast<WNDPROC>(
+            SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(Serve)));
+    }
+    ~HolderOfNewKeyFile() {
+        SetWindowLongPtrW(window_, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(before_));
+        EXPECT_TRUE(file_) << "the key file was not made";
+        file_.Reset();
+    }
+    HolderOfNewKeyFile(const HolderOfNewKeyFile&) = delete;
+    HolderOfNewKeyFile& operator=(const HolderOfNewKeyFile&) = delete;
+
+  private:
+    static LRESULT CALLBACK Serve(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+        const LRESULT result = CallWindowProcW(before_, window, message, wParam, lParam);
+        if (message == WM_REQUEST && !file_)
+            file_.Reset(CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, 0, nullptr));
+        return result;
+    }
+
+    static inline WNDPROC before_;
+    static inline std::wstring path_;
+    static inline UniqueFile file_;
+    HWND window_;
+};
+
+TEST_F(NewVolumeDialogTest, TakesAVolumeBackWhoseStrengthCannotBeWritten) {
+    const std::wstring name = folder.File(L"held");
+    MessageBoxWatcher boxes;
+    {
+        const HolderOfNewKeyFile holder(window->hwnd, name + L".key");
+        Command(IDM_NEW, {InDialog([&] {
+                    Type(IDC_VOLUME, name);
+                    TypePassword(L"p", L"p");
+                    Press(IDOK);
+                })});
+    }
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_TRUE(seen[0].text.starts_with(L"Cannot open file " + name + L".key")) << seen[0].text;
+    EXPECT_FALSE(std::filesystem::exists(name + L".raw") || std::filesystem::exists(name + L".key"));
+    EXPECT_EQ(CountRows(), 0);
 }
 
 } // namespace

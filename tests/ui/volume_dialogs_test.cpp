@@ -1,6 +1,7 @@
 // Mount, Properties and Change Password on real volumes: locks, passwords, and what reaches list and key
 // file.
 
+#include "tests/support/memory_limit.h"
 #include "tests/ui/ui_fixture.h"
 #include "volume/key_strength.h"
 
@@ -210,9 +211,76 @@ TEST_F(VolumeDialogsTest, StrengthComesGoesAndIsShown) {
     EXPECT_EQ(OnlyMessage(boxes), L"Incorrect password");
     EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
     change(L"two", L"three", false);
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, kProgramKey, L"StrengthMilliseconds");
     change(L"three", L"four", true);
+    DWORD milliseconds = 0, size = sizeof(milliseconds);
+    RegGetValueW(HKEY_CURRENT_USER, kProgramKey, L"StrengthMilliseconds", RRF_RT_REG_DWORD, nullptr,
+                 &milliseconds, &size);
+    EXPECT_TRUE(milliseconds > 0 && milliseconds < 60'000) << milliseconds;
     MountRow(kEnciphered, L"four");
     EXPECT_TRUE(RecordOf(kEnciphered).IsMounted());
+}
+
+TEST_F(VolumeDialogsTest, TooLittleMemoryIsNoWrongPassword) {
+    const std::wstring path = RecordOf(kEnciphered).KeyPath;
+    KeyStrength strength{};
+    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 1024 * 1024, .passes = 1, .lanes = 1}));
+    ASSERT_EQ(AppendKeyStrength(path.c_str(), strength), KeyFileStatus::Done);
+    const std::wstring message = L"There is not enough memory for the password of file " + path;
+    const MemoryLimit limit(std::size_t{256} << 20);
+    MessageBoxWatcher boxes;
+    Command(IDM_MOUNT, {InDialog([] {
+                Type(IDC_PASSWORD, L"secret");
+                Press(IDOK);
+                Press(IDCANCEL);
+            })});
+    EXPECT_EQ(OnlyMessage(boxes), message);
+    EXPECT_EQ(ChangePassword(L"secret", L"new", L"new"), message);
+    EXPECT_EQ(ChangePassword(L"secret", L"new", L"other"), message);
+    EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
+    EXPECT_EQ(std::filesystem::file_size(path), kStrongKeyFileSize);
+}
+
+/// The tool-tip of a dialog's option, asked for as the control does before it shows it.
+std::wstring TipOfStrength(HWND dialog) {
+    NMTTDISPINFOW info{};
+    do
+        info.hdr.hwndFrom = FindWindowExW(nullptr, info.hdr.hwndFrom, TOOLTIPS_CLASSW, nullptr);
+    while (info.hdr.hwndFrom && GetWindow(info.hdr.hwndFrom, GW_OWNER) != dialog);
+    TTTOOLINFOW tool{};
+    tool.cbSize = TTTOOLINFOW_V1_SIZE;
+    tool.hwnd = dialog;
+    tool.uId = reinterpret_cast<UINT_PTR>(GetDlgItem(dialog, IDC_STRENGTH));
+    EXPECT_TRUE(SendMessageW(info.hdr.hwndFrom, TTM_GETTOOLINFOW, 0, reinterpret_cast<LPARAM>(&tool)));
+    info.hdr.code = TTN_GETDISPINFOW;
+    SendMessageW(dialog, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&info));
+    return info.lpszText ? info.lpszText : L"";
+}
+
+/// Before anything was tried here a part of the work is timed, later the whole.
+TEST_F(VolumeDialogsTest, TheTipTellsWhatATryTakes) {
+    const auto tip = [&](int command) {
+        std::wstring text;
+        Command(command, {InDialog([&] {
+                    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+                    do
+                        text = TipOfStrength(FindOpenDialog());
+                    while (text.ends_with(L"a moment") && std::chrono::steady_clock::now() < end);
+                    Press(IDCANCEL);
+                })});
+        return text;
+    };
+    const std::wstring start = L"Each try of the password takes 64 MB of memory and, here, ";
+    EXPECT_TRUE(tip(IDM_CHANGE_PASSWORD).starts_with(start)) << "extrapolated";
+    const DWORD remembered = 2345;
+    RegSetKeyValueW(HKEY_CURRENT_USER, kProgramKey, L"StrengthMilliseconds", REG_DWORD, &remembered,
+                    sizeof(remembered));
+    EXPECT_EQ(tip(IDM_NEW), start + L"about 2.3 seconds");
+    KeyStrength strength{};
+    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 128 * 1024, .passes = 6, .lanes = 4}));
+    ASSERT_EQ(AppendKeyStrength(RecordOf(kEnciphered).KeyPath, strength), KeyFileStatus::Done);
+    EXPECT_EQ(tip(IDM_CHANGE_PASSWORD),
+              L"Each try of the password takes 128 MB of memory and, here, about 9.4 seconds");
 }
 
 TEST_F(VolumeDialogsTest, EscEndsTheFunctionAndLeavesTheDialogOpen) {
