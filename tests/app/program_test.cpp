@@ -20,12 +20,15 @@ TEST(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
     ASSERT_TRUE(event);
     first.Close();
     EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0) << "who waits for it would wait for ever";
-    ResetEvent(event.Get()); // as if it had not ended yet
+    // As if it had not ended yet: it serves until its end, and sets the event before.
+    const UniqueMutex served(CreateMutexW(nullptr, TRUE, L"Orvane Quilla Tarn Serving"));
+    ResetEvent(event.Get());
     std::vector<QuillaTarn> next;
     for (int i = 0; i < 4; ++i)
         next.emplace_back(L"");
-    std::this_thread::sleep_for(std::chrono::seconds(1)); // all of them wait by then
+    std::this_thread::sleep_for(std::chrono::seconds(1)); // most of them wait by then
     SetEvent(event.Get());
+    ReleaseMutex(served.Get());
     EXPECT_TRUE(WaitUntil([&] { return std::ranges::count_if(next, &QuillaTarn::HasEnded) == 3; }));
     const auto serving = std::ranges::find_if_not(next, &QuillaTarn::HasEnded);
     ASSERT_NE(serving, next.end());
