@@ -106,6 +106,7 @@ check-format: packages
 
 lint: packages
 	@tools/lint
+	@tools/check-scripts
 
 clean:
 	rm -rf build
