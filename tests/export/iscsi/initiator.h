@@ -136,7 +136,7 @@ class Initiator {
 
     /// The whole way in; the status of the last answer, 0 when it worked.
     [[nodiscard]] std::uint64_t Login(const iscsi::TargetKeys& keys, std::string_view secret,
-                                      bool discovery = false, std::vector<std::string> terms = {}) {
+                                      bool discovery = false, const std::vector<std::string>& terms = {}) {
         std::vector<std::string> first = {"InitiatorName=iqn.1991-05.com.microsoft:desk",
                                           "AuthMethod=CHAP,None"};
         first.push_back(discovery ? "SessionType=Discovery" : "SessionType=Normal");
