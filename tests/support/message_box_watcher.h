@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -23,13 +24,17 @@ struct SeenBox {
 };
 
 /// While it lives, a thread looks for message boxes, records each and presses a button of it: the one with
-/// the given id, or the first one if it has none. Dialogs that are no message boxes are left alone.
+/// the given id, or the first one if it has none. Dialogs that are no message boxes are left alone. One lives
+/// at a time: two would take each other's boxes.
 class MessageBoxWatcher {
   public:
-    explicit MessageBoxWatcher(int answer = 0) : answer_(answer), thread_([this] { Run(); }) {}
+    explicit MessageBoxWatcher(int answer = 0) : answer_(answer), thread_([this] { Run(); }) {
+        EXPECT_EQ(++living_, 1);
+    }
     ~MessageBoxWatcher() {
         ending_ = true;
         thread_.join();
+        --living_;
     }
     MessageBoxWatcher(const MessageBoxWatcher&) = delete;
     MessageBoxWatcher& operator=(const MessageBoxWatcher&) = delete;
@@ -76,6 +81,7 @@ class MessageBoxWatcher {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
+    static inline std::atomic<int> living_ = 0;
     const int answer_;
     std::atomic<bool> ending_ = false;
     std::mutex lock_;

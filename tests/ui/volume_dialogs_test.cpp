@@ -202,13 +202,15 @@ TEST_F(VolumeDialogsTest, StrengthComesGoesAndIsShown) {
     };
     change(L"secret", L"one", true);
     change(L"one", L"two", true);
-    MessageBoxWatcher boxes;
-    Command(IDM_MOUNT, {InDialog([] {
-                Type(IDC_PASSWORD, L"one");
-                Press(IDOK);
-                Press(IDCANCEL);
-            })});
-    EXPECT_EQ(OnlyMessage(boxes), L"Incorrect password");
+    {
+        MessageBoxWatcher boxes;
+        Command(IDM_MOUNT, {InDialog([] {
+                    Type(IDC_PASSWORD, L"one");
+                    Press(IDOK);
+                    Press(IDCANCEL);
+                })});
+        EXPECT_EQ(OnlyMessage(boxes), L"Incorrect password");
+    }
     EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
     change(L"two", L"three", false);
     RegDeleteKeyValueW(HKEY_CURRENT_USER, kProgramKey, L"StrengthMilliseconds");
@@ -228,13 +230,15 @@ TEST_F(VolumeDialogsTest, TooLittleMemoryIsNoWrongPassword) {
     ASSERT_EQ(AppendKeyStrength(path.c_str(), strength), KeyFileStatus::Done);
     const std::wstring message = L"There is not enough memory for the password of file " + path;
     const MemoryLimit limit(std::size_t{256} << 20);
-    MessageBoxWatcher boxes;
-    Command(IDM_MOUNT, {InDialog([] {
-                Type(IDC_PASSWORD, L"secret");
-                Press(IDOK);
-                Press(IDCANCEL);
-            })});
-    EXPECT_EQ(OnlyMessage(boxes), message);
+    {
+        MessageBoxWatcher boxes;
+        Command(IDM_MOUNT, {InDialog([] {
+                    Type(IDC_PASSWORD, L"secret");
+                    Press(IDOK);
+                    Press(IDCANCEL);
+                })});
+        EXPECT_EQ(OnlyMessage(boxes), message);
+    }
     EXPECT_EQ(ChangePassword(L"secret", L"new", L"new"), message);
     EXPECT_EQ(ChangePassword(L"secret", L"new", L"other"), message);
     EXPECT_FALSE(RecordOf(kEnciphered).IsMounted());
