@@ -70,10 +70,11 @@ void LoadVolumeList(BListView& list) {
     for (DWORD index = 0;; ++index) {
         StoredVolume volume;
         const LSTATUS status = ReadStoredVolume(key.Get(), index, volume);
+        if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA)
+            return;
+        // A name longer than any path names no volume, nor does the key's default value.
         if (status == ERROR_SUCCESS && volume.path[0] != 0)
             KeepKeyPath(list, takeIn(list, volume.path, volume.keyPath), volume.isKeyPathGuessed);
-        else if (status != ERROR_MORE_DATA) // a name longer than any path names no volume
-            return;
     }
 }
 

@@ -142,6 +142,7 @@ TEST_F(VolumeStoreTest, TakesTheDefaultKeyFileForOddValues) {
 TEST_F(VolumeStoreTest, LoadsAroundWhatNamesNoVolume) {
     EXPECT_TRUE(Load().empty()) << "without a key";
     SetValue(std::wstring(400, L'0'), REG_SZ, L"", 2); // the first in every order
+    SetValue(L"", REG_SZ, L"", 2);                     // the key's default value
     SetValue(L"a.raw", REG_SZ, L"", 2);
     EXPECT_EQ(Load().size(), 1U);
 }
