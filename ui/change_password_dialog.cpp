@@ -59,7 +59,7 @@ LRESULT ChangePasswordDialog::OnCommand(int id, int code, HWND control) {
 /// Says so if the old password is wrong, or could not be tried.
 bool ChangePasswordDialog::IsAccepted(bool isRight, const KeyAttempt& attempt) {
     if (!isRight && attempt.status != KeyFileStatus::Stopped)
-        RejectInput(hwnd, oldEdit.hwnd, L"Incorrect old password");
+        RejectInput(hwnd, oldEdit.hwnd, attempt.IsUntried() ? nullptr : L"Incorrect old password");
     return isRight;
 }
 

@@ -35,7 +35,8 @@ void AskAgain(HWND dialog, HWND edit) {
 }
 
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason) {
-    if (!ShowNotedErrors())
+    ShowNotedErrors(); // what led to it comes first
+    if (reason != nullptr)
         MessageBoxW(dialog, reason, L"Quilla Tarn Error", MB_ICONERROR);
     AskAgain(dialog, edit);
 }

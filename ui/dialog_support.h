@@ -12,8 +12,8 @@ namespace quilla {
 /// Gives an edit the focus, with its text selected.
 void AskAgain(HWND dialog, HWND edit);
 
-/// Says what is wrong with an edit's text, in a message box that the dialog owns, or, if errors wait to be
-/// shown, these alone: they are the cause. Then asks for the text again.
+/// Says what is wrong with an edit's text, in a message box that the dialog owns, after the errors that wait
+/// to be shown; with these alone for null. Then asks for the text again.
 void RejectInput(HWND dialog, HWND edit, const wchar_t* reason);
 
 /// Asks whether a volume is to have an empty password, which anybody knows.

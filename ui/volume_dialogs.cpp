@@ -216,7 +216,8 @@ bool MountDialog::IsKeyFileUsable() {
     VolumeRecord seen = work;
     const KeyFileState state = ReadVolumeInfo(seen);
     if (state == KeyFileState::Unreadable) {
-        ReportUnreadableKeyFile(work.KeyPath);
+        if (!ShowNotedErrors()) // of the reading
+            ReportUnreadableKeyFile(work.KeyPath);
         return false;
     }
     if (state == KeyFileState::Missing && work.Cipher == CipherId::None)
@@ -242,7 +243,7 @@ void MountDialog::OnOk() {
         if (!UnlockVolume(work, *passwordKey, &attempt)) {
             if (attempt.status == KeyFileStatus::Stopped)
                 return;
-            RejectInput(hwnd, passwordEdit.hwnd, L"Incorrect password");
+            RejectInput(hwnd, passwordEdit.hwnd, attempt.IsUntried() ? nullptr : L"Incorrect password");
             return;
         }
     }

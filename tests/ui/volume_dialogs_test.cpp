@@ -5,6 +5,9 @@
 #include "tests/ui/ui_fixture.h"
 #include "volume/key_strength.h"
 
+#include <filesystem>
+#include <fstream>
+
 namespace quilla {
 namespace {
 
@@ -92,6 +95,38 @@ TEST_F(VolumeDialogsTest, MountStaysOpenAfterAWrongPassword) {
     EXPECT_EQ(record.Key, decltype(record.Key){});
     EXPECT_EQ(record.Timeout, 7 * kTimeoutUnitsPerMinute);
     EXPECT_EQ(StoredMinutes(), 7U);
+}
+
+TEST_F(VolumeDialogsTest, ADamagedKeyFileIsToldOnce) {
+    const std::wstring path = RecordOf(kEnciphered).KeyPath;
+    std::ofstream(std::filesystem::path(path), std::ios::in | std::ios::binary) << 'x';
+    MessageBoxWatcher boxes;
+    Command(IDM_MOUNT, {InDialog([] {
+                Type(IDC_PASSWORD, L"secret");
+                Press(IDOK);
+                Press(IDCANCEL);
+            })});
+    EXPECT_EQ(OnlyMessage(boxes), L"Unknown data format in file " + path);
+}
+
+/// Who asked is told both: which file is not there, and that the password has opened nothing.
+TEST_F(VolumeDialogsTest, AMissingKeyFileIsToldBeforeTheWrongPassword) {
+    const std::wstring path = RecordOf(kEnciphered).KeyPath;
+    ASSERT_TRUE(DeleteFileW(path.c_str()));
+    const auto expectBoth = [&](int command, int passwordField, const wchar_t* reason) {
+        MessageBoxWatcher boxes;
+        Command(command, {InDialog([passwordField] {
+                    Type(passwordField, L"secret");
+                    Press(IDOK);
+                    Press(IDCANCEL);
+                })});
+        const std::vector<SeenBox> seen = boxes.Take();
+        ASSERT_EQ(seen.size(), 2U);
+        EXPECT_TRUE(seen[0].text.starts_with(L"Cannot open file " + path + L"\n")) << seen[0].text;
+        EXPECT_EQ(seen[1].text, reason);
+    };
+    expectBoth(IDM_MOUNT, IDC_PASSWORD, L"Incorrect password");
+    expectBoth(IDM_CHANGE_PASSWORD, IDC_OLD_PASSWORD, L"Incorrect old password");
 }
 
 TEST_F(VolumeDialogsTest, MountTakesTheKeyFileFromAnotherPlace) {
