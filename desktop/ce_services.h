@@ -22,6 +22,8 @@ using ::NOTIFICATION_EVENT_DEVICE_CHANGE;
 using ::RegisterDevice;
 using ::SendNotifyMessageW;
 
+inline constexpr bool kTellsProgramsOfFailures = true;
+
 #else
 
 /// What EventModify does, and the notification event of a changed device (pkfuncs.h, notify.h).
@@ -63,6 +65,10 @@ BOOL SendNotifyMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 /// Starts every program that asked for it on an event, with the given tail on its command line. The programs
 /// are the string values of HKEY_CURRENT_USER\Software\Orvane\Quilla\DeviceChange, each one a command line.
 BOOL CeEventHasOccurred(LONG event, const wchar_t* tail);
+
+/// Whether programs are started for a device that could not be loaded, too. Its name is another's where all
+/// names are taken, and a user's command would meet that one.
+inline constexpr bool kTellsProgramsOfFailures = false;
 
 #endif
 

@@ -26,16 +26,13 @@ constexpr std::uint32_t kPortDevice = 3; // DBT_DEVTYP_PORT
 
 } // namespace
 
-void BroadcastDeviceChange(const wchar_t* deviceName, unsigned event) {
+void BroadcastDeviceChange(const wchar_t* deviceName, unsigned event, const wchar_t* verb) {
     PortNotice notice{.size = kPortNoticeSize, .deviceType = kPortDevice, .reserved = 0, .name = {}};
     CopyText(notice.name, deviceName);
     static_cast<void>(
         ce::SendNotifyMessageW(HWND_BROADCAST, WM_DEVICECHANGE, event, reinterpret_cast<LPARAM>(&notice)));
-}
-
-void StartDeviceHooks(const wchar_t* verb, const wchar_t* deviceName) {
     wchar_t tail[32];
-    if (FormatText(tail, L"%ls %ls", verb, deviceName))
+    if (verb != nullptr && FormatText(tail, L"%ls %ls", verb, deviceName))
         static_cast<void>(ce::CeEventHasOccurred(ce::NOTIFICATION_EVENT_DEVICE_CHANGE, tail));
 }
 

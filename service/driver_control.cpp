@@ -80,9 +80,8 @@ void DriverControl::LoadDriver(VolumeRecord& record) {
     decltype(record.DeviceName) name;
     CopyText(name, FieldText(record.DeviceName));
     SendControl(record, IOCTL_DISK_INITIALIZED, name, sizeof(name));
-    BroadcastDeviceChange(record.DeviceName, kDeviceArrival);
-    if (record.IsMounted())
-        StartDeviceHooks(L"/ADD", record.DeviceName);
+    const bool isTold = record.IsMounted() || ce::kTellsProgramsOfFailures;
+    BroadcastDeviceChange(record.DeviceName, kDeviceArrival, isTold ? L"/ADD" : nullptr);
 }
 
 StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
@@ -94,8 +93,7 @@ StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
 void DriverControl::UnloadDriver(VolumeRecord& record) {
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
-    BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete);
-    StartDeviceHooks(L"/REMOVE", record.DeviceName);
+    BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {

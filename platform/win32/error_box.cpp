@@ -3,6 +3,7 @@
 #include "platform/text.h"
 #include "platform/win32/format_text.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <memory>
 #include <new>
@@ -39,6 +40,11 @@ void JoinError(TextView text, const wchar_t* reason, PathText& message) {
         FormatText(message, L"%.*ls...%ls\n%ls", static_cast<int>(head), text.data(),
                    text.data() + text.size() - tail, reason);
     }
+}
+
+/// Units for a reason and its terminating zero: what a text leaves of the message, and half of it at least.
+std::size_t RoomForReason(TextView text) {
+    return std::max(kPathUnits - 1 - std::min(text.size(), kPathUnits - 1), kPathUnits / 2);
 }
 
 /// An error that waits until nothing is held any more.
@@ -130,9 +136,9 @@ bool CheckResultWithSystemError(bool ok, const wchar_t* text) {
     if (ok)
         return ok;
     PathText message;
-    wchar_t reason[kPathUnits / 2] = {};
+    wchar_t reason[kPathUnits] = {};
     if (error != ERROR_SUCCESS)
-        DescribeSystemError(error, reason);
+        DescribeSystemError(error, std::span(reason).first(RoomForReason(text)));
     JoinError(text, reason, message);
     ShowError(message);
     return ok;
