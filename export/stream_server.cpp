@@ -29,8 +29,14 @@ StreamServer::StreamServer(BlockDevice& device, std::string_view label, ServerLi
 StreamServer::~StreamServer() = default;
 
 bool StreamServer::Start(std::uint16_t port) {
-    if (listener_.IsOpen() || !listener_.Open(port))
+    Listener listener;
+    return listener.Open(port) && Start(std::move(listener));
+}
+
+bool StreamServer::Start(Listener listener) {
+    if (listener_.IsOpen() || !listener.IsOpen())
         return false;
+    listener_ = std::move(listener);
     phase_ = ServerPhase::Serving;
     if (!acceptor_.Start(RunAcceptor, this))
         listener_.Close();
@@ -119,6 +125,15 @@ void StreamServer::Detach(Connection& connection) {
         return;
     connection.state = State::Handshake;
     --attached_;
+}
+
+std::size_t StreamServer::AttachedPeers(std::span<std::uint32_t> peers) const {
+    const LockGuard guard(lock_);
+    std::size_t count = 0;
+    for (const Slot& slot : connections_)
+        if (slot && slot->state == State::Attached && count < peers.size())
+            peers[count++] = slot->Peer();
+    return count;
 }
 
 void StreamServer::Finish(Connection& connection) {

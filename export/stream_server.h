@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string_view>
 
 namespace quilla {
@@ -52,11 +53,17 @@ class StreamServer {
     /// Starts to listen (port 0 = the system chooses) and to serve; false if the system refuses.
     [[nodiscard]] bool Start(std::uint16_t port = 0);
 
+    /// Serves on a listener that is open already.
+    [[nodiscard]] bool Start(Listener listener);
+
     /// The port clients connect to; 0 before Start.
     [[nodiscard]] std::uint16_t Port() const { return listener_.Port(); }
 
     /// Clients that have finished their handshake and are attached at present.
     [[nodiscard]] unsigned ConnectedClients() const { return attached_.load(); }
+
+    /// Where these come from, as their sockets tell it; returns how many of them were told.
+    [[nodiscard]] std::size_t AttachedPeers(std::span<std::uint32_t> peers) const;
 
     /// Completes what is in flight, disconnects everybody, joins the threads and flushes the device. A second
     /// call does nothing.
@@ -95,7 +102,7 @@ class StreamServer {
     const ServerLimits limits_;
     Listener listener_;
     Thread acceptor_;
-    Lock lock_;
+    mutable Lock lock_;
     Condition finished_;
     std::array<Slot, kMaxConnections> connections_; // changed by the acceptor, or after its end
     std::uint64_t admitted_ = 0;

@@ -1,6 +1,7 @@
 #include "linux/control.h"
 
 #include "linux/runtime_folder.h"
+#include "linux/unix_address.h"
 
 #include <array>
 #include <cerrno>
@@ -9,7 +10,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace quilla {
@@ -19,18 +19,6 @@ namespace {
 constexpr std::size_t kMessageSize = 16384;
 /// Seconds that a service may take to answer; a hung one never does.
 constexpr time_t kPatience = 10;
-
-bool FillAddress(const std::string& path, sockaddr_un& address) {
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
-        return false;
-    path.copy(address.sun_path, path.size());
-    return true;
-}
-
-const sockaddr* Generic(const sockaddr_un& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-}
 
 /// A newline in a path must not look like the next field.
 std::string Escape(const std::string& text) {
@@ -72,6 +60,24 @@ std::uint64_t Number(const std::string& text, const char* name) {
     return std::strtoull(Field(text, name).c_str(), nullptr, 10);
 }
 
+std::string Words(const std::vector<int>& numbers) {
+    std::string text;
+    for (const int number : numbers)
+        text += std::to_string(number) + " ";
+    return text;
+}
+
+std::vector<int> Numbers(const std::string& text) {
+    std::vector<int> numbers;
+    const char* at = text.c_str();
+    char* end = nullptr;
+    for (long number = std::strtol(at, &end, 10); end != at; number = std::strtol(at, &end, 10)) {
+        numbers.push_back(static_cast<int>(number));
+        at = end;
+    }
+    return numbers;
+}
+
 } // namespace
 
 std::string Pack(const MountState& state) {
@@ -81,7 +87,7 @@ std::string Pack(const MountState& state) {
            Line("timeout", std::to_string(state.timeoutSeconds)) +
            Line("idle", std::to_string(state.idleSeconds)) + Line("process", std::to_string(state.process)) +
            Line("folderdevice", std::to_string(state.folderDevice)) +
-           Line("connection", std::to_string(state.connection)) +
+           Line("connection", std::to_string(state.connection)) + Line("clients", Words(state.clients)) +
            Line("readonly", state.isReadOnly ? "1" : "0");
 }
 
@@ -98,15 +104,16 @@ MountState Unpack(const std::string& text) {
             .process = static_cast<int>(Number(text, "process")),
             .folderDevice = Number(text, "folderdevice"),
             .connection = static_cast<unsigned>(Number(text, "connection")),
+            .clients = Numbers(Field(text, "clients")),
             .isReadOnly = Number(text, "readonly") != 0};
 }
 
 Descriptor ListenForControl(const std::string& id) {
     const std::string path = ControlPath(id);
-    sockaddr_un address{};
+    UnixAddress address;
     Descriptor listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     unlink(path.c_str()); // the lock on the data file is ours: whoever made it is dead
-    if (!FillAddress(path, address) || bind(listener.Get(), Generic(address), sizeof(address)) != 0 ||
+    if (!address.Fill(path) || bind(listener.Get(), address.Get(), address.Size()) != 0 ||
         listen(listener.Get(), 8) != 0)
         listener.Close();
     return listener;
@@ -114,9 +121,9 @@ Descriptor ListenForControl(const std::string& id) {
 
 Descriptor ConnectControl(const std::string& id) {
     const std::string path = ControlPath(id);
-    sockaddr_un address{};
+    UnixAddress address;
     Descriptor connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    if (FillAddress(path, address) && connect(connection.Get(), Generic(address), sizeof(address)) == 0) {
+    if (address.Fill(path) && connect(connection.Get(), address.Get(), address.Size()) == 0) {
         const timeval limit{.tv_sec = kPatience, .tv_usec = 0};
         setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
         return connection;
@@ -170,6 +177,7 @@ MountState NotedState(const std::string& id) {
 void RemoveTraces(const std::string& id) {
     unlink(ControlPath(id).c_str());
     unlink(StatePath(id).c_str());
+    unlink(NbdPath(id).c_str());
     rmdir(DrivePath(id).c_str());
 }
 

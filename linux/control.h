@@ -12,7 +12,7 @@ namespace quilla {
 struct MountState {
     std::string volume;
     std::string key;
-    std::string place;  ///< the folder of the file system, or the plain file
+    std::string place;  ///< the folder of the file system, the plain file, or the export's URI
     std::string folder; ///< what is mounted for the user, and nothing else is ever unmounted
     std::string device; ///< the loop device, if there is one
     std::string cipher;
@@ -22,6 +22,7 @@ struct MountState {
     int process = 0;
     std::uint64_t folderDevice = 0; ///< of what is mounted on the folder
     unsigned connection = 0;        ///< the number of the mount's FUSE connection
+    std::vector<int> clients;       ///< processes that the service knows of itself
     bool isReadOnly = false;
 };
 

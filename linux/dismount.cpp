@@ -67,9 +67,10 @@ std::vector<Target> FindTargets(const char* wanted) {
 }
 
 void NameHolders(const Target& target) {
-    const std::string& folder = target.state.folder;
-    Warn("%s is in use and stays mounted", folder.c_str());
-    for (const Holder& holder : FindHolders(folder))
+    MountState now = target.state; // who is connected changes
+    static_cast<void>(AskState(target.id, now));
+    Warn("%s is in use and stays mounted", now.place.c_str());
+    for (const Holder& holder : FindHolders(now))
         std::fprintf(stderr, "  %d %s\n", holder.process, holder.name.c_str());
 }
 

@@ -41,11 +41,13 @@ std::string NameOf(const std::string& process) {
 
 } // namespace
 
-std::vector<Holder> FindHolders(const std::string& folder) {
+std::vector<Holder> FindHolders(const MountState& state) {
     std::vector<Holder> holders;
+    for (const int client : state.clients)
+        holders.push_back({.process = client, .name = NameOf("/proc/" + std::to_string(client))});
     struct stat status {};
     const Folder processes(opendir("/proc"), closedir);
-    if (!processes || stat(folder.c_str(), &status) != 0)
+    if (!processes || stat(state.folder.c_str(), &status) != 0)
         return holders;
     while (const dirent* const entry = readdir(processes.get())) {
         const int number = static_cast<int>(std::strtol(entry->d_name, nullptr, 10)); // 0 for a word

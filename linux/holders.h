@@ -1,5 +1,7 @@
 #pragma once
 
+#include "linux/control.h"
+
 #include <string>
 #include <vector>
 
@@ -11,7 +13,8 @@ struct Holder {
     std::string name;
 };
 
-/// Who has a file, a working folder or a program on the file system of a folder, as far as this user may see.
-[[nodiscard]] std::vector<Holder> FindHolders(const std::string& folder);
+/// Who has a file, a working folder or a program on what a service has mounted, as far as this user may see,
+/// or is a client that the service knows of.
+[[nodiscard]] std::vector<Holder> FindHolders(const MountState& state);
 
 } // namespace quilla

@@ -25,7 +25,7 @@ void PrintLine(const MountState& state) {
     std::printf("%s on %s (%s%s), idle %llu s, dismounts itself after %s, %zu clients\n",
                 state.volume.c_str(), state.place.c_str(), state.cipher.c_str(),
                 state.isReadOnly ? ", read-only" : "", static_cast<unsigned long long>(state.idleSeconds),
-                Minutes(state.timeoutSeconds).c_str(), FindHolders(state.place).size());
+                Minutes(state.timeoutSeconds).c_str(), FindHolders(state).size());
 }
 
 std::string Json(const MountState& state) {
@@ -38,7 +38,7 @@ std::string Json(const MountState& state) {
         .Number("size", state.size)
         .Number("timeoutSeconds", state.timeoutSeconds)
         .Number("idleSeconds", state.idleSeconds)
-        .Number("clients", FindHolders(state.place).size())
+        .Number("clients", FindHolders(state).size())
         .Number("process", static_cast<unsigned>(state.process))
         .Flag("readOnly", state.isReadOnly)
         .Close();

@@ -21,6 +21,7 @@ constexpr Option kOptions[] = {{.name = "key", .hasValue = true},
                                {.name = "plain"},
                                {.name = "read-only"},
                                {.name = "raw"},
+                               {.name = "nbd"},
                                {.name = "foreground"}};
 
 constexpr char kHelp[] =
@@ -33,6 +34,7 @@ constexpr char kHelp[] =
     "  --plain               the volume has no cipher and no key file\n"
     "  --read-only           write nothing\n"
     "  --raw                 the volume's plain content as one file in DIRECTORY\n"
+    "  --nbd                 serve an NBD export on a socket that only you can open, mount nothing\n"
     "  --foreground          stay and serve; end on SIGINT or SIGTERM\n";
 
 /// What the system lacks is told before anybody types a password.
@@ -44,15 +46,16 @@ ExitCode CheckSystem(DriveKind kind) {
     };
     const bool isRoot = geteuid() == 0;
     const bool wantsFolder = kind == DriveKind::Folder;
-    const Need needs[] = {{.tool = "mount", .package = "mount", .isNeeded = isRoot && wantsFolder},
-                          {.tool = "fusermount3", .package = "fuse3", .isNeeded = !isRoot},
-                          {.tool = "fuse2fs", .package = "fuse2fs", .isNeeded = !isRoot && wantsFolder}};
+    const Need needs[] = {
+        {.tool = "mount", .package = "mount", .isNeeded = isRoot && wantsFolder},
+        {.tool = "fusermount3", .package = "fuse3", .isNeeded = !isRoot && kind != DriveKind::Nbd},
+        {.tool = "fuse2fs", .package = "fuse2fs", .isNeeded = !isRoot && wantsFolder}};
     for (const Need& need : needs)
         if (need.isNeeded && FindTool(need.tool).empty()) {
             TellMissing(need.tool, need.package);
             return ExitCode::SystemLacks;
         }
-    if (access("/dev/fuse", F_OK) != 0)
+    if (kind != DriveKind::Nbd && access("/dev/fuse", F_OK) != 0)
         return Fail(ExitCode::SystemLacks, "there is no /dev/fuse; the kernel's module \"fuse\" is needed");
     if (RuntimeFolder().empty())
         return Fail(ExitCode::SystemLacks, "there is no folder for the service that only you can read");
@@ -69,7 +72,14 @@ ExitCode CheckFree(const Volume& volume) {
 /// Everything that can be known before the password is asked for.
 ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
     Volume& volume = order.volume;
-    order.kind = arguments.Has("raw") ? DriveKind::Raw : DriveKind::Folder;
+    order.kind = arguments.Has("raw")   ? DriveKind::Raw
+                 : arguments.Has("nbd") ? DriveKind::Nbd
+                                        : DriveKind::Folder;
+    const bool hasFolder = arguments.Operands().size() > 1;
+    if (order.kind == DriveKind::Nbd && hasFolder)
+        return Fail(ExitCode::Usage, "--nbd mounts nothing: leave out %s", arguments.Operands()[1]);
+    if (arguments.Has("raw") && arguments.Has("nbd"))
+        return Fail(ExitCode::Usage, "--raw and --nbd exclude each other");
     order.isForeground = arguments.Has("foreground");
     ExitCode code = FindVolume(arguments.Operands()[0], volume);
     if (code == ExitCode::Done)
@@ -80,15 +90,14 @@ ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
         code = CheckFree(volume);
     if (code == ExitCode::Done)
         code = OpenDataFile(volume, arguments.Has("read-only"), order.file);
-    if (code != ExitCode::Done)
+    if (code != ExitCode::Done || order.kind == DriveKind::Nbd)
         return code;
-    if (volume.isDevice && arguments.Operands().size() < 2)
+    if (volume.isDevice && !hasFolder)
         return Fail(ExitCode::Usage, "%s is a device: name the DIRECTORY to mount it on",
                     volume.path.c_str());
     const std::size_t slash = volume.path.rfind('/');
-    order.folder = arguments.Operands().size() > 1
-                       ? arguments.Operands()[1]
-                       : volume.path.substr(0, slash + 1) + ShownName(volume.path);
+    order.folder =
+        hasFolder ? arguments.Operands()[1] : volume.path.substr(0, slash + 1) + ShownName(volume.path);
     return PrepareFolder(order.folder, order.isFolderOurs);
 }
 

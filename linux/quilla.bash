@@ -14,7 +14,7 @@ _quilla() {
     esac
     case ${COMP_WORDS[1]} in
         create) options="--size --cipher --key --timeout --format --password-file --no-strength --yes" ;;
-        mount) options="--key --password-file --plain --read-only --raw --foreground" ;;
+        mount) options="--key --password-file --plain --read-only --raw --nbd --foreground" ;;
         dismount) options="--all --force" ;;
         list) options="--json" ;;
         info) options="--key --json" ;;

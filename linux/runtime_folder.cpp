@@ -48,6 +48,10 @@ std::string DrivePath(const std::string& id) {
     return RuntimeFolder() + "/" + id + ".drive";
 }
 
+std::string NbdPath(const std::string& id) {
+    return RuntimeFolder() + "/" + id + ".nbd";
+}
+
 std::vector<std::string> KnownIds() {
     std::vector<std::string> ids;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(RuntimeFolder().c_str()), closedir);

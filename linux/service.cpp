@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -56,23 +57,22 @@ class Service {
   public:
     /// Commands that wait for the end of this process are handed to `waiting`.
     Service(ServiceOrder& order, std::vector<Descriptor>& waiting)
-        : order_(order), waiting_(waiting), device_(LocalFileTime), drive_(order, device_) {}
+        : order_(order), waiting_(waiting), device_(LocalFileTime) {}
 
     [[nodiscard]] ExitCode Start(LockedKey& key);
-    [[nodiscard]] std::string Place() const { return drive_.Place(); }
     /// Serves until the drive has gone.
     [[nodiscard]] ExitCode Run();
+    [[nodiscard]] MountState State() const;
 
   private:
     void TakeControl();
     void TakeSignal();
     void Sweep();
-    [[nodiscard]] MountState State() const;
 
     ServiceOrder& order_;
     std::vector<Descriptor>& waiting_;
     VolumeDevice device_;
-    Drive drive_;
+    std::unique_ptr<Drive> drive_;
     Descriptor signals_;
     Descriptor control_;
     Descriptor ended_;
@@ -102,7 +102,10 @@ ExitCode Service::Start(LockedKey& key) {
     control_ = ListenForControl(order_.volume.id);
     if (!control_.IsOpen() || !signals_.IsOpen() || !ended_.IsOpen())
         return Fail(ExitCode::SystemLacks, "cannot set up the service: %s", std::strerror(errno));
-    const ExitCode code = drive_.Mount(ended_.Get());
+    drive_ = MakeDrive(order_, device_);
+    if (!drive_)
+        return Fail(ExitCode::SystemLacks, "there is no memory");
+    const ExitCode code = drive_->Mount(ended_.Get());
     if (code == ExitCode::Done)
         NoteState(order_.volume.id, State());
     return code;
@@ -123,7 +126,7 @@ ExitCode Service::Run() {
             TakeSignal();
         Sweep();
     }
-    drive_.Abandon();
+    drive_->Abandon();
     const bool isFlushed = order_.volume.isReadOnly || device_.Flush();
     device_.Close();
     if (!isFlushed)
@@ -142,7 +145,7 @@ void Service::TakeControl() {
     if (question == kAskState) {
         SendMessage(connection.Get(), Pack(State()));
     } else if (question == kAskDismount) {
-        const int error = drive_.Dismount();
+        const int error = drive_->Dismount();
         SendMessage(connection.Get(), error == 0       ? kAnswerDone
                                       : error == EBUSY ? kAnswerBusy
                                                        : std::strerror(error));
@@ -155,32 +158,31 @@ void Service::TakeControl() {
 void Service::TakeSignal() {
     signalfd_siginfo info{};
     static_cast<void>(read(signals_.Get(), &info, sizeof(info)) < 0);
-    if (drive_.Dismount() == EBUSY)
-        drive_.Detach();
+    if (drive_->Dismount() == EBUSY)
+        drive_->Detach();
 }
 
 void Service::Sweep() {
     // A file system in use is not taken away; the next sweep tries again.
     if (IsTimeoutOver(order_.volume.settings.Timeout, device_.LastActivity(), LocalFileTime()))
-        static_cast<void>(drive_.Dismount());
+        drive_->Expire();
 }
 
 MountState Service::State() const {
     const std::uint64_t now = LocalFileTime();
     const std::uint64_t last = device_.LastActivity();
-    return {.volume = order_.volume.path,
-            .key = order_.volume.keyPath,
-            .place = drive_.Place(),
-            .folder = order_.folder,
-            .device = drive_.LoopDevice(),
-            .cipher = CipherName(order_.volume.settings.Cipher),
-            .size = order_.volume.size,
-            .timeoutSeconds = order_.volume.settings.Timeout / kUnitsPerSecond,
-            .idleSeconds = now > last ? (now - last) / kUnitsPerSecond : 0,
-            .process = getpid(),
-            .folderDevice = drive_.FolderDevice(),
-            .connection = drive_.Connection(),
-            .isReadOnly = order_.volume.isReadOnly};
+    MountState state;
+    state.volume = order_.volume.path;
+    state.key = order_.volume.keyPath;
+    state.folder = order_.folder;
+    state.cipher = CipherName(order_.volume.settings.Cipher);
+    state.size = order_.volume.size;
+    state.timeoutSeconds = order_.volume.settings.Timeout / kUnitsPerSecond;
+    state.idleSeconds = now > last ? (now - last) / kUnitsPerSecond : 0;
+    state.process = getpid();
+    state.isReadOnly = order_.volume.isReadOnly;
+    drive_->Describe(state);
+    return state;
 }
 
 /// A line to the starting command: the exit code as its first byte, then the place.
@@ -205,7 +207,7 @@ ExitCode Serve(ServiceOrder& order, LockedKey& key, int report, std::string& pla
         Service service(order, waiting);
         code = service.Start(key);
         if (code == ExitCode::Done) {
-            place = service.Place();
+            place = service.State().place;
             if (report >= 0) {
                 Report(report, code, place);
                 close(report);

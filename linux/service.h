@@ -13,6 +13,7 @@ namespace quilla {
 enum class DriveKind : std::uint8_t {
     Folder, ///< the volume's file system, mounted on a folder
     Raw,    ///< the plain content as one file in a folder
+    Nbd,    ///< an NBD export on a socket of the user's
 };
 
 /// What a service is to serve.
@@ -20,7 +21,7 @@ struct ServiceOrder {
     Volume volume;
     File file;
     DriveKind kind = DriveKind::Folder;
-    std::string folder;
+    std::string folder;        ///< to mount on; none for an export
     bool isFolderOurs = false; ///< made for this mount, so removed with it
     bool isForeground = false;
 };

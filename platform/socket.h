@@ -9,9 +9,9 @@
 
 namespace quilla {
 
-/// A connected TCP stream without delay of small segments. One thread may send while another receives; a
-/// third may end either. Ending and closing are two things: only the owner closes, after the others are done
-/// with it.
+/// A connected stream, over TCP without delay of small segments. One thread may send while another receives;
+/// a third may end either. Ending and closing are two things: only the owner closes, after the others are
+/// done with it.
 class Socket final : public ByteStream {
   public:
     Socket() = default;
@@ -29,7 +29,8 @@ class Socket final : public ByteStream {
 
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
 
-    /// The IPv4 address that an accepted connection comes from, in the byte order of the network.
+    /// Whom an accepted connection comes from: an IPv4 address in the byte order of the network, or, on a
+    /// socket that lies on a path, a process.
     [[nodiscard]] std::uint32_t Peer() const { return peer_; }
 
     [[nodiscard]] std::size_t Receive(std::span<std::byte> buffer) override;
@@ -85,11 +86,19 @@ class Listener {
   public:
     Listener() = default;
     ~Listener() { Close(); }
+    Listener(Listener&& other) noexcept { Swap(other); }
+    Listener& operator=(Listener&& other) noexcept {
+        Swap(other);
+        return *this;
+    }
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
     /// Starts listening; false if the system refuses. With port 0 the system chooses one.
     [[nodiscard]] bool Open(std::uint16_t port = 0);
+
+    /// Starts listening on a bound stream socket of any kind, which it takes over. Natively only.
+    [[nodiscard]] bool Adopt(int descriptor);
 
     [[nodiscard]] bool IsOpen() const { return handle_ != kNone; }
     [[nodiscard]] std::uint16_t Port() const { return port_; }
@@ -108,6 +117,14 @@ class Listener {
     /// Connections that wait to be accepted. Few: one that comes when there are more is tried again by its
     /// system a second later, while the last of a long queue would wait for all before it.
     static constexpr int kBacklog = 64;
+
+    void Swap(Listener& other) noexcept {
+        std::swap(handle_, other.handle_);
+        std::swap(arrival_, other.arrival_);
+        std::swap(stop_, other.stop_);
+        std::swap(port_, other.port_);
+    }
+
     std::uintptr_t handle_ = kNone;
     [[maybe_unused]] void* arrival_ = nullptr; // as in Socket: a connection, or the order to stop
     [[maybe_unused]] void* stop_ = nullptr;

@@ -14,6 +14,10 @@ constexpr std::uint16_t kTransmissionFlags =
     kHasFlags | kSendFlush | kSendFua | kSendWriteZeroes | kCanMultiConn;
 constexpr std::uint32_t kPreferredBlock = 4096;
 
+std::uint16_t TransmissionFlags(const Export& theExport) {
+    return theExport.isReadOnly ? kTransmissionFlags | kReadOnly : kTransmissionFlags;
+}
+
 /// Names are capabilities, so none is listed. Everything else that is not used is not known either,
 /// structured replies among it: payload and error of a read travel in simple ones.
 OptionResult RefusalOf(Option option) {
@@ -144,7 +148,7 @@ Handshake::Outcome Handshake::RefuseUnread(Option option, std::size_t length) {
 Handshake::Outcome Handshake::ServeExportName(std::span<const std::byte> name) {
     if (!IsExport(name))
         return Refuse(kWrongName);
-    if (!replies_.Append(ExportReply{.size = export_.size, .flags = kTransmissionFlags}))
+    if (!replies_.Append(ExportReply{.size = export_.size, .flags = TransmissionFlags(export_)}))
         return Outcome::Close;
     if (!noZeroes_ && !replies_.Append(std::array<std::byte, kExportReplyZeroes>{}))
         return Outcome::Close;
@@ -163,7 +167,7 @@ Handshake::Outcome Handshake::ServeInfo(Option option, std::span<const std::byte
     }
     const ExportInfo exportInfo = {.type = static_cast<std::uint16_t>(InfoType::Export),
                                    .size = export_.size,
-                                   .flags = kTransmissionFlags};
+                                   .flags = TransmissionFlags(export_)};
     if (!SendInfo(option, exportInfo))
         return Outcome::Close;
     const BlockSizeInfo blockSize = {.type = static_cast<std::uint16_t>(InfoType::BlockSize),

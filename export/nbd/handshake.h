@@ -16,6 +16,7 @@ namespace quilla::nbd {
 struct Export {
     std::string_view name;
     std::uint64_t size;
+    bool isReadOnly = false;
 };
 
 /// The first phase of a connection: greeting, then options until the client enters the export or leaves. What

@@ -21,9 +21,10 @@ constexpr std::size_t kReplySize = 1U << 20;
 
 } // namespace
 
-Server::Server(BlockDevice& device, RangeLock& ranges, std::string_view exportName, ServerLimits limits)
+Server::Server(BlockDevice& device, RangeLock& ranges, std::string_view exportName, ServerLimits limits,
+               bool isReadOnly)
     : StreamServer(device, exportName.substr(0, exportName.find('-')), limits), ranges_(ranges),
-      nameLength_(std::min(exportName.size(), kMaxNameLength)) {
+      nameLength_(std::min(exportName.size(), kMaxNameLength)), isReadOnly_(isReadOnly) {
     std::copy_n(exportName.begin(), nameLength_, name_.begin());
 }
 
@@ -44,8 +45,9 @@ void Server::ServeClient(Connection& connection, std::span<std::byte> received,
     Socket& stream = connection.Stream();
     StreamReader reader(stream, received);
     ReplyWriter replies(stream, gathered);
-    Handshake handshake(stream, reader, replies,
-                        {.name = {name_.data(), nameLength_}, .size = Device().Size()});
+    Handshake handshake(
+        stream, reader, replies,
+        {.name = {name_.data(), nameLength_}, .size = Device().Size(), .isReadOnly = isReadOnly_});
     if (!handshake.Run(Limits().handshakeMilliseconds)) {
         if (handshake.Refusal() != nullptr)
             TellRefusal(handshake.Refusal());
@@ -56,7 +58,7 @@ void Server::ServeClient(Connection& connection, std::span<std::byte> received,
     stream.SetTimeout(0);
     stream.LookBeforeWaiting();
     ByteDevice device(Device(), ranges_);
-    connection.saidGoodbye = Transmission(reader, replies, device, Phase()).Run();
+    connection.saidGoodbye = Transmission(reader, replies, device, Phase(), isReadOnly_).Run();
     stream.FinishSending();
 }
 

@@ -26,7 +26,7 @@ SimpleReply MakeReply(const Request& request, Error error) {
 } // namespace
 
 /// One row per command: the flags it takes, the most it moves in one request, and the error for a range
-/// outside the export.
+/// outside the export; that of what writes is NoSpace.
 struct Transmission::CommandEntry {
     Command command;
     std::uint16_t flags;
@@ -87,6 +87,8 @@ const Transmission::CommandEntry* Transmission::FindCommand(std::uint16_t comman
 Error Transmission::Validate(const Request& request, const CommandEntry* entry) const {
     if (entry == nullptr || (request.flags & ~entry->flags) != 0 || request.length > entry->maximumLength)
         return Error::Invalid;
+    if (isReadOnly_ && entry->outside == Error::NoSpace)
+        return Error::NotPermitted;
     const std::uint64_t size = device_.Size();
     if (request.offset > size || request.length > size - request.offset)
         return entry->outside;

@@ -18,8 +18,8 @@ namespace quilla::nbd {
 class Transmission {
   public:
     Transmission(StreamReader& reader, ReplyWriter& replies, ByteDevice& device,
-                 const std::atomic<ServerPhase>& phase)
-        : reader_(reader), replies_(replies), device_(device), phase_(phase) {}
+                 const std::atomic<ServerPhase>& phase, bool isReadOnly = false)
+        : reader_(reader), replies_(replies), device_(device), phase_(phase), isReadOnly_(isReadOnly) {}
 
     /// Runs the phase; true if the client said good-bye.
     bool Run();
@@ -51,6 +51,7 @@ class Transmission {
     ReplyWriter& replies_;
     ByteDevice& device_;
     const std::atomic<ServerPhase>& phase_;
+    const bool isReadOnly_;
 };
 
 } // namespace quilla::nbd

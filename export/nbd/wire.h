@@ -41,6 +41,7 @@ enum class InfoType : std::uint16_t { Export = 0, BlockSize = 3 };
 
 /// Transmission flags: what an export can do.
 inline constexpr std::uint16_t kHasFlags = 1U << 0;
+inline constexpr std::uint16_t kReadOnly = 1U << 1;
 inline constexpr std::uint16_t kSendFlush = 1U << 2;
 inline constexpr std::uint16_t kSendFua = 1U << 3;
 inline constexpr std::uint16_t kSendWriteZeroes = 1U << 6;
@@ -56,7 +57,14 @@ inline constexpr std::uint16_t kNoHole = 1U << 1;
 inline constexpr std::uint32_t kMaximumPayload = 32U << 20;
 
 /// Error numbers of replies.
-enum class Error : std::uint32_t { None = 0, Io = 5, Invalid = 22, NoSpace = 28, Shutdown = 108 };
+enum class Error : std::uint32_t {
+    None = 0,
+    NotPermitted = 1,
+    Io = 5,
+    Invalid = 22,
+    NoSpace = 28,
+    Shutdown = 108
+};
 
 struct Greeting {
     Big64 magic;

@@ -31,6 +31,15 @@ std::uint64_t Nanoseconds() {
     return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
+/// The process at the other end of a socket that lies on a path; 0 if the system does not tell.
+std::uint32_t PeerProcess(int descriptor) {
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0
+               ? static_cast<std::uint32_t>(peer.pid)
+               : 0;
+}
+
 /// Keeps the last error over the clean-up.
 void CloseQuietly(int descriptor) {
     const int error = errno;
@@ -42,7 +51,8 @@ void CloseQuietly(int descriptor) {
 
 bool Socket::Prepare() {
     const int on = 1;
-    return setsockopt(Descriptor(handle_), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0;
+    return setsockopt(Descriptor(handle_), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0 ||
+           errno == EOPNOTSUPP; // not TCP: nothing is delayed
 }
 
 Socket Socket::ConnectLoopback(std::uint16_t port) {
@@ -161,6 +171,14 @@ bool Listener::Open(std::uint16_t port) {
     return true;
 }
 
+bool Listener::Adopt(int descriptor) {
+    Close();
+    handle_ = static_cast<std::uintptr_t>(descriptor);
+    if (descriptor < 0 || listen(descriptor, kBacklog) != 0)
+        Close();
+    return IsOpen();
+}
+
 Socket Listener::Accept() {
     Socket connection;
     int descriptor = -1;
@@ -171,7 +189,7 @@ Socket Listener::Accept() {
     while (descriptor < 0 && (errno == EINTR || errno == ECONNABORTED));
     if (descriptor >= 0) {
         connection.handle_ = static_cast<std::uintptr_t>(descriptor);
-        connection.peer_ = peer.sin_addr.s_addr;
+        connection.peer_ = peer.sin_family == AF_INET ? peer.sin_addr.s_addr : PeerProcess(descriptor);
         if (!connection.Prepare())
             connection.Close();
     }

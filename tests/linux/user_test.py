@@ -2,11 +2,13 @@
 """The command without root: fusermount3, the plain file, ext4 by fuse2fs."""
 
 import os
+import pathlib
 import shutil
+import signal
 import subprocess
 
 import command
-from command import BUSY, MIB
+from command import BUSY, MIB, USAGE
 
 
 class User(command.CommandTest):
@@ -41,6 +43,30 @@ class User(command.CommandTest):
         self.assertEqual(self.run_as("cmp", "-n", str(MIB), source, self.place / "Private").returncode, 0)
         self.dismount()
 
+    def test_an_nbd_export(self):
+        self.create(size="8M")
+        self.mount(self.place, "--nbd", code=USAGE)
+        uri = self.mount("--nbd").stdout.strip()
+        socket = pathlib.Path(uri.removeprefix("nbd+unix:///?socket="))
+        self.assertEqual(socket.stat().st_mode & 0o777, 0o600)
+        source, back = self.folder / "source", self.folder / "back"
+        source.write_bytes(os.urandom(8 * MIB))
+        source.chmod(0o644)
+        for words in ((source, uri), (uri, back)):
+            self.assertEqual(self.run_as("nbdcopy", *words).returncode, 0)
+        self.assertEqual(back.read_bytes(), source.read_bytes())
+        with subprocess.Popen(["nbdkit", "-f", "-U", self.folder / "other", "nbd", f"uri={uri}", "shared=1"]) as client:
+            command.wait_until(lambda: self.state()["clients"] == 1, "the client")
+            self.assertIn(f"{client.pid} nbdkit", self.dismount(code=BUSY).stderr)
+            client.terminate()
+        command.wait_until(lambda: self.state()["clients"] == 0, "the client to go")
+        self.dismount()
+        self.assertFalse(socket.exists())
+        self.mount("--nbd", "--read-only")
+        self.assertIn("is_read_only: true", self.run_as("nbdinfo", uri).stdout)
+        os.kill(self.state()["process"], signal.SIGTERM)
+        command.wait_until(lambda: self.state() is None, "the service to end")
+
     def test_ext4_by_fuse2fs(self):
         self.create("--format", "ext4")
         self.mount()
@@ -62,5 +88,5 @@ class User(command.CommandTest):
 
 
 if __name__ == "__main__":
-    command.skip_unless(user=True, tools=("fusermount3", "fuse2fs", "mkfs.ext4", "setpriv"))
+    command.skip_unless(user=True, tools=("fusermount3", "fuse2fs", "mkfs.ext4", "nbdcopy", "nbdinfo", "nbdkit", "setpriv"))
     command.main()

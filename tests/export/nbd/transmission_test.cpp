@@ -56,5 +56,18 @@ TEST_F(TransmissionTest, FlushesWhenToldAndSaysWhenItFails) {
     EXPECT_EQ(client.Read(0, 512), Bytes(512));
 }
 
+TEST_F(TransmissionTest, AReadOnlyExportTakesNoWrites) {
+    constexpr std::uint32_t kNotPermitted = 1;
+    nbd::Server readOnly(device, ranges, kName, {}, true);
+    ASSERT_TRUE(readOnly.Start());
+    NbdClient client(readOnly.Port());
+    ASSERT_TRUE(client.Enter(kName));
+    const Bytes before = Stored(0, 512);
+    EXPECT_EQ(client.Write(0, Bytes(512)), kNotPermitted);
+    EXPECT_EQ(client.Do(kCmdWriteZeroes, 0, 512), kNotPermitted);
+    EXPECT_EQ(client.Read(0, 512), before);
+    EXPECT_EQ(device.flushes, 0);
+}
+
 } // namespace
 } // namespace quilla::test
