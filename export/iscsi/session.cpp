@@ -119,7 +119,7 @@ std::uint8_t Session::ManageTasks(const Request& request) {
 }
 
 Session::Outcome Session::ServeText(const Pdu& pdu) {
-    if (pdu.header.Has(kContinue) || pdu.header.reference != kNoTag)
+    if (!pdu.header.Has(kFinal) || pdu.header.reference != kNoTag) // none goes on in another unit
         return Reject(pdu.header, RejectReason::ProtocolError);
     std::string_view text(reinterpret_cast<const char*>(pdu.data.data()), pdu.data.size());
     TextWriter answer;
@@ -171,7 +171,7 @@ void Session::AnnounceEnd() {
     Response response{};
     response.code = static_cast<std::uint8_t>(ResponseCode::AsyncMessage);
     response.flags = kFinal;
-    response.tag = response.transferTag = kNoTag;
+    response.tag = kNoTag;
     response.sequence = kDropsSession << 24;
     static_cast<void>(channel_.Append(response, {}, StatusUse::Counts));
 }

@@ -28,8 +28,7 @@ std::uint16_t SessionTable::Enter(const InitiatorPort& port, Connection& connect
     if (free == places_.end())
         return 0;
     *free = {.connection = &connection, .port = port};
-    lastHandle_ = static_cast<std::uint16_t>(lastHandle_ % 0xFFFF + 1);
-    return lastHandle_;
+    return NewHandle();
 }
 
 void SessionTable::Leave(const Connection& connection) {

@@ -5,6 +5,7 @@
 #include "platform/thread.h"
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -22,6 +23,9 @@ class SessionTable {
     [[nodiscard]] std::uint16_t Enter(const InitiatorPort& port, Connection& connection,
                                       std::uint32_t milliseconds);
 
+    /// Tells a session from others, whatever its kind; never 0.
+    [[nodiscard]] std::uint16_t NewHandle() { return static_cast<std::uint16_t>(handles_++ % 0xFFFF + 1); }
+
     /// Gives a connection's place up, if it has one.
     void Leave(const Connection& connection);
 
@@ -34,7 +38,7 @@ class SessionTable {
     Lock lock_;
     Condition left_;
     std::array<Place, kMaxSessions> places_;
-    std::uint16_t lastHandle_ = 0;
+    std::atomic<std::uint32_t> handles_ = 0;
 };
 
 } // namespace quilla::iscsi

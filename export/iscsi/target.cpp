@@ -76,7 +76,7 @@ void Target::ServeClient(Connection& connection, std::span<std::byte> memory) {
 /// Gives an initiator that has proved itself its place, and tells it so.
 bool Target::Admit(Connection& connection, Login& login) {
     if (login.IsDiscovery())
-        return login.Conclude(0);
+        return login.Conclude(sessions_.NewHandle());
     const std::uint16_t handle = sessions_.Enter(login.Port(), connection, Limits().stopMilliseconds);
     if (handle == 0)
         login.Refuse(LoginStatus::OutOfResources);

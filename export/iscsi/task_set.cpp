@@ -91,7 +91,7 @@ bool TaskSet::SendData(const Request& command, const Plan& plan) {
         if (room.empty())
             return false;
         if (const Sense sense = device_->Read(plan, sent, room); sense)
-            return Respond(command, Status::CheckCondition, sense, sent, sent);
+            return Respond(command, Status::CheckCondition, sense, number, sent);
         const bool isLast = sent + size == total;
         const bool endsSequence = sent + size == sequenceEnd;
         response.flags = isLast || endsSequence ? kFinal : 0;
@@ -227,12 +227,12 @@ void TaskSet::AbortAll() {
         Release(task);
 }
 
-/// The status by itself, with sense data behind a length of its own.
-bool TaskSet::Respond(const Request& command, Status status, Sense sense, std::uint32_t sequence,
+/// The status by itself, with sense data behind a length of its own, after so many units of data.
+bool TaskSet::Respond(const Request& command, Status status, Sense sense, std::uint32_t sent,
                       std::uint32_t wanted) {
     Response response = MakeResponse(ResponseCode::ScsiResponse, command);
     response.status = static_cast<std::uint8_t>(status);
-    response.sequence = sequence;
+    response.sequence = sent;
     const bool moves = command.Has(kReads) || command.Has(kWrites);
     SetResidual(response, moves ? std::uint32_t{command.reference} : 0, wanted);
     if (!sense)

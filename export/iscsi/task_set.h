@@ -57,7 +57,7 @@ class TaskSet {
     void TakePiece(Task& task, std::span<std::byte> piece);
     [[nodiscard]] bool Advance(Task& task);
     void Release(Task& task);
-    [[nodiscard]] bool Respond(const Request& command, Status status, Sense sense, std::uint32_t moved,
+    [[nodiscard]] bool Respond(const Request& command, Status status, Sense sense, std::uint32_t sent,
                                std::uint32_t wanted);
 
     PduChannel& channel_;

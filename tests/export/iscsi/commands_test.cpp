@@ -101,8 +101,12 @@ TEST_F(IscsiCommandTest, DataComesImmediatelyUnsolicitedAndOnRequest) {
 }
 
 TEST_F(IscsiCommandTest, ErrorsOfTheDeviceAreToldAsSense) {
-    Initiator desk = Enter();
+    Initiator desk = Enter({"MaxRecvDataSegmentLength=512"});
     device.badSector = 8;
+    const Unit broken = desk.Do({0x28, 0, 0, 0, 0, 0, 0, 0, 16}, 8192);
+    EXPECT_EQ(broken.Sense(), 0x31100U);
+    EXPECT_EQ(broken.At(36, 4), 8U) << "units of data that came before";
+    EXPECT_EQ(broken.At(44, 4), 4096U) << "and what did not come";
     EXPECT_EQ(desk.Do({0x28, 0, 0, 0, 0, 8, 0, 0, 1}, 512).Sense(), 0x31100U);
     EXPECT_EQ(desk.Do({0x2A, 0, 0, 0, 0, 8, 0, 0, 1}, 512, Bytes(512)).Sense(), 0x30C00U);
     EXPECT_EQ(desk.Do({0x2F, 0, 0, 0, 0, 0, 0, 0, 100}).Sense(), 0x31100U);
@@ -129,6 +133,7 @@ TEST_F(IscsiCommandTest, StopCompletesWhatHasCome) {
     const Unit last = idle.Receive();
     EXPECT_EQ(last.Code(), 0x32U);
     EXPECT_EQ(last.At(36, 1), 3U) << "the session is dropped";
+    EXPECT_EQ(last.At(20, 4), 0U) << "reserved";
     device.SetGate(false);
     EXPECT_EQ(desk.Receive().Status(), 0U);
     stopper.join();

@@ -151,7 +151,8 @@ class Initiator {
         const Unit last = SendLogin(0x87, terms);
         digests = {.ofHeaders = answered["HeaderDigest"] == "CRC32C",
                    .ofData = answered["DataDigest"] == "CRC32C"};
-        return last.header.empty() ? 0xFFFF : last.At(36, 2);
+        const bool hasHandle = last.At(14, 2) != 0;
+        return last.header.empty() || (last.At(36, 2) == 0 && !hasHandle) ? 0xFFFF : last.At(36, 2);
     }
 
     /// A command with data in one direction at most; the unit with its status, whose data are all that came.

@@ -29,6 +29,10 @@ TEST_F(IscsiLoginTest, OnlyWhoKnowsNameAndSecretGetsIn) {
     Initiator nobody = Connect();
     ASSERT_EQ(nobody.SendLogin(0x01, {me, name, "AuthMethod=CHAP", "CHAP_A=5"}).At(36, 2), 0U);
     EXPECT_EQ(nobody.SendLogin(0x81, nobody.Proof(keys.secret.data(), "somebody")).At(36, 2), 0x0201U);
+    Initiator finder = Connect();
+    EXPECT_EQ(finder.Login(keys, keys.secret.data(), true, {"SessionType=Normal"}), 0U);
+    ASSERT_TRUE(finder.Send(finder.Header(0x01, 0xC0, 36, {0x12, 0, 0, 0, 36})));
+    EXPECT_EQ(finder.Receive().Code(), 0x3FU) << "a session that named no target cannot become one with it";
     EXPECT_EQ(target->ConnectedClients(), 0U);
     EXPECT_EQ(Connect().Login(keys, keys.secret.data()), 0U);
 }
@@ -165,6 +169,8 @@ TEST_F(IscsiLoginTest, ConversationOfTheWindowsInitiator) {
     Initiator finder = Connect();
     ASSERT_EQ(finder.Login(keys, keys.secret.data(), true, {"MaxRecvDataSegmentLength=65536"}), 0U);
     const std::string all = std::string("SendTargets=All") + '\0';
+    ASSERT_TRUE(finder.Send(finder.Header(0x04, 0x00, 0xFFFFFFFF), Bytes(all.begin(), all.end())));
+    EXPECT_EQ(finder.Receive().Code(), 0x3FU) << "a request that goes on";
     ASSERT_TRUE(finder.Send(finder.Header(0x04, 0x80, 0xFFFFFFFF), Bytes(all.begin(), all.end())));
     const Unit found = finder.Receive();
     const std::string names(found.data.begin(), found.data.end());
