@@ -5,15 +5,22 @@
 
 namespace quilla {
 
+namespace {
+
+/// More than a header of any protocol.
+constexpr std::size_t kHeaderSize = 64;
+
+} // namespace
+
 bool StreamReader::ReceiveOnce(std::size_t needed, ReadAhead ahead) {
-    if (begin_ == end_)
-        begin_ = end_ = 0;
-    if (buffer_.size() - begin_ < needed) {
+    if (Available() <= kHeaderSize || buffer_.size() - begin_ < needed) {
         std::memmove(buffer_.data(), buffer_.data() + begin_, Available());
         end_ -= begin_;
         begin_ = 0;
     }
-    const std::size_t room = ahead == ReadAhead::Yes ? buffer_.size() - end_ : needed - Available();
+    std::size_t room = buffer_.size() - end_;
+    if (ahead != ReadAhead::Yes)
+        room = std::min(room, needed - Available() + (ahead == ReadAhead::Header ? kHeaderSize : 0));
     const std::size_t count = stream_.Receive(buffer_.subspan(end_, room));
     end_ += count;
     used_ = std::max(used_, end_);

@@ -10,8 +10,9 @@ namespace quilla::iscsi {
 
 namespace {
 
-/// Gathered replies of this size are worth a send of their own.
+/// Gathered replies of this size are worth a send of their own, data to come a receive.
 constexpr std::size_t kSendSize = 64U << 10;
+constexpr std::size_t kReceiveSize = 64U << 10;
 
 constexpr std::size_t Padded(std::size_t length) {
     return (length + 3) & ~std::size_t{3};
@@ -31,7 +32,7 @@ void PduChannel::SetDigests(bool ofHeaders, bool ofData) {
 }
 
 /// Makes so many bytes available; before it waits, the peer gets what it may be waiting for.
-bool PduChannel::Require(std::size_t count) {
+bool PduChannel::Require(std::size_t count, ReadAhead ahead) {
     if (reader_.Available() >= count)
         return true;
     if (!replies_.Send())
@@ -43,14 +44,14 @@ bool PduChannel::Require(std::size_t count) {
                 return false;
             stream_.SetTimeout(static_cast<std::uint32_t>(deadline_ - now));
         }
-        if (!reader_.ReceiveOnce(count, IsStopping() ? ReadAhead::No : ReadAhead::Yes))
+        if (!reader_.ReceiveOnce(count, IsStopping() ? ReadAhead::No : ahead))
             return false;
     }
     return true;
 }
 
 bool PduChannel::Receive(Pdu& pdu) {
-    if ((IsStopping() && reader_.Available() < sizeof(Request)) || !Require(sizeof(Request)))
+    if ((IsStopping() && reader_.Available() < sizeof(Request)) || !Require(sizeof(Request), ReadAhead::Yes))
         return false;
     const std::span<std::byte> start = reader_.Take(sizeof(Request));
     std::memcpy(&pdu.header, start.data(), sizeof(Request));
@@ -58,7 +59,9 @@ bool PduChannel::Receive(Pdu& pdu) {
     const std::size_t dataLength = pdu.header.dataLength;
     const std::size_t extraLength = std::size_t{4} * pdu.header.extraWords;
     const std::size_t dataDigest = dataLength > 0 ? dataDigest_ : 0;
-    if (dataLength > segmentLimit_ || !Require(extraLength + headerDigest_ + Padded(dataLength) + dataDigest))
+    const ReadAhead ahead = dataLength < kReceiveSize ? ReadAhead::Yes : ReadAhead::Header;
+    if (dataLength > segmentLimit_ ||
+        !Require(extraLength + headerDigest_ + Padded(dataLength) + dataDigest, ahead))
         return false;
     const std::span<std::byte> extra = reader_.Take(extraLength);
     if (headerDigest_ > 0) {
