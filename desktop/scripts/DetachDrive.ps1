@@ -1,6 +1,7 @@
 # DetachDrive.ps1 -KeyFile SECn.iscsi [-AnswerFile FILE]: flushes and disconnects what AttachDrive.ps1 attached.
 # Needs an elevated shell. The answer is "done", or "refused" and why, with the programs that hold the drive as
-# far as Windows tells; the drive stays attached then. The exit code is 0 or 1.
+# far as Windows tells; the drive stays attached then. The exit code is 0 or 1. For Windows PowerShell 5.1; not yet
+# seen on a real Windows.
 param([Parameter(Mandatory = $true)] [string] $KeyFile, [string] $AnswerFile)
 
 $ErrorActionPreference = 'Stop'
@@ -42,7 +43,7 @@ try {
     $disk = if ($session) { $session | Get-Disk -ErrorAction SilentlyContinue } else { $mapped }
     if ($disk) {
         $letters = @(Get-Partition -DiskNumber $disk.Number -ErrorAction SilentlyContinue |
-                Where-Object DriveLetter | ForEach-Object { "$($_.DriveLetter):" })
+                Where-Object DriveLetter -Match '[A-Z]' | ForEach-Object { "$($_.DriveLetter):" })
         foreach ($letter in $letters) {
             Write-VolumeCache -DriveLetter $letter.Substring(0, 1)
         }
@@ -65,8 +66,9 @@ try {
     Remove-IscsiTargetPortal @portal -Confirm:$false -ErrorAction SilentlyContinue
 }
 catch {
-    $holders = Get-Holders $began $letters
+    $cause = $_
+    $holders = try { Get-Holders $began $letters } catch { '' }
     $by = if ($holders) { " It is held by: $holders." } else { '' }
-    Stop-With 1 "refused Windows keeps the drive $($letters -join ' ').$by $_"
+    Stop-With 1 "refused Windows keeps the drive $($letters -join ' ').$by $cause"
 }
 Stop-With 0 'done'
