@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -123,13 +124,11 @@ Descriptor ConnectControl(const std::string& id) {
     const std::string path = ControlPath(id);
     UnixAddress address;
     Descriptor connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    if (address.Fill(path) && connect(connection.Get(), address.Get(), address.Size()) == 0) {
-        const timeval limit{.tv_sec = kPatience, .tv_usec = 0};
-        setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    const timeval limit{.tv_sec = kPatience, .tv_usec = 0};
+    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    setsockopt(connection.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+    if (address.Fill(path) && connect(connection.Get(), address.Get(), address.Size()) == 0)
         return connection;
-    }
-    if (errno == ECONNREFUSED)
-        RemoveTraces(id);
     return {};
 }
 
@@ -149,12 +148,14 @@ std::string ReceiveMessage(int descriptor) {
 
 bool AskState(const std::string& id, MountState& state) {
     const Descriptor connection = ConnectControl(id);
+    state.service = connection.IsOpen() || errno == EAGAIN ? ServiceLife::Hangs : ServiceLife::Dead;
     if (!connection.IsOpen() || !SendMessage(connection.Get(), kAskState))
         return false;
     const std::string answer = ReceiveMessage(connection.Get());
     if (answer.empty())
         return false;
     state = Unpack(answer);
+    state.service = ServiceLife::Answers;
     return true;
 }
 
@@ -174,6 +175,11 @@ MountState NotedState(const std::string& id) {
     return Unpack(text);
 }
 
+bool IsStillMounted(const MountState& state) {
+    struct stat status {};
+    return stat(state.folder.c_str(), &status) == 0 ? status.st_dev == state.folderDevice : errno == ENOTCONN;
+}
+
 void RemoveTraces(const std::string& id) {
     unlink(ControlPath(id).c_str());
     unlink(StatePath(id).c_str());
@@ -184,9 +190,11 @@ void RemoveTraces(const std::string& id) {
 std::vector<MountState> AllMounted() {
     std::vector<MountState> states;
     for (const std::string& id : KnownIds()) {
-        MountState state;
-        if (AskState(id, state))
+        MountState state = NotedState(id);
+        if (AskState(id, state) || state.service == ServiceLife::Hangs || IsStillMounted(state))
             states.push_back(state);
+        else
+            RemoveTraces(id);
     }
     return states;
 }

@@ -8,6 +8,13 @@
 
 namespace quilla {
 
+/// How a service does that is asked for something.
+enum class ServiceLife : std::uint8_t {
+    Answers,
+    Hangs,
+    Dead,
+};
+
 /// What a service tells of its volume.
 struct MountState {
     std::string volume;
@@ -24,6 +31,7 @@ struct MountState {
     unsigned connection = 0;        ///< the number of the mount's FUSE connection
     std::vector<int> clients;       ///< processes that the service knows of itself
     bool isReadOnly = false;
+    ServiceLife service = ServiceLife::Dead;
 };
 
 /// One line per field, "name=value", for the way over the socket.
@@ -34,24 +42,29 @@ struct MountState {
 /// system refuses.
 [[nodiscard]] Descriptor ListenForControl(const std::string& id);
 
-/// Connects to the service of a volume; not open where none serves. Removes what a dead one left.
+/// Connects to the service of a volume; not open where none serves, with errno EAGAIN where one does not take
+/// connections any more.
 [[nodiscard]] Descriptor ConnectControl(const std::string& id);
 
 /// Messages are small and come whole. An empty answer: the other end is gone, or has not answered in time.
 bool SendMessage(int descriptor, const std::string& text);
 [[nodiscard]] std::string ReceiveMessage(int descriptor);
 
-/// Asks a service for its state; false if it does not answer.
+/// Asks a service for its state; if it does not answer, only how it does is filled in, and false returned.
 [[nodiscard]] bool AskState(const std::string& id, MountState& state);
 
 /// What the service wrote down when it had mounted the volume, for when it does not answer any more.
 void NoteState(const std::string& id, const MountState& state);
 [[nodiscard]] MountState NotedState(const std::string& id);
 
+/// Whether what is mounted on the folder is what the service has mounted, or a mount whose service is dead.
+[[nodiscard]] bool IsStillMounted(const MountState& state);
+
 /// Removes all that a service left in the runtime folder.
 void RemoveTraces(const std::string& id);
 
-/// The states of all services of this user that answer.
+/// The states of all services of this user. One that does not answer, or is dead and has left its mount, has
+/// what it wrote down.
 [[nodiscard]] std::vector<MountState> AllMounted();
 
 inline constexpr char kAskState[] = "state";

@@ -16,7 +16,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -53,17 +55,30 @@ std::string Absolute(std::string path) {
     return std::string(whole.data()) + "/" + (slash == path.npos ? path : path.substr(slash + 1));
 }
 
+bool IsNamed(const MountState& state, const std::string& path) {
+    return state.folder == path || state.place == path || state.volume == path;
+}
+
+/// What was mounted under the very path that is wanted is found without a look at the path, which may hang.
 std::vector<Target> FindTargets(const char* wanted) {
-    std::vector<Target> targets;
-    const std::string folder = wanted == nullptr ? std::string() : Absolute(wanted);
-    for (const std::string& known : KnownIds()) {
-        Target target{.id = known, .state = NotedState(known)};
-        const MountState& state = target.state;
-        if (wanted == nullptr || state.folder == folder || state.place == folder || state.volume == folder ||
-            known == FileId(wanted))
-            targets.push_back(target);
-    }
-    return targets;
+    std::vector<Target> all;
+    for (const std::string& known : KnownIds())
+        all.push_back({.id = known, .state = NotedState(known)});
+    if (wanted == nullptr)
+        return all;
+    std::vector<Target> named;
+    const auto take = [&](auto isWanted) {
+        if (named.empty())
+            std::ranges::copy_if(all, std::back_inserter(named), isWanted);
+    };
+    take([&](const Target& target) { return IsNamed(target.state, wanted); });
+    if (!named.empty())
+        return named;
+    const std::string path = Absolute(wanted);
+    take([&](const Target& target) { return IsNamed(target.state, path); });
+    const std::string id = named.empty() ? FileId(wanted) : std::string();
+    take([&](const Target& target) { return target.id == id; });
+    return named;
 }
 
 void NameHolders(const Target& target) {
@@ -74,26 +89,24 @@ void NameHolders(const Target& target) {
         std::fprintf(stderr, "  %d %s\n", holder.process, holder.name.c_str());
 }
 
+void SetPatience(const Descriptor& connection, time_t seconds) {
+    const timeval limit{.tv_sec = seconds, .tv_usec = 0}; // 0 = forever
+    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+}
+
 /// Waits until the service has ended, which closes the connection. False if it could not write everything.
 bool AwaitEnd(const Descriptor& connection) {
-    const timeval forever{};
-    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &forever, sizeof(forever));
+    SetPatience(connection, 0);
     if (ReceiveMessage(connection.Get()) != kToldLoss)
         return true;
     static_cast<void>(ReceiveMessage(connection.Get()));
     return false;
 }
 
-/// Whether what is mounted on the folder is what the service has mounted, or a mount whose service is dead.
-bool IsStillOurs(const MountState& state) {
-    struct stat status {};
-    return stat(state.folder.c_str(), &status) == 0 ? status.st_dev == state.folderDevice : errno == ENOTCONN;
-}
-
 /// Takes away what a service left that is dead.
 void CleanUp(const Target& target) {
     const std::string& folder = target.state.folder;
-    if (IsStillOurs(target.state) && Unmount(folder, true) == 0)
+    if (IsStillMounted(target.state) && Unmount(folder, true) == 0)
         Warn("%s has been unmounted; check the file system", folder.c_str());
     if (const std::string inner = DrivePath(target.id); IsMountPoint(inner))
         static_cast<void>(Unmount(inner, true));
@@ -111,49 +124,71 @@ bool HasHungUp(const Descriptor& connection) {
     return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
 }
 
+ExitCode TellHung(const Target& target, const std::string& answer) {
+    return Fail(ExitCode::Busy, "the service of %s does not answer%s%s; quilla dismount --force ends it",
+                target.state.volume.c_str(), answer.empty() ? "" : ": ", answer.c_str());
+}
+
 ExitCode Dismount(const Target& target) {
     const char* const volume = target.state.volume.c_str();
     const Descriptor connection = ConnectControl(target.id);
+    if (!connection.IsOpen() && errno == EAGAIN)
+        return TellHung(target, "");
     if (!connection.IsOpen())
         return TellDead(target);
     const bool isSent = SendMessage(connection.Get(), kAskDismount);
-    const int error = errno;
     const std::string answer = isSent ? ReceiveMessage(connection.Get()) : std::string();
     if (answer.empty() && HasHungUp(connection))
         return TellDead(target);
-    if (!isSent)
-        return Fail(ExitCode::Busy, "the service of %s does not listen: %s", volume, std::strerror(error));
     if (answer == kAnswerBusy) {
         NameHolders(target);
         return ExitCode::Busy;
     }
     if (answer != kAnswerDone)
-        return Fail(ExitCode::Busy, "the service of %s does not answer%s%s; quilla dismount --force ends it",
-                    volume, answer.empty() ? "" : ": ", answer.c_str());
+        return TellHung(target, answer);
     return AwaitEnd(connection)
                ? ExitCode::Done
                : Fail(ExitCode::BadFile, "%s could not be written to the end: data may be lost", volume);
 }
 
-/// Frees all who wait for the service: their requests fail.
+/// Frees all who wait for the service: their requests fail. Where nobody has mounted the control file system
+/// and this process may not, the kill has to do it.
 void AbortConnection(unsigned number) {
-    const std::string path = "/sys/fs/fuse/connections/" + std::to_string(number) + "/abort";
-    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    static_cast<void>(
-        !write(file.Get(), "1", 1)); // where the control file system is not mounted, the kill does it
+    constexpr char kFolder[] = "/sys/fs/fuse/connections";
+    const std::string path = std::string(kFolder) + "/" + std::to_string(number) + "/abort";
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    const bool isMountedHere = !file.IsOpen() && mount("fusectl", kFolder, "fusectl", 0, nullptr) == 0;
+    if (isMountedHere)
+        file = Descriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    static_cast<void>(!write(file.Get(), "1", 1));
+    file.Close();
+    if (isMountedHere)
+        umount2(kFolder, MNT_DETACH);
 }
 
+/// The service ends at once, unless the kernel keeps it until the disk under the data file answers.
 ExitCode DismountByForce(const Target& target) {
+    constexpr time_t kSeconds = 5;
     const Descriptor connection = ConnectControl(target.id);
     ucred peer{};
     socklen_t size = sizeof(peer);
-    if (!connection.IsOpen() || getsockopt(connection.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+    if (!connection.IsOpen() && errno != EAGAIN)
         return TellDead(target);
-    AbortConnection(target.state.connection);
-    kill(peer.pid, SIGKILL);
-    static_cast<void>(AwaitEnd(connection));
+    if (getsockopt(connection.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        peer.pid = 0;
+    if (target.state.connection != 0)
+        AbortConnection(target.state.connection);
+    if (peer.pid > 0)
+        kill(peer.pid, SIGKILL);
+    SetPatience(connection, kSeconds);
+    while (!ReceiveMessage(connection.Get()).empty()) {
+    }
+    const bool hasEnded = HasHungUp(connection);
     CleanUp(target);
-    return ExitCode::Done;
+    if (hasEnded)
+        return ExitCode::Done;
+    return Fail(ExitCode::Busy, "%s is freed, but its service (process %d) ends only when its disk answers",
+                target.state.volume.c_str(), peer.pid > 0 ? peer.pid : target.state.process);
 }
 
 ExitCode Run(const Arguments& arguments) {

@@ -22,6 +22,13 @@ std::string Minutes(std::uint64_t seconds) {
 }
 
 void PrintLine(const MountState& state) {
+    if (state.service != ServiceLife::Answers) {
+        std::printf("%s on %s: its service %s; quilla dismount %s%s\n", state.volume.c_str(),
+                    state.place.c_str(),
+                    state.service == ServiceLife::Dead ? "has ended unexpectedly" : "does not answer",
+                    state.service == ServiceLife::Dead ? "" : "--force ", state.volume.c_str());
+        return;
+    }
     std::printf("%s on %s (%s%s), idle %llu s, dismounts itself after %s, %zu clients\n",
                 state.volume.c_str(), state.place.c_str(), state.cipher.c_str(),
                 state.isReadOnly ? ", read-only" : "", static_cast<unsigned long long>(state.idleSeconds),
@@ -40,6 +47,7 @@ std::string Json(const MountState& state) {
         .Number("idleSeconds", state.idleSeconds)
         .Number("clients", FindHolders(state).size())
         .Number("process", static_cast<unsigned>(state.process))
+        .Flag("answers", state.service == ServiceLife::Answers)
         .Flag("readOnly", state.isReadOnly)
         .Close();
 }

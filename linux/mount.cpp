@@ -63,10 +63,15 @@ ExitCode CheckSystem(DriveKind kind) {
 }
 
 ExitCode CheckFree(const Volume& volume) {
-    MountState state;
-    return AskState(volume.id, state) ? Fail(ExitCode::Busy, "%s is mounted already, on %s",
-                                             volume.path.c_str(), state.place.c_str())
-                                      : ExitCode::Done;
+    const char* const path = volume.path.c_str();
+    MountState state = NotedState(volume.id);
+    static_cast<void>(AskState(volume.id, state));
+    if (state.service != ServiceLife::Dead)
+        return Fail(ExitCode::Busy, "%s is mounted already, on %s", path, state.place.c_str());
+    if (IsStillMounted(state))
+        return Fail(ExitCode::Busy, "the service of %s has ended and left %s mounted; quilla dismount %s",
+                    path, state.folder.c_str(), path);
+    return ExitCode::Done;
 }
 
 /// Everything that can be known before the password is asked for.

@@ -12,7 +12,7 @@ import threading
 import time
 
 import command
-from command import BAD_FILE, DONE
+from command import BAD_FILE, BUSY, DONE
 
 LIMIT = 30  # seconds for everything that has to end by itself
 
@@ -98,6 +98,42 @@ class Network(command.CommandTest):
         self.connect()
         self.assert_kept(acknowledged)
         self.quilla("dismount", self.place, code=DONE)
+
+    def test_force_frees_all_that_wait_for_a_disk_that_hangs(self):
+        self.create("--format", "ext4")
+        self.mount(self.place)
+        acknowledged = []
+        writer = threading.Thread(target=self.write_until_it_fails, args=(acknowledged,))
+        writer.start()
+        command.wait_until(lambda: acknowledged, "the first write")
+        service = self.state()["process"]
+        disk = self.file_system_process()
+        os.kill(disk, signal.SIGSTOP)
+        try:
+            time.sleep(1)
+            self.assertIn(f"{os.getpid()} ", self.quilla("dismount", self.place, code=BUSY).stderr)
+            begin = time.monotonic()
+            self.assertIn(f"process {service}", self.quilla("dismount", self.place, "--force", code=BUSY).stderr)
+            writer.join(LIMIT)
+            self.assertFalse(writer.is_alive(), "a write hangs")
+            self.assertLess(time.monotonic() - begin, LIMIT)
+            self.assertFalse(os.path.ismount(self.place))
+        finally:
+            os.kill(disk, signal.SIGCONT)
+        command.wait_until(lambda: not os.path.exists(f"/proc/{service}"), "the service to end with its disk's answer")
+        self.assert_kept(acknowledged)
+        self.quilla("dismount", self.place, code=DONE)
+
+    def file_system_process(self):
+        """The sshfs that serves the folder."""
+        for folder in pathlib.Path("/proc").glob("[0-9]*"):
+            try:
+                words = (folder / "cmdline").read_bytes().split(b"\0")
+            except OSError:
+                continue
+            if words[0] == b"sshfs" and str(self.here).encode() in words:
+                return int(folder.name)
+        raise AssertionError("no sshfs")
 
 
 if __name__ == "__main__":

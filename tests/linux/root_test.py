@@ -95,6 +95,8 @@ class Root(command.CommandTest):
         self.assert_nothing_left()
         self.mount()
         os.kill(self.state()["process"], signal.SIGKILL)
+        self.assertEqual((self.state()["answers"], "ended unexpectedly" in self.quilla("list").stdout), (False, True))
+        self.assertIn("quilla dismount", self.mount(code=BUSY).stderr)
         told = self.dismount(code=BAD_FILE).stderr
         self.assertIn(f"{self.place} has been unmounted", told)
         self.mount("--foreground", "--read-only", "--raw", password="wrong", code=WRONG_PASSWORD)
