@@ -100,9 +100,10 @@ void BrowseButton::OnButtonUp() {
     if (GetCapture() != hwnd)
         return;
     const bool released = pressed != 0;
-    ReleaseCapture(); // takes the pressed look back
+    ReleaseCapture();
     if (!released)
         return;
+    SetPressed(false); // where no message tells of the capture's end
     SendMessageW(GetParent(hwnd), WM_COMMAND, kBrowseCommand, 0);
     FocusField();
 }
