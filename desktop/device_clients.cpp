@@ -25,6 +25,10 @@ unsigned CountDeviceClients(std::wstring_view device) {
     return GetDeviceManager().CountClients(device);
 }
 
+void DescribeDeviceClients(std::wstring_view device, std::span<wchar_t> text) {
+    GetDeviceManager().DescribeClients(device, text);
+}
+
 bool IsDeviceElsewhere(std::wstring_view device) {
     return DeviceManager::IsElsewhere(device);
 }

@@ -22,6 +22,10 @@ StopReport StopDeviceExport(std::wstring_view device);
 
 [[nodiscard]] unsigned CountDeviceClients(std::wstring_view device);
 
+/// Writes a line for each client, with a line break before it: its address, and its program where the system
+/// tells.
+void DescribeDeviceClients(std::wstring_view device, std::span<wchar_t> text);
+
 /// Whether the user's other sessions have a device of this name; their programs find it by that.
 [[nodiscard]] bool IsDeviceElsewhere(std::wstring_view device);
 

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 namespace quilla {
@@ -44,6 +45,11 @@ class DeviceExport {
 
     /// "nbd://127.0.0.1:PORT/SECn-…"; empty while not served.
     [[nodiscard]] const char* Uri() const { return isServed_ ? uri_.data() : ""; }
+
+    /// The ports that clients connect to; 0 for a target that could not be started.
+    [[nodiscard]] std::array<std::uint16_t, 2> Ports() const {
+        return {server_->Port(), target_ ? target_->Port() : std::uint16_t{0}};
+    }
 
     [[nodiscard]] unsigned ConnectedClients() const {
         if (!isServed_)

@@ -1,5 +1,6 @@
 #include "desktop/device_manager.h"
 
+#include "desktop/client_processes.h"
 #include "platform/disk_codes.h"
 #include "platform/text.h"
 #include "platform/win32/program_folder.h"
@@ -157,6 +158,13 @@ bool DeviceManager::CopyUri(std::wstring_view name, std::span<wchar_t> text) con
 unsigned DeviceManager::CountClients(std::wstring_view name) const {
     const Device* const device = Find(name);
     return device != nullptr ? device->exported.ConnectedClients() : 0;
+}
+
+void DeviceManager::DescribeClients(std::wstring_view name, std::span<wchar_t> text) const {
+    text[0] = 0;
+    const Device* const device = Find(name);
+    if (device != nullptr && device->exported.ConnectedClients() > 0)
+        DescribeConnections(device->exported.Ports(), text);
 }
 
 bool DeviceManager::IsElsewhere(std::wstring_view name) {

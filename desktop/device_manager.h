@@ -53,6 +53,9 @@ class DeviceManager {
     /// Clients attached to a device at present.
     [[nodiscard]] unsigned CountClients(std::wstring_view name) const;
 
+    /// Writes a line for each client (see DescribeConnections).
+    void DescribeClients(std::wstring_view name, std::span<wchar_t> text) const;
+
     /// Whether the user's other sessions have a device of this name.
     [[nodiscard]] static bool IsElsewhere(std::wstring_view name);
 

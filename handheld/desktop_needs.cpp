@@ -22,6 +22,10 @@ unsigned CountDeviceClients(std::wstring_view /*device*/) {
     return 0;
 }
 
+void DescribeDeviceClients(std::wstring_view /*device*/, std::span<wchar_t> text) {
+    text[0] = 0;
+}
+
 bool IsDeviceElsewhere(std::wstring_view /*device*/) {
     return false;
 }

@@ -112,6 +112,10 @@ unsigned DriverControl::CountClients(const VolumeRecord& record) {
     return record.IsMounted() ? CountDeviceClients(record.DeviceName) : 0;
 }
 
+void DriverControl::DescribeClients(const VolumeRecord& record, std::span<wchar_t> text) {
+    DescribeDeviceClients(record.DeviceName, text);
+}
+
 void DriverControl::DescribeKernels(std::span<wchar_t> text) {
     const UniqueLibrary driver = LoadDriverLibrary();
     const auto kernelName = reinterpret_cast<KernelNameFunction>(

@@ -46,6 +46,10 @@ class DriverControl {
     /// Clients attached to a mounted volume at present.
     [[nodiscard]] static unsigned CountClients(const VolumeRecord& record);
 
+    /// Writes a line for each of them, with a line break before it, as far as they fit: its address, and its
+    /// program where the system tells.
+    static void DescribeClients(const VolumeRecord& record, std::span<wchar_t> text);
+
     /// Writes a line for each cipher that names the kernel which the driver uses on this processor, or that
     /// there is no driver.
     static void DescribeKernels(std::span<wchar_t> text);

@@ -35,6 +35,17 @@ LRESULT BrowseButton::OnMessage(BMessage& message) {
     case WM_LBUTTONUP:
         OnButtonUp();
         return 0;
+    case WM_GETDLGCODE: // Enter is for the button that has the focus, not for the dialog's
+        return message.wParam == VK_RETURN ? DLGC_WANTMESSAGE : 0;
+    case WM_KEYDOWN:
+        if (message.wParam != VK_SPACE && message.wParam != VK_RETURN)
+            return BWindow::OnMessage(message);
+        SendMessageW(GetParent(hwnd), WM_COMMAND, kBrowseCommand, 0);
+        return 0;
+    case WM_SETFOCUS:
+    case WM_KILLFOCUS:
+        Redraw();
+        return 0;
     case WM_CAPTURECHANGED: // somebody else has taken the pointer: it will not be released here
         SetPressed(false);
         return 0;
@@ -73,6 +84,10 @@ void BrowseButton::OnPaint() {
 
     if (!styled)
         DrawEdge(context, &rectangle, pressed ? EDGE_SUNKEN : EDGE_RAISED, BF_RECT | BF_SOFT);
+    if (GetFocus() == hwnd) {
+        InflateRect(&rectangle, -2, -2);
+        DrawFocusRect(context, &rectangle);
+    }
     EndPaint(hwnd, &paint);
 }
 

@@ -8,7 +8,8 @@ namespace quilla {
 /// The command that a file field's button and its keyboard shortcut send to the field.
 inline constexpr int kBrowseCommand = 48;
 
-/// The small "..." button inside a file field. It never keeps the focus: the field has it.
+/// The small "..." button inside a file field. Pressed with the pointer it leaves the focus to the
+/// field; where the Tab key stops at it, Space and Enter press it.
 class BrowseButton : public BWindow {
   public:
     LRESULT OnMessage(BMessage& message) override;

@@ -38,6 +38,8 @@ void FileField::Attach(HWND handle) {
     creation.hwndParent = hwnd;
     edit.CreateFromParams(windowClass, creation);
     button.Create(hwnd, nullptr, 0);
+    NameParts();
+    OfferButton();
 
     RECT client = {};
     GetClientRect(hwnd, &client);
@@ -97,6 +99,7 @@ void FileField::SetReadOnly(bool flag) {
     if (flag == (readOnly != 0))
         return;
     readOnly = flag;
+    OfferButton();
     Redraw();
     SendMessageW(edit.hwnd, EM_SETREADONLY, flag, 0);
 }

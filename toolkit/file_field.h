@@ -34,6 +34,10 @@ class FileField : public BWindow {
     UINT readOnly = 0;
 
   private:
+    /// Gives the edit and the button names, and lets the keyboard get at them one by one.
+    void NameParts();
+    /// Makes the button a stop of the Tab key while it browses.
+    void OfferButton() const;
     void Layout(int width, int height);
     HBRUSH BackgroundBrush(HDC context);
     void EraseBackground(HDC context);

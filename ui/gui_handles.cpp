@@ -1,11 +1,9 @@
 #include "ui/gui_handles.h"
 
-#include "ui/resource.h"
-
 namespace quilla {
 
-UniqueIcon LoadProgramIcon(int size) {
-    return UniqueIcon(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(IDI_PROGRAM),
+UniqueIcon LoadProgramIcon(int size, int id) {
+    return UniqueIcon(static_cast<HICON>(LoadImageW(GetModuleHandleW(nullptr), MAKEINTRESOURCEW(id),
                                                     IMAGE_ICON, size, size, LR_DEFAULTCOLOR)));
 }
 

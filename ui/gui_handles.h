@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/win32/handle.h"
+#include "ui/resource.h"
 
 #include <windows.h>
 
@@ -51,8 +52,8 @@ using UniqueImageList = UniqueHandle<ImageListTraits>;
 using UniqueMemoryContext = UniqueHandle<MemoryContextTraits>;
 using UniqueBitmap = UniqueHandle<BitmapTraits>;
 
-/// The program's icon in the size that suits best a number of pixels.
-[[nodiscard]] UniqueIcon LoadProgramIcon(int size);
+/// An icon of the program in the size that suits best a number of pixels.
+[[nodiscard]] UniqueIcon LoadProgramIcon(int size, int id = IDI_PROGRAM);
 
 /// The font of the dialogs, in the size for a window's resolution.
 [[nodiscard]] UniqueFont CreateDialogFont(HWND window);

@@ -111,7 +111,8 @@ class MainWindow final : public BWindow {
     void FinishDriveSteps();
     void FinishDriveStep(const DriveRun& run, const wchar_t* volume);
     void DismountDetached(const DriveRun& run);
-    [[nodiscard]] bool ConfirmCutOff(unsigned clients) const;
+    /// Asks before clients of a mounted volume are cut off; true without any.
+    [[nodiscard]] bool ConfirmCutOff(const VolumeRecord& record) const;
 
     UiServices services_;
     CommandBar bar_;

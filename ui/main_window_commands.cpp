@@ -16,6 +16,7 @@
 #include "ui/volume_dialogs.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace quilla {
 
@@ -196,8 +197,7 @@ void MainWindow::Dismount() {
     const VolumeRecord& record = *SelectedVolume();
     if (DetachFirst(record))
         return;
-    const unsigned clients = DriverControl::CountClients(record);
-    if (clients > 0 && !ConfirmCutOff(clients))
+    if (!ConfirmCutOff(record))
         return;
     if (SelectedVolume() == &record && record.IsMounted()) // still, after the question
         server_.DismountSelected();
@@ -229,12 +229,17 @@ void MainWindow::ShowFromTray() {
     ComeToFront();
 }
 
-bool MainWindow::ConfirmCutOff(unsigned clients) const {
-    wchar_t question[160];
+bool MainWindow::ConfirmCutOff(const VolumeRecord& record) const {
+    const unsigned clients = DriverControl::CountClients(record);
+    if (clients == 0)
+        return true;
+    wchar_t who[512];
+    DriverControl::DescribeClients(record, who);
+    wchar_t question[std::size(who) + 160];
     FormatText(question,
-               L"%u %ls connected and would be cut off: what has not been written yet is lost.\n\n"
+               L"%u %ls connected and would be cut off: what has not been written yet is lost.\n%ls%ls\n"
                L"Dismount all the same?",
-               clients, clients == 1 ? L"program is" : L"programs are");
+               clients, clients == 1 ? L"program is" : L"programs are", who, who[0] ? L"\n" : L"");
     return MessageBoxW(hwnd, question, L"Confirm Dismount",
                        MB_OKCANCEL | MB_ICONEXCLAMATION | MB_DEFBUTTON2) == IDOK;
 }

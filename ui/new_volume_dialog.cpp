@@ -81,10 +81,11 @@ void NewVolumeDialog::KeepStrength(const KeyStrength& strength) {
 void NewVolumeDialog::OnOk() {
     volumeField.GetName(work.Path);
     CompletePath(work.Path);
-    const auto size = static_cast<std::int16_t>(SendMessageW(sizeUpDown.hwnd, UDM_GETPOS32, 0, 0));
+    std::int16_t size = 0;
+    if (!TakeNumber(sizeEdit, sizeUpDown, size) || !TakeTimeout())
+        return;
     work.Size = SizeFromShown(size, static_cast<int>(SendMessageW(unitCombo.hwnd, CB_GETCURSEL, 0, 0)));
     work.Cipher = CipherFromShown(static_cast<int>(SendMessageW(cipherCombo.hwnd, CB_GETCURSEL, 0, 0)));
-    TakeTimeout();
     if (work.Cipher != CipherId::None && !IsPasswordConfirmed())
         return;
     Secret<PasswordDigest> passwordKey;

@@ -3,6 +3,7 @@
 #include "platform/text.h"
 #include "platform/win32/format_text.h"
 #include "service/window_messages.h"
+#include "toolkit/dpi.h"
 
 #include <shellapi.h>
 
@@ -41,15 +42,25 @@ void NameTip(NOTIFYICONDATAW& data, int mounted) {
 
 void NotificationIcon::Add(HWND owner) {
     owner_ = owner;
+    LoadMark();
     NOTIFYICONDATAW data = DataFor(owner, NIF_MESSAGE | NIF_ICON | NIF_TIP);
-    data.hIcon = SmallIconOf(owner);
+    data.hIcon = Icon();
     NameTip(data, mounted_);
     Shell_NotifyIconW(NIM_ADD, &data);
 }
 
+void NotificationIcon::LoadMark() {
+    mark_ = LoadProgramIcon(WindowMetric(owner_, SM_CXSMICON), IDI_MOUNTED);
+}
+
+HICON NotificationIcon::Icon() const {
+    return mounted_ > 0 && mark_ ? mark_.Get() : SmallIconOf(owner_);
+}
+
 void NotificationIcon::UpdateIcon() {
+    LoadMark();
     NOTIFYICONDATAW data = DataFor(owner_, NIF_ICON);
-    data.hIcon = SmallIconOf(owner_);
+    data.hIcon = Icon();
     Shell_NotifyIconW(NIM_MODIFY, &data);
 }
 
@@ -57,7 +68,8 @@ void NotificationIcon::ShowMounted(int count) {
     if (count == mounted_)
         return;
     mounted_ = count;
-    NOTIFYICONDATAW data = DataFor(owner_, NIF_TIP);
+    NOTIFYICONDATAW data = DataFor(owner_, NIF_ICON | NIF_TIP);
+    data.hIcon = Icon();
     NameTip(data, mounted_);
     Shell_NotifyIconW(NIM_MODIFY, &data);
 }

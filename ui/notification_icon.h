@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/gui_handles.h"
+
 #include <windows.h>
 
 namespace quilla {
@@ -11,14 +13,15 @@ class NotificationIcon {
     NotificationIcon(const NotificationIcon&) = delete;
     NotificationIcon& operator=(const NotificationIcon&) = delete;
 
-    /// Adds the icon for a window, with the window's small icon and its title as the tip. Called again when
-    /// the shell has been started anew and has forgotten all icons.
+    /// Adds the icon for a window, with the window's small icon and its title as the tip, or the icon with
+    /// the mark of mounted volumes while there are any. Called again when the shell has been started anew and
+    /// has forgotten all icons.
     void Add(HWND owner);
 
     /// Follows a change of the window's small icon.
     void UpdateIcon();
 
-    /// Says in the tip how many volumes are mounted.
+    /// Shows by the icon whether volumes are mounted, and says in the tip how many.
     void ShowMounted(int count);
 
     /// Shows a notice beside the icon for a while; nothing is asked and nothing waits for it.
@@ -27,8 +30,12 @@ class NotificationIcon {
     void Remove();
 
   private:
+    void LoadMark();
+    [[nodiscard]] HICON Icon() const;
+
     HWND owner_ = nullptr;
     int mounted_ = 0;
+    UniqueIcon mark_; ///< of mounted volumes; empty on a handheld
 };
 
 } // namespace quilla

@@ -8,6 +8,7 @@
 #define FONT_NAME "Segoe UI"
 
 #define IDI_PROGRAM 1
+#define IDI_MOUNTED 2 /* of the notification area, while a volume is mounted */
 
 /* The extra toolbar image, 16 and 24 pixels. */
 #define IDB_CLOSE_VOLUME 1

@@ -30,15 +30,6 @@ void SetUpDown(const BUpDown& upDown, std::int16_t value) {
     SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, value);
 }
 
-/// Keeps a number that is being typed within the up-down's range. One beyond it would stay on the screen
-/// while the up-down goes on telling the number before.
-void BoundTypedNumber(const BEdit& edit, const BUpDown& upDown) {
-    BOOL isNumberRefused = FALSE;
-    SendMessageW(upDown.hwnd, UDM_GETPOS32, 0, reinterpret_cast<LPARAM>(&isNumberRefused));
-    if (isNumberRefused && GetWindowTextLengthW(edit.hwnd) > 0)
-        SendMessageW(upDown.hwnd, UDM_SETPOS32, 0, kMaxValue);
-}
-
 bool ConfirmMissingKeyFile(HWND dialog, const wchar_t* keyPath) {
     wchar_t question[kPathUnits + 256];
     FormatText(
@@ -128,10 +119,6 @@ LRESULT VolumeDialog::OnMessage(BMessage& message) {
 }
 
 LRESULT VolumeDialog::OnCommand(int id, int code, HWND control) {
-    if (code == EN_CHANGE && control == sizeEdit.hwnd)
-        BoundTypedNumber(sizeEdit, sizeUpDown);
-    if (code == EN_CHANGE && control == timeoutEdit.hwnd)
-        BoundTypedNumber(timeoutEdit, timeoutUpDown);
     if (wait_.IsRunning() && id != IDCANCEL)
         return 0;
     switch (id) {
@@ -168,9 +155,22 @@ void VolumeDialog::OnUpdateCommand(BCommandState& state) {
     }
 }
 
-void VolumeDialog::TakeTimeout() {
-    const auto minutes = static_cast<std::int16_t>(SendMessageW(timeoutUpDown.hwnd, UDM_GETPOS32, 0, 0));
+/// The up-down goes on telling the number before, which is not the one on the screen.
+bool VolumeDialog::TakeNumber(const BEdit& edit, const BUpDown& upDown, std::int16_t& number) {
+    BOOL isRefused = FALSE;
+    number = static_cast<std::int16_t>(
+        SendMessageW(upDown.hwnd, UDM_GETPOS32, 0, reinterpret_cast<LPARAM>(&isRefused)));
+    const bool isNumber = !isRefused && GetWindowTextLengthW(edit.hwnd) > 0; // of none, some tell 0
+    if (!isNumber)
+        RejectInput(hwnd, edit.hwnd, L"The number has to be between 0 and 32767");
+    return isNumber;
+}
+
+bool VolumeDialog::TakeTimeout() {
+    std::int16_t minutes = 0;
+    const bool isTaken = TakeNumber(timeoutEdit, timeoutUpDown, minutes);
     work.Timeout = TimeoutFromShown(minutes);
+    return isTaken;
 }
 
 void VolumeDialog::Finish() {
@@ -234,7 +234,7 @@ bool MountDialog::IsKeyFileUsable() {
 }
 
 void MountDialog::OnOk() {
-    if (!IsKeyFileUsable())
+    if (!TakeTimeout() || !IsKeyFileUsable())
         return;
     if (work.Cipher != CipherId::None) {
         Secret<PasswordDigest> passwordKey;
@@ -247,7 +247,6 @@ void MountDialog::OnOk() {
             return;
         }
     }
-    TakeTimeout();
     services_.channel.SendMountVolume(work);
     Wipe(work.Key);
     {
@@ -283,7 +282,8 @@ void PropertiesDialog::OnOk() {
         keyField.GetName(work.KeyPath);
         CompletePath(work.KeyPath);
     }
-    TakeTimeout();
+    if (!TakeTimeout())
+        return;
     if (!record->IsMounted()) // by now
         CopyText(record->KeyPath, FieldText(work.KeyPath));
     record->Timeout = work.Timeout;

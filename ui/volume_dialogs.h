@@ -32,7 +32,9 @@ class VolumeDialog : public BDialog {
     void SetCaption(UINT stringId);
     /// Volume path, size and cipher: what no dialog of an existing volume changes.
     void LockFixedFields();
-    void TakeTimeout();
+    /// Takes the number on the screen; says so and asks again if it is none that the field takes.
+    [[nodiscard]] bool TakeNumber(const BEdit& edit, const BUpDown& upDown, std::int16_t& number);
+    [[nodiscard]] bool TakeTimeout();
     /// Ends the dialog with OK after the errors that its work has met; to be called with no secret in hand.
     void Finish();
     /// Shows a cipher and enables what goes with it.

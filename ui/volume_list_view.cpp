@@ -56,8 +56,12 @@ int CALLBACK CompareRows(LPARAM one, LPARAM other, LPARAM context) {
     return order.descending ? -result : result;
 }
 
-/// The image of rows without one: it keeps their texts in line with the others'.
+/// Images of rows that are not mounted: one that keeps their texts in line with the others', and one for
+/// those whose state tells of something that is missing.
 constexpr int kBlankImage = 1;
+constexpr int kWarningImage = 2;
+
+constexpr int kStateColumn = kListColumns - 1;
 
 UniqueIcon CreateBlankIcon(int size) {
     constexpr int kLargest = 256;
@@ -93,6 +97,7 @@ void VolumeListView::Attach(HWND handle) {
     ListView_SetExtendedListViewStyle(hwnd, LVS_EX_FULLROWSELECT | LVS_EX_INFOTIP | LVS_EX_DOUBLEBUFFER);
     LoadImages();
     AddColumns();
+    tip_.Create(hwnd);
 }
 
 void VolumeListView::LoadImages() {
@@ -109,9 +114,10 @@ void VolumeListView::LoadImages() {
 
     const int size = WindowMetric(hwnd, SM_CXSMICON);
     const UniqueIcon icon = LoadProgramIcon(size);
-    UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 2, 0));
+    UniqueImageList images(ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, 3, 0));
     ImageList_ReplaceIcon(images.Get(), -1, icon.Get());
     ImageList_ReplaceIcon(images.Get(), -1, CreateBlankIcon(size).Get());
+    ImageList_ReplaceIcon(images.Get(), -1, LoadIconW(nullptr, IDI_EXCLAMATION));
     ListView_SetImageList(hwnd, images.Get(), LVSIL_SMALL);
     images_ = std::move(images);
 }
@@ -181,6 +187,7 @@ void VolumeListView::SelectRow(int row) const {
 }
 
 LRESULT VolumeListView::OnMessage(BMessage& message) {
+    tip_.Follow(message);
     constexpr LPARAM kFromKeyboard = -1;
     if (message.message == WM_CONTEXTMENU && message.lParam == kFromKeyboard) {
         OpenMenuByKey();
@@ -241,7 +248,7 @@ void VolumeListView::PaintHint() const {
 }
 
 void VolumeListView::FillWidth() const {
-    ListView_SetColumnWidth(hwnd, kListColumns - 1, LVSCW_AUTOSIZE_USEHEADER);
+    ListView_SetColumnWidth(hwnd, kStateColumn, LVSCW_AUTOSIZE_USEHEADER);
 }
 
 LRESULT VolumeListView::OnNotify(NMHDR& header) {
@@ -276,7 +283,7 @@ LRESULT VolumeListView::OnNotify(NMHDR& header) {
         // A row without an image carries -1, which desktop list views understand as a question.
         LVITEMW& item = reinterpret_cast<NMLVDISPINFOW&>(header).item;
         if (item.mask & LVIF_IMAGE)
-            item.iImage = kBlankImage;
+            item.iImage = HasState(item.iItem) ? kWarningImage : kBlankImage;
         return 0;
     }
     default:
@@ -284,16 +291,21 @@ LRESULT VolumeListView::OnNotify(NMHDR& header) {
     }
 }
 
+bool VolumeListView::HasState(int row) const {
+    wchar_t state[2] = {};
+    ListView_GetItemText(hwnd, row, kStateColumn, state, 2);
+    return state[0] != 0;
+}
+
 LRESULT VolumeListView::OnInfoTip(NMLVGETINFOTIPW& tip) const {
     const VolumeRecord& record = RecordAt(*this, tip.iItem);
-    wchar_t address[DriverControl::kAddressUnits];
-    const std::span text(tip.pszText, static_cast<std::size_t>(tip.cchTextMax));
-    if (DriverControl::CopyAddress(record, address))
-        FormatText(text, L"%ls\nMounted as %ls\n%ls", record.Path, record.DeviceName, address);
-    else if (GetFileAttributesW(record.Path) == INVALID_FILE_ATTRIBUTES)
-        FormatText(text, L"%ls\nThe file is missing", record.Path);
-    else
-        FormatText(text, L"%ls", record.Path);
+    wchar_t state[128] = {};
+    ListView_GetItemText(hwnd, tip.iItem, kStateColumn, state, static_cast<int>(std::size(state)));
+    wchar_t address[DriverControl::kAddressUnits] = {};
+    const bool hasAddress = DriverControl::CopyAddress(record, address);
+    FormatText(std::span(tip.pszText, static_cast<std::size_t>(tip.cchTextMax)), L"%ls%ls%ls%ls%ls",
+               record.Path, state[0] ? L"\n" : L"", state, hasAddress ? L"\n" : L"",
+               hasAddress ? address : L"");
     return 0;
 }
 

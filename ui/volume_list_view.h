@@ -2,6 +2,7 @@
 
 #include "toolkit/controls.h"
 #include "ui/gui_handles.h"
+#include "ui/row_tip.h"
 #include "ui/window_settings.h"
 #include "volume/volume_record.h"
 
@@ -45,11 +46,13 @@ class VolumeListView : public BListView {
     void MarkSortColumn() const;
     void SortBy(int column);
     LRESULT OnInfoTip(NMLVGETINFOTIPW& tip) const;
+    [[nodiscard]] bool HasState(int row) const;
     void OpenMenu(POINT screen) const;
     void OpenMenuByKey() const;
 
     UniqueImageList images_;
     UniqueFont font_;
+    RowTip tip_;
     wchar_t typed_[32] = {};
     DWORD lastTyped_ = 0;
     UINT dpi_ = USER_DEFAULT_SCREEN_DPI;

@@ -52,11 +52,11 @@ class UserInterfaceTest(unittest.TestCase):
         hands.expect("New")
         hands.picture("new-empty")
         hands.type(r"C:\Volumes\Private")
-        hands.keys("Tab")
+        hands.keys("Tab", "Tab")  # over the button that browses
         hands.replace("16")
         hands.keys("Tab", "Tab", "Home", "Down")  # over the unit to the cipher: None, then Twofish
         hands.settle()  # on the way it was None, which has neither key nor password: both are back once it is idle
-        hands.keys("Tab", "Tab")  # over the key file, whose name has followed the volume's
+        hands.keys("Tab", "Tab", "Tab")  # over the key file, whose name has followed the volume's, and its button
         hands.type(OLD_PASSWORD)
         hands.keys("Tab")
         hands.type(OLD_PASSWORD)
@@ -71,7 +71,11 @@ class UserInterfaceTest(unittest.TestCase):
     def mount(self, password, wrong=None):
         hands = self.hands
         hands.expect("Quilla Tarn")
-        hands.click_row(repeat=2)
+        if wrong:
+            hands.click_row()
+            hands.keys("Return")
+        else:
+            hands.click_row(repeat=2)
         hands.expect("Mount")
         if wrong:
             hands.type(wrong)
@@ -88,6 +92,16 @@ class UserInterfaceTest(unittest.TestCase):
         hands.expect("Quilla Tarn")
         hands.picture("mounted")
         return uri
+
+    def hide_and_come_back(self):
+        """By the icon in the notification area, which Wine shows in a window of its own."""
+        hands = self.hands
+        hands.keys("alt+F4")
+        quilla.wait_until(lambda: hands.active_title() != "Quilla Tarn", "the window to hide")
+        hands.picture("hidden")
+        hands.tool("mousemove", "--window", hands.tool("search", "--name", "Wine System Tray").split()[0], 10, 10)
+        hands.tool("click", "--repeat", 2, "--delay", 60, 1)
+        hands.expect("Quilla Tarn")
 
     def attach_by_hand(self):
         """Wine has no initiator, so the program says how it is done by hand."""
@@ -173,6 +187,7 @@ class UserInterfaceTest(unittest.TestCase):
         content = self.desktop.work / "content"
         content.write_bytes(os.urandom(16 * MIB))
         self.desktop.tool("nbdcopy", "--flush", str(content), uri)
+        self.hide_and_come_back()
         self.attach_by_hand()
         self.change_time_out()
         self.dismount()

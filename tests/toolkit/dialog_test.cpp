@@ -72,6 +72,19 @@ TEST_F(Dialog, FocusIsOnTheFirstTabStopOrWhereItWasSet) {
     }
 }
 
+TEST_F(Dialog, EndsAtOnceWithoutALoopOrATemplate) {
+    dialog.owner = frame.hwnd;
+    ASSERT_NE(dialog.Create(), nullptr);
+    SendMessageW(dialog.hwnd, WM_COMMAND, IDOK, 0);
+    EXPECT_EQ(dialog.hwnd, nullptr);
+    MSG quit;
+    EXPECT_FALSE(PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "nobody waits for that";
+
+    const int kNoTemplate = 99;
+    EXPECT_EQ(static_cast<BDialog&>(dialog).DoModal(frame.hwnd, MAKEINTRESOURCEW(kNoTemplate)), IDCANCEL);
+    EXPECT_TRUE(IsWindowEnabled(frame.hwnd));
+}
+
 TEST_F(Dialog, CaptureIsCancelledBeforeTheLoop) {
     Owned<Recorder<Frame>> holder(log, "holder");
     ASSERT_NE(holder.Create(), nullptr);

@@ -1,7 +1,10 @@
 // The commands of the main window: when they are enabled, which menus offer them and what they leave behind.
 
+#include "tests/export/nbd/nbd_client.h"
+#include "tests/support/export_address.h"
 #include "tests/ui/ui_fixture.h"
 
+#include <filesystem>
 #include <map>
 #include <shellapi.h>
 #include <wtsapi32.h>
@@ -37,6 +40,43 @@ class CommandsTest : public UiTest {
         });
         open();
         return items;
+    }
+
+    [[nodiscard]] RECT RowPlace(int row) const {
+        RECT place{};
+        ListView_GetItemRect(List(), row, &place, LVIR_LABEL);
+        MapWindowPoints(List(), nullptr, reinterpret_cast<POINT*>(&place), 2);
+        return place;
+    }
+
+    /// A click of the mouse with the Alt key held.
+    void AltClick(int row) {
+        const RECT place = RowPlace(row);
+        SetCursorPos(place.left + 5, place.top + 5);
+        keybd_event(VK_MENU, 0, 0, 0);
+        for (const DWORD button : {MOUSEEVENTF_LEFTDOWN, MOUSEEVENTF_LEFTUP})
+            mouse_event(button, 0, 0, 0, 0);
+        PumpUntil([] { return !Meanwhile::IsWaiting(); });
+        keybd_event(VK_SHIFT, 0, 0, 0); // or Alt alone would open the menu bar
+        keybd_event(VK_SHIFT, 0, KEYEVENTF_KEYUP, 0);
+        keybd_event(VK_MENU, 0, KEYEVENTF_KEYUP, 0);
+        application.PumpPending();
+    }
+
+    /// The tip that shows while the pointer rests at a place of the screen.
+    std::wstring TipAt(LONG x, LONG y) {
+        SetCursorPos(1, 1);
+        const auto shown = [] {
+            HWND tip = nullptr;
+            do
+                tip = FindWindowExW(nullptr, tip, TOOLTIPS_CLASSW, nullptr);
+            while (tip && !IsWindowVisible(tip));
+            return tip;
+        };
+        PumpUntil([&] { return !shown(); });
+        SetCursorPos(x, y);
+        PumpUntil([&] { return shown() != nullptr; });
+        return TextOf(shown());
     }
 
     /// The toolbar's buttons that can be pressed, of those that depend on the selection.
@@ -81,8 +121,7 @@ TEST_F(CommandsTest, ThePopUpFollowsTheSelection) {
     EXPECT_EQ(ItemsOfMenu(rightClick), (Items{{IDM_NEW, true}, {IDM_OPEN, true}}));
     Select(0);
     EXPECT_EQ(ItemsOfMenu(rightClick), unmounted);
-    click.uKeyFlags = LVKF_ALT;
-    EXPECT_EQ(ItemsOfMenu([&] { Notify(click, static_cast<UINT>(NM_CLICK)); }), unmounted);
+    EXPECT_EQ(ItemsOfMenu([this] { AltClick(0); }), unmounted);
     MountRow(0);
     EXPECT_EQ(ItemsOfMenu([this] { SendMessageW(List(), WM_CONTEXTMENU, 0, -1); }), mounted);
 }
@@ -161,29 +200,91 @@ TEST_F(CommandsTest, MenusAndKeysAreThoseOfTheHelpPage) {
         GetMenuStringW(GetMenu(window->hwnd), static_cast<UINT>(item.id), text, 64, MF_BYCOMMAND);
         EXPECT_TRUE(std::wstring(text).starts_with(item.text)) << item.text; // keys have names of a keyboard
     }
-    const std::pair<int, const wchar_t*> buttons[] = {{IDM_NEW, L"New"},     {IDM_OPEN, L"Open"},
-                                                      {IDM_CLOSE, L"Close"}, {IDM_DELETE, L"Delete"},
-                                                      {IDM_MOUNT, L"Mount"}, {IDM_DISMOUNT, L"Dismount"}};
-    for (const auto& [id, tip] : buttons) {
-        wchar_t text[64] = {};
-        NMTBGETINFOTIPW query{};
-        query.hdr = {Toolbar(), 0, static_cast<UINT>(TBN_GETINFOTIPW)};
-        query.iItem = id;
-        query.pszText = text;
-        query.cchTextMax = 64;
-        SendMessageW(window->hwnd, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&query));
-        EXPECT_STREQ(text, tip);
+    constexpr int kViewImages = 15, kOwnImage = 27; // behind the platform's standard and view images
+    const std::pair<int, int> buttons[] = {{0, 0},
+                                           {STD_FILENEW, IDM_NEW},
+                                           {STD_FILEOPEN, IDM_OPEN},
+                                           {0, 0},
+                                           {kOwnImage, IDM_CLOSE},
+                                           {STD_DELETE, IDM_DELETE},
+                                           {0, 0},
+                                           {kViewImages + VIEW_NETCONNECT, IDM_MOUNT},
+                                           {kViewImages + VIEW_NETDISCONNECT, IDM_DISMOUNT},
+                                           {0, 0},
+                                           {STD_PROPERTIES, IDM_PROPERTIES}};
+    for (WPARAM index = 0; index < std::size(buttons); ++index) {
+        TBBUTTON button{};
+        SendMessageW(Toolbar(), TB_GETBUTTON, index, reinterpret_cast<LPARAM>(&button));
+        EXPECT_EQ(button.idCommand, buttons[index].second);
+        EXPECT_TRUE(!button.idCommand || button.iBitmap == buttons[index].first) << index;
     }
-    const wchar_t* const columns[] = {L"Volume", L"Size", L"Encryption", L"Key", L"State"};
+    const std::pair<const wchar_t*, int> columns[] = {
+        {L"Volume", 160}, {L"Size", 60}, {L"Encryption", 100}, {L"Key", 160}, {L"State", 0}};
     for (int column = 0; column < 5; ++column) {
         wchar_t title[32] = {};
         LVCOLUMNW query{};
-        query.mask = LVCF_TEXT;
+        query.mask = LVCF_TEXT | LVCF_WIDTH;
         query.pszText = title;
         query.cchTextMax = 32;
         ListView_GetColumn(List(), column, &query);
-        EXPECT_STREQ(title, columns[column]);
+        EXPECT_STREQ(title, columns[column].first);
+        EXPECT_TRUE(column == 4 || query.cx == columns[column].second)
+            << column; // the last one fills the window
     }
+}
+
+/// Real keys: one press opens the help once, though some systems send WM_HELP besides.
+TEST_F(CommandsTest, KeysOpenHelpAndDialogs) {
+    AddVolume(L"a");
+    Select(0);
+    ShowWindow(window->hwnd, SW_SHOW);
+    ASSERT_TRUE(Activate(window->hwnd));
+    const auto press = [](BYTE key) {
+        keybd_event(key, 0, 0, 0);
+        keybd_event(key, 0, KEYEVENTF_KEYUP, 0);
+    };
+    wchar_t program[MAX_PATH];
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    const std::filesystem::path beside = std::filesystem::path(program).parent_path();
+    const std::filesystem::path viewer = beside / "PegHelp.exe";
+    const std::filesystem::path seen = beside / "seen"; // written by it
+    std::filesystem::copy_file(beside / "powershell.exe", viewer,
+                               std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::remove(seen);
+    const auto isOpened = [&] { return std::filesystem::remove(seen); };
+    const auto isOpenedWithin = [&](int milliseconds) {
+        bool isOpen = false;
+        for (int i = 0; i < milliseconds / 20 && !isOpen; ++i) {
+            application.PumpPending();
+            Sleep(20);
+            isOpen = isOpened();
+        }
+        return isOpen;
+    };
+    press(VK_F1);
+    EXPECT_TRUE(isOpenedWithin(10'000));
+    EXPECT_FALSE(isOpenedWithin(1'000)) << "once";
+    Command(IDM_CONTENTS);
+    EXPECT_TRUE(isOpenedWithin(10'000));
+    SendMessageW(window->hwnd, WM_HELP, 0, 0);
+    EXPECT_TRUE(isOpenedWithin(10'000));
+    std::error_code ignored;
+    for (int i = 0; i < 100 && !std::filesystem::remove(viewer, ignored); ++i)
+        Sleep(20); // it is about to end
+
+    const auto titleAfter = [&](const std::function<void()>& action) {
+        std::wstring title;
+        application.Play({InDialog([&] {
+            title = TextOf(FindOpenDialog());
+            Press(IDCANCEL);
+        })});
+        action();
+        PumpUntil([&] { return application.PlayedToTheEnd(); });
+        return title;
+    };
+    EXPECT_EQ(titleAfter([&] { Command(IDM_ABOUT); }), L"About Quilla Tarn");
+    EXPECT_EQ(titleAfter([&] { press(VK_RETURN); }), L"Mount");
+    EXPECT_EQ(titleAfter([&] { press(VK_INSERT); }), L"New");
 }
 
 TEST_F(CommandsTest, CopiesTheAddressOfAMountedVolume) {
@@ -196,12 +297,30 @@ TEST_F(CommandsTest, CopiesTheAddressOfAMountedVolume) {
     CloseClipboard();
     EXPECT_TRUE(copied.starts_with(L"nbd://127.0.0.1:")) << copied;
 
-    wchar_t tip[512] = {};
-    NMLVGETINFOTIPW query{};
-    query.pszText = tip;
-    query.cchTextMax = 512;
-    Notify(query, static_cast<UINT>(LVN_GETINFOTIPW));
-    EXPECT_TRUE(std::wstring(tip).ends_with(L"SEC0:\n" + copied)) << tip;
+    ShowWindow(window->hwnd, SW_SHOW);
+    ASSERT_TRUE(Activate(window->hwnd));
+    const RECT row = RowPlace(0);
+    EXPECT_EQ(TipAt(row.left + 5, row.top + 5), RecordOf(0).Path + (L"\nMounted as SEC0:\n" + copied));
+    RECT button{};
+    SendMessageW(Toolbar(), TB_GETRECT, IDM_CLOSE, reinterpret_cast<LPARAM>(&button));
+    MapWindowPoints(Toolbar(), nullptr, reinterpret_cast<POINT*>(&button), 2);
+    EXPECT_EQ(TipAt(button.left + 5, button.top + 5), L"Close");
+}
+
+TEST_F(CommandsTest, ADismountAsksForWhomItWouldCutOff) {
+    AddVolume(L"a", CipherId::None);
+    MountRow(0);
+    const Address address(*ReadSmallFile(UriFile(0)));
+    NbdClient client(address.port);
+    ASSERT_TRUE(client.Enter(address.name));
+    MessageBoxWatcher boxes(IDCANCEL);
+    Command(IDM_DISMOUNT);
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_TRUE(RecordOf(0).IsMounted());
+    const std::wstring process = L", ui_test.exe (process " + std::to_wstring(GetCurrentProcessId()) + L")\n";
+    EXPECT_NE(seen[0].text.find(L"\n127.0.0.1:"), std::wstring::npos) << seen[0].text;
+    EXPECT_NE(seen[0].text.find(process), std::wstring::npos) << seen[0].text;
 }
 
 } // namespace

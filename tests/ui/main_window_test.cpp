@@ -13,6 +13,14 @@ using namespace test;
 
 class MainWindowTest : public UiTest {
   protected:
+    [[nodiscard]] int ImageOf(int row) const {
+        LVITEMW item{};
+        item.mask = LVIF_IMAGE;
+        item.iItem = row;
+        ListView_GetItem(List(), &item);
+        return item.iImage;
+    }
+
     void ClickColumn(int column) const {
         NMLISTVIEW click{};
         click.iItem = -1;
@@ -25,7 +33,10 @@ TEST_F(MainWindowTest, HidesWhileAVolumeIsMountedAndClosesAfterwards) {
     OpenMainWindow();
     AddVolume(L"a", CipherId::None);
     ShowWindow(window->hwnd, SW_SHOW);
+    EXPECT_EQ(ImageOf(0), 1) << "none";
     MountRow(0);
+    EXPECT_EQ(ImageOf(0), 0);
+    EXPECT_EQ(ImageList_GetImageCount(ListView_GetImageList(List(), LVSIL_SMALL)), 3);
     Command(IDM_EXIT);
     ASSERT_NE(window->hwnd, nullptr);
     EXPECT_FALSE(IsWindowVisible(window->hwnd));
@@ -122,6 +133,12 @@ TEST_F(MainWindowTest, TakesDroppedVolumes) {
     ASSERT_EQ(CountRows(), 1);
     EXPECT_EQ(Cell(0, 0), volume);
     EXPECT_EQ(Cell(0, 2), L"None") << "there is no key file";
+    EXPECT_EQ(ImageOf(0), 2) << "a mark at what is missing";
+    CloseMainWindow();
+    OpenMainWindow();
+    ASSERT_EQ(CountRows(), 1) << "the list has been saved";
+    EXPECT_EQ(Cell(0, 3), volume.substr(0, volume.size() - 3) + L"key");
+    EXPECT_EQ(Cell(0, 4), L"Key file missing");
 }
 
 TEST_F(MainWindowTest, DeletesTheLongestNamesAndMissingFiles) {

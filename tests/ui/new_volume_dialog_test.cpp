@@ -5,6 +5,7 @@
 #include "tests/ui/ui_fixture.h"
 
 #include <filesystem>
+#include <oleacc.h>
 
 namespace quilla {
 namespace {
@@ -48,6 +49,33 @@ TEST_F(NewVolumeDialogTest, StartsWithTheDefaultsAndWantsThePasswordTwice) {
     EXPECT_EQ(RecordOf(0).Timeout, kDefaultTimeout);
 }
 
+/// What a screen reader calls a control.
+std::wstring SpokenName(HWND control) {
+    constexpr GUID kAccessible = {
+        0x618736e0, 0x3c3d, 0x11cf, {0x81, 0x0c, 0x00, 0xaa, 0x00, 0x38, 0x9b, 0x71}};
+    IAccessible* object = nullptr;
+    if (FAILED(
+            CreateStdAccessibleObject(control, OBJID_CLIENT, kAccessible, reinterpret_cast<void**>(&object))))
+        return L"";
+    VARIANT self{};
+    self.vt = VT_I4;
+    BSTR text = nullptr;
+    object->get_accName(self, &text);
+    object->Release();
+    const std::wstring name = text ? text : L"";
+    SysFreeString(text);
+    return name;
+}
+
+TEST_F(NewVolumeDialogTest, FieldsHaveNames) {
+    Command(IDM_NEW, {InDialog([&] {
+                EXPECT_EQ(SpokenName(Control(IDC_VOLUME)), L"Volume:");
+                EXPECT_EQ(SpokenName(Control(IDC_KEY)), L"Key:");
+                EXPECT_EQ(SpokenName(Control(IDC_REPEAT)), L"Confirm:");
+                Press(IDCANCEL);
+            })});
+}
+
 TEST_F(NewVolumeDialogTest, CompletesNamesWhenTheFocusLeaves) {
     Command(IDM_NEW, {InDialog([&] {
                 Type(IDC_VOLUME, L"vol1");
@@ -73,18 +101,28 @@ TEST_F(NewVolumeDialogTest, CreatesNoKeyFileWithoutACipher) {
         Type(IDC_VOLUME, name);
         MoveFocusTo(IDC_SIZE_VALUE);
         Type(IDC_SIZE_VALUE, L"2048");
-        Type(IDC_TIMEOUT, L"40000");
         SendMessageW(Control(IDC_CIPHER), WM_KEYDOWN, VK_HOME, 1);
     };
     Command(IDM_NEW, {InDialog(chooseNone), InDialog([] {
                           for (const int id : {IDC_PASSWORD, IDC_PASSWORD_LABEL, IDC_KEY, IDC_KEY_LABEL})
                               EXPECT_FALSE(IsWindowEnabled(Control(id))) << id;
+                          MessageBoxWatcher boxes;
+                          for (const int id : {IDC_SIZE_VALUE, IDC_TIMEOUT})
+                              for (const wchar_t* const number : {L"32768", L"", L"9999999"}) {
+                                  const std::wstring before = FieldTextOf(id);
+                                  Type(id, number);
+                                  Press(IDOK);
+                                  EXPECT_EQ(FieldTextOf(id), number) << "what was typed stays to be seen";
+                                  Type(id, before);
+                              }
+                          EXPECT_EQ(boxes.Take().size(), 6U);
+                          Type(IDC_TIMEOUT, L"32767");
                           Press(IDOK);
                       })});
     const VolumeRecord& record = RecordOf(0);
     EXPECT_EQ(record.Size, std::uint64_t{2} << 30);
     EXPECT_EQ(std::filesystem::file_size(record.Path), record.Size);
-    EXPECT_EQ(record.Timeout, 32767 * kTimeoutUnitsPerMinute) << "the most that fits, not the number before";
+    EXPECT_EQ(record.Timeout, 32767 * kTimeoutUnitsPerMinute);
     EXPECT_EQ(record.KeyPath[0], 0) << "the key field is not used";
     EXPECT_EQ(GetFileAttributesW((name + L".key").c_str()), INVALID_FILE_ATTRIBUTES);
 }

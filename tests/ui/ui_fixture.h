@@ -81,6 +81,9 @@ class Meanwhile {
     Meanwhile(const Meanwhile&) = delete;
     Meanwhile& operator=(const Meanwhile&) = delete;
 
+    /// Whether the action is still tried.
+    [[nodiscard]] static bool IsWaiting() { return action_ != nullptr; }
+
   private:
     static inline std::function<bool()> action_;
     UINT_PTR timer_ = 0;

@@ -179,6 +179,7 @@ TEST_F(VolumeDialogsTest, MountLeavesAVolumeMountedBehindItAsItIs) {
     std::uint32_t device = 0;
     Command(IDM_MOUNT, {InDialog([&] {
                 EXPECT_FALSE(IsWindowEnabled(Control(IDC_PASSWORD)));
+                EXPECT_NE(GetFocus(), Control(IDC_PASSWORD));
                 VolumeRecord request = RecordOf(kPlain);
                 channel.SendMountVolume(request);
                 device = request.DeviceHandle;
@@ -210,6 +211,13 @@ TEST_F(VolumeDialogsTest, PropertiesReachListAndKeyFile) {
                 Press(IDOK);
             })});
     EXPECT_FALSE(RecordOf(kEnciphered).IsMounted()) << "dismounted behind the dialog";
+    const std::wstring moved = folder.File(L"moved.key");
+    ASSERT_TRUE(MoveFileW(RecordOf(kEnciphered).KeyPath, moved.c_str()));
+    Command(IDM_PROPERTIES, {InDialog([&] {
+                Type(IDC_KEY, moved);
+                Press(IDOK);
+            })});
+    EXPECT_EQ(Cell(kEnciphered, 3), moved);
 }
 
 TEST_F(VolumeDialogsTest, StrengthComesGoesAndIsShown) {

@@ -127,8 +127,7 @@ void MainWindow::DismountDetached(const DriveRun& run) {
             return;
     }
     int row = RowOfDevice(list_, run.device);
-    const unsigned clients = isDone && row >= 0 ? DriverControl::CountClients(RecordAt(list_, row)) : 0;
-    if (clients > 0 && !ConfirmCutOff(clients))
+    if (isDone && row >= 0 && !ConfirmCutOff(RecordAt(list_, row)))
         return;
     row = RowOfDevice(list_, run.device); // still, after the questions
     if (row >= 0)

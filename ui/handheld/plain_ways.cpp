@@ -4,6 +4,7 @@
 #include "ui/dismount_occasions.h"
 #include "ui/gui_handles.h"
 #include "ui/menu_shortcuts.h"
+#include "ui/row_tip.h"
 #include "ui/strength_tip.h"
 #include "ui/strength_wait.h"
 
@@ -37,6 +38,15 @@ bool DismountOccasions::OnCommand(int /*id*/) {
 
 bool DismountOccasions::OnUpdateCommand(BCommandState& /*state*/) const {
     return false;
+}
+
+/// List views there show tips of their own.
+void RowTip::Create(HWND /*list*/) {}
+
+void RowTip::Follow(const MSG& /*message*/) {}
+
+LRESULT RowTip::OnNotify(NMHDR& header) {
+    return BWindow::OnNotify(header);
 }
 
 /// Where the option is not offered it needs no tip.
