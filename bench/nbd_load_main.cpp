@@ -20,10 +20,11 @@ namespace quilla {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: quilla-nbd-load URI read|write sequential|random SIZE DEPTH SECONDS\n"
+    "usage: quilla-nbd-load URI read|write sequential|random SIZE DEPTH SECONDS [THINK]\n"
     "  URI      nbd://127.0.0.1:PORT/EXPORT\n"
     "  SIZE     bytes per request\n"
     "  DEPTH    requests in flight\n"
+    "  THINK    microseconds of work between an answer and the next request\n"
     "Prints requests per second, MB per second, and the 10th, 50th and 90th percentile of the latency in\n"
     "microseconds.\n";
 
@@ -38,6 +39,7 @@ struct Load {
     std::uint32_t size = 0;
     std::uint32_t depth = 0;
     double seconds = 0;
+    std::chrono::microseconds think{};
 };
 
 struct Figures {
@@ -83,6 +85,8 @@ class LoadClient {
                     return false;
                 --inFlight;
             } while (inFlight > 0 && end_ - begin_ >= 16);
+            for (const auto answer = Clock::now(); Clock::now() - answer < load_.think;) {
+            }
         }
         figures.seconds = std::chrono::duration<double>(Clock::now() - start).count();
         return true;
@@ -199,7 +203,7 @@ bool ParseUri(std::string_view uri, Load& load) {
 
 int Run(int count, char** arguments) {
     Load load;
-    if (count != 7 || !ParseUri(arguments[1], load)) {
+    if (count < 7 || count > 8 || !ParseUri(arguments[1], load)) {
         std::fputs(kUsage, stderr);
         return EXIT_FAILURE;
     }
@@ -208,6 +212,8 @@ int Run(int count, char** arguments) {
     load.size = static_cast<std::uint32_t>(std::strtoul(arguments[4], nullptr, 10));
     load.depth = static_cast<std::uint32_t>(std::strtoul(arguments[5], nullptr, 10));
     load.seconds = std::strtod(arguments[6], nullptr);
+    if (count == 8)
+        load.think = std::chrono::microseconds(std::strtol(arguments[7], nullptr, 10));
     LoadClient client(load);
     Figures figures;
     if (!client.Open() || !client.Run(figures) || figures.latencies.empty()) {

@@ -54,11 +54,11 @@ def await_port(port, process):
 
 
 class Servers:
-    """Starts servers and ends what it started; `uris` has the address of each by its name."""
+    """Starts servers and ends what it started; `uris` has the address of each by its name, `serving` its process."""
 
     def __init__(self, folder, size):
         self.folder, self.size = pathlib.Path(folder), size
-        self.processes, self.uris = [], {}
+        self.processes, self.uris, self.serving = [], {}, {}
 
     def __enter__(self):
         return self
@@ -83,18 +83,20 @@ class Servers:
 
     def add_telling(self, name, arguments, **options):
         """A server that prints its address."""
-        self.uris[name] = self.start(arguments, stdout=subprocess.PIPE, text=True, **options).stdout.readline().strip()
+        self.serving[name] = self.start(arguments, stdout=subprocess.PIPE, text=True, **options)
+        self.uris[name] = self.serving[name].stdout.readline().strip()
         if not self.uris[name]:
             sys.exit(f"{name} does not start")
 
-    def add_own(self, name, cipher):
-        self.add_telling(name, [str(OWN_SERVER), self.data_file(), str(cipher), KEY])
+    def add_own(self, name, cipher, *more):
+        self.add_telling(name, [str(OWN_SERVER), self.data_file(), str(cipher), KEY, *more])
 
     def add_peer(self, name, arguments):
         port = free_port()
         process = self.start([argument.replace("PORT", str(port)) for argument in arguments],
                              stdout=subprocess.DEVNULL)
         if await_port(port, process):
+            self.serving[name] = process
             self.uris[name] = f"nbd://127.0.0.1:{port}/"
         else:
             print(f"NOT MEASURED, {name} does not start", file=sys.stderr)

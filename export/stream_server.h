@@ -23,6 +23,8 @@ struct ServerLimits {
     std::uint32_t handshakeMilliseconds = 10'000;
     /// Time that Stop gives clients to take the replies to what is in flight.
     std::uint32_t stopMilliseconds = 3'000;
+    /// Whether a receive looks for more before it waits (see Socket::LookBeforeWaiting).
+    bool looksBeforeWaiting = true;
 };
 
 /// How far a server is on its way to the end; it never goes back.

@@ -95,7 +95,7 @@ void Target::RunSession(Connection& connection, PduChannel& channel, const Login
         device.emplace(bytes, unit_, scratch, Phase());
     const std::unique_ptr<Session> session(
         new (std::nothrow) Session(channel, login.Terms(), context, device ? &*device : nullptr));
-    if (device)
+    if (device && Limits().looksBeforeWaiting)
         connection.Stream().LookBeforeWaiting();
     Visit visit{*this, connection};
     if (session)

@@ -56,7 +56,8 @@ void Server::ServeClient(Connection& connection, std::span<std::byte> received,
     if (!connection.Attach())
         return;
     stream.SetTimeout(0);
-    stream.LookBeforeWaiting();
+    if (Limits().looksBeforeWaiting)
+        stream.LookBeforeWaiting();
     ByteDevice device(Device(), ranges_);
     connection.saidGoodbye = Transmission(reader, replies, device, Phase(), isReadOnly_).Run();
     stream.FinishSending();
