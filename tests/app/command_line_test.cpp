@@ -42,6 +42,7 @@ TEST(CommandLineTest, TakesEveryFormApart) {
          "mount volume=\\My Card\\A.raw key=B.Key password=Geheim"},
         {"mount a.raw b.key 97531", "mount volume=a.raw key=b.key password=97531"},
         {"/volume a.raw dismount", "dismount volume=a.raw"},
+        {"/command dismount a.raw", "dismount volume=a.raw"},
         {"mount a.raw /password", "mount volume=a.raw password="},
         {"\"mount\"\"a b\"\"k\"", "mount volume=a b key=k"}, // no blank is needed after a quoted value
         {"mount a.raw \"\" b.key", "mount volume=a.raw"},    // an empty word ends the line

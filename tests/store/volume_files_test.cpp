@@ -87,9 +87,13 @@ TEST_F(VolumeFilesTest, DamagedAndBusyKeyFilesAreReported) {
     const Bytes whole = BuildKeyFile(6, 1, 0, Bytes(152));
     VolumeRecord record = Record();
     Bytes payload(152);
-    key_.Write(std::span(whole).first(63));
-    EXPECT_EQ(ReadKeyFileSummary(record), KeyFileState::Unreadable);
-    ExpectBoxes({{L"Unknown data format in file ", 0}});
+    Bytes other = whole;
+    other[0] = std::byte{1}; // no key file at all
+    for (const Bytes& file : {other, BuildKeyFile(11, 1, 0, Bytes(152)), Bytes(&whole[0], &whole[63])}) {
+        key_.Write(file);
+        EXPECT_EQ(ReadKeyFileSummary(record), KeyFileState::Unreadable);
+        ExpectBoxes({{L"Unknown data format in file ", 0}});
+    }
     SetLastError(ERROR_GEN_FAILURE); // of some call long ago: must not appear
     EXPECT_FALSE(ReadChunk(key_.Path(), kCastBlock, payload));
     ExpectBoxes({{L"Cannot read from file ", 0}});
