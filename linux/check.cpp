@@ -19,9 +19,9 @@ constexpr char kHelp[] =
 
 ExitCode Run(const Arguments& arguments) {
     Volume volume;
-    if (const ExitCode code = FindVolume(arguments.Operands()[0], volume); code != ExitCode::Done)
-        return code;
-    if (const ExitCode code = ReadKeyFile(arguments.Value("key"), false, volume); code != ExitCode::Done)
+    if (const ExitCode code =
+            FindVolumeAndKey(arguments.Operands()[0], arguments.Value("key"), false, volume);
+        code != ExitCode::Done)
         return code;
     Secret<KeyBlock> block;
     PasswordSource source(arguments.Value("password-file"));

@@ -7,6 +7,7 @@
 #include "platform/disk_codes.h"
 #include "platform/wipe.h"
 #include "volume/data_file.h"
+#include "volume/sha1.h"
 #include "volume/volume_key.h"
 
 #include <cerrno>
@@ -110,7 +111,7 @@ ExitCode MakePasswordKey(const Arguments& arguments, const Volume& volume, Passw
     const std::string prompt = "New password for " + ShownName(volume.path) + ": ";
     const ExitCode code = source.AskNew(prompt.c_str(), password);
     if (code == ExitCode::Done)
-        DerivePasswordKey(volume, password, key);
+        PasswordKey(key, password);
     return code;
 }
 

@@ -51,7 +51,7 @@ ExitCode FolderDrive::Mount(int ended) {
     inner_ = order_.kind == DriveKind::Raw ? order_.folder : DrivePath(order_.volume.id);
     if (order_.kind != DriveKind::Raw)
         mkdir(inner_.c_str(), 0700);
-    fuse_ = MountFuse(inner_, order_.volume.isReadOnly, false);
+    fuse_ = MountFuse(inner_, order_.volume.isReadOnly);
     if (!fuse_.IsOpen())
         return ExitCode::SystemLacks;
     isInnerMounted_ = true;

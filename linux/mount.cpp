@@ -86,9 +86,8 @@ ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
     if (arguments.Has("raw") && arguments.Has("nbd"))
         return Fail(ExitCode::Usage, "--raw and --nbd exclude each other");
     order.isForeground = arguments.Has("foreground");
-    ExitCode code = FindVolume(arguments.Operands()[0], volume);
-    if (code == ExitCode::Done)
-        code = ReadKeyFile(arguments.Value("key"), arguments.Has("plain"), volume);
+    ExitCode code =
+        FindVolumeAndKey(arguments.Operands()[0], arguments.Value("key"), arguments.Has("plain"), volume);
     if (code == ExitCode::Done)
         code = CheckSystem(order.kind);
     if (code == ExitCode::Done)

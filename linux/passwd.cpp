@@ -4,6 +4,7 @@
 #include "linux/volume.h"
 #include "platform/clock.h"
 #include "platform/wipe.h"
+#include "volume/sha1.h"
 #include "volume/volume_key.h"
 
 #include <cstdio>
@@ -55,9 +56,9 @@ void TellChange(const Volume& volume, const std::optional<Argon2Cost>& cost, std
 
 ExitCode Run(const Arguments& arguments) {
     Volume volume;
-    if (const ExitCode code = FindVolume(arguments.Operands()[0], volume); code != ExitCode::Done)
-        return code;
-    if (const ExitCode code = ReadKeyFile(arguments.Value("key"), false, volume); code != ExitCode::Done)
+    if (const ExitCode code =
+            FindVolumeAndKey(arguments.Operands()[0], arguments.Value("key"), false, volume);
+        code != ExitCode::Done)
         return code;
     if (volume.settings.Cipher == CipherId::None)
         return Fail(ExitCode::BadFile, "%s has no cipher and so no password", volume.path.c_str());
@@ -75,7 +76,7 @@ ExitCode Run(const Arguments& arguments) {
     if (const ExitCode code = source.AskNew("New password: ", password); code != ExitCode::Done)
         return code;
     Secret<PasswordDigest> key;
-    DerivePasswordKey(volume, password, *key);
+    PasswordKey(*key, password);
     const std::uint64_t begin = MonotonicMilliseconds();
     const ExitCode code = ReportKeyFile(
         StoreSealedKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, *block, cost ? &*cost : nullptr),

@@ -138,8 +138,9 @@ ExitCode ReadKeyFile(const char* keyPath, bool isPlain, Volume& volume) {
     return ReportKeyFile(LoadSummary(volume.keyPath.c_str(), volume.settings), volume.keyPath);
 }
 
-void DerivePasswordKey(const Volume& /*volume*/, TextView password, PasswordDigest& key) {
-    PasswordKey(key, password);
+ExitCode FindVolumeAndKey(const char* path, const char* keyPath, bool isPlain, Volume& volume) {
+    const ExitCode code = FindVolume(path, volume);
+    return code == ExitCode::Done ? ReadKeyFile(keyPath, isPlain, volume) : code;
 }
 
 ExitCode UnlockVolume(const Volume& volume, PasswordSource& source, KeyBlock& block,
@@ -151,7 +152,7 @@ ExitCode UnlockVolume(const Volume& volume, PasswordSource& source, KeyBlock& bl
     if (const ExitCode code = source.Ask(prompt.c_str(), password); code != ExitCode::Done)
         return code;
     Secret<PasswordDigest> key;
-    DerivePasswordKey(volume, password, *key);
+    PasswordKey(*key, password);
     bool isRight = false;
     const KeyFileStatus status =
         LoadVolumeKey(volume.keyPath.c_str(), volume.settings.Cipher, *key, block, isRight, strength);

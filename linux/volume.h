@@ -43,11 +43,11 @@ ExitCode FailWithoutKeyFile(const Volume& volume);
 /// none.
 [[nodiscard]] ExitCode ReadKeyFile(const char* keyPath, bool isPlain, Volume& volume);
 
+/// Both, one after the other.
+[[nodiscard]] ExitCode FindVolumeAndKey(const char* path, const char* keyPath, bool isPlain, Volume& volume);
+
 /// Tells what is wrong with a key file; Done for none.
 [[nodiscard]] ExitCode ReportKeyFile(KeyFileStatus status, const std::string& keyPath);
-
-/// The way from a password to its key, the only one of this command; wipes nothing of the password.
-void DerivePasswordKey(const Volume& volume, TextView password, PasswordDigest& key);
 
 /// Asks for the password and opens the key block; a volume without a cipher leaves the key zero.
 /// The strength that the key file has, if any, is handed out for a change of the password.
