@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace quilla {
 
@@ -34,8 +35,14 @@ class File {
   public:
     File() = default;
     ~File() { Close(); }
-    File(File&& other) noexcept : handle_(other.handle_) { other.handle_ = kNone; }
-    File& operator=(File&& other) noexcept;
+    File(File&& other) noexcept : handle_(std::exchange(other.handle_, kNone)) {}
+    File& operator=(File&& other) noexcept {
+        if (this != &other) {
+            Close();
+            handle_ = std::exchange(other.handle_, kNone);
+        }
+        return *this;
+    }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 

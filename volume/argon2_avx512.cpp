@@ -11,19 +11,19 @@ namespace {
 struct Avx512 {
     using Vector = std::uint64_t __attribute__((vector_size(64)));
 
-    QUILLA_ARGON2_INLINE static Vector MultiplyLow(Vector x, Vector y) {
+    QUILLA_INLINE static Vector MultiplyLow(Vector x, Vector y) {
         return reinterpret_cast<Vector>(
             _mm512_mul_epu32(reinterpret_cast<__m512i>(x), reinterpret_cast<__m512i>(y)));
     }
     template <int bits>
-    QUILLA_ARGON2_INLINE static Vector RotateRight(Vector x) {
+    QUILLA_INLINE static Vector RotateRight(Vector x) {
         return reinterpret_cast<Vector>(_mm512_ror_epi64(reinterpret_cast<__m512i>(x), bits));
     }
-    QUILLA_ARGON2_INLINE static Vector Join(Vector x, Vector y) {
+    QUILLA_INLINE static Vector Join(Vector x, Vector y) {
         return reinterpret_cast<Vector>(
             _mm512_shuffle_pd(reinterpret_cast<__m512d>(x), reinterpret_cast<__m512d>(y), 0b01010101));
     }
-    QUILLA_ARGON2_INLINE static void RowsToPieces(Vector (&v)[8]) {
+    QUILLA_INLINE static void RowsToPieces(Vector (&v)[8]) {
         Vector left[4] = {v[0], v[2], v[4], v[6]};
         Vector right[4] = {v[1], v[3], v[5], v[7]};
         Transpose(left);
@@ -33,7 +33,7 @@ struct Avx512 {
             v[i + 4] = right[i];
         }
     }
-    QUILLA_ARGON2_INLINE static void PiecesToRows(Vector (&v)[8]) {
+    QUILLA_INLINE static void PiecesToRows(Vector (&v)[8]) {
         Vector left[4] = {v[0], v[1], v[2], v[3]};
         Vector right[4] = {v[4], v[5], v[6], v[7]};
         Transpose(left);
@@ -46,12 +46,12 @@ struct Avx512 {
 
   private:
     template <int which>
-    QUILLA_ARGON2_INLINE static Vector Select(Vector x, Vector y) {
+    QUILLA_INLINE static Vector Select(Vector x, Vector y) {
         return reinterpret_cast<Vector>(
             _mm512_shuffle_i64x2(reinterpret_cast<__m512i>(x), reinterpret_cast<__m512i>(y), which));
     }
     /// Turns a square of four by four pieces.
-    QUILLA_ARGON2_INLINE static void Transpose(Vector (&v)[4]) {
+    QUILLA_INLINE static void Transpose(Vector (&v)[4]) {
         constexpr int kFirstTwo = 0x44, kLastTwo = 0xEE, kEven = 0x88, kOdd = 0xDD;
         const Vector a = Select<kFirstTwo>(v[0], v[1]), b = Select<kFirstTwo>(v[2], v[3]);
         const Vector c = Select<kLastTwo>(v[0], v[1]), d = Select<kLastTwo>(v[2], v[3]);

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "platform/processor.h"
 #include "volume/argon2_block.h"
 
 #include <cstdint>
 
 // Argon2's compression function over vectors of any width (RFC 9106, sections 3.5 and 3.6). A vector holds
 // one piece, that is two neighbouring words, of each of 1, 2 or 4 rows or columns, which are worked on at
-// once. Everything is inlined: a file compiled for one kind of processor must leave no function of this
-// header behind, since the linker keeps one copy of all and could keep the one that not every processor runs.
+// once. Everything is inlined, see QUILLA_INLINE.
 //
 // Lanes names a processor's operations:
 //   Vector                     with the operators +, ^ and [] of the compiler's vectors
@@ -16,19 +16,18 @@
 //   Join(x, y)                 of each piece of x the second word, then the first word of y's
 //   RowsToPieces(v)            eight vectors of rows as they lie in memory into eight pieces of each row
 //   PiecesToRows(v)            back again
-#define QUILLA_ARGON2_INLINE [[gnu::always_inline]] inline
 
 namespace quilla {
 
 template <typename Lanes, typename Vector>
-QUILLA_ARGON2_INLINE Vector MultiplyAdd(Vector x, Vector y) {
+QUILLA_INLINE Vector MultiplyAdd(Vector x, Vector y) {
     const Vector product = Lanes::MultiplyLow(x, y);
     return x + y + product + product;
 }
 
 /// GB for two quads of words at once, whose steps the processor can do side by side.
 template <typename Lanes, typename Vector>
-QUILLA_ARGON2_INLINE void MixQuads(Vector (&a)[2], Vector (&b)[2], Vector (&c)[2], Vector (&d)[2]) {
+QUILLA_INLINE void MixQuads(Vector (&a)[2], Vector (&b)[2], Vector (&c)[2], Vector (&d)[2]) {
     for (int i = 0; i < 2; ++i) {
         a[i] = MultiplyAdd<Lanes>(a[i], b[i]);
         d[i] = Lanes::template RotateRight<32>(d[i] ^ a[i]);
@@ -43,7 +42,7 @@ QUILLA_ARGON2_INLINE void MixQuads(Vector (&a)[2], Vector (&b)[2], Vector (&c)[2
 
 /// P on eight pieces: the columns, then the diagonals of a square of 4 by 4 words.
 template <typename Lanes, typename Vector>
-QUILLA_ARGON2_INLINE void Permute(Vector (&v)[8]) {
+QUILLA_INLINE void Permute(Vector (&v)[8]) {
     Vector a[2] = {v[0], v[1]}, b[2] = {v[2], v[3]}, c[2] = {v[4], v[5]}, d[2] = {v[6], v[7]};
     MixQuads<Lanes>(a, b, c, d);
     Vector turnedB[2] = {Lanes::Join(b[0], b[1]), Lanes::Join(b[1], b[0])};
@@ -62,8 +61,8 @@ QUILLA_ARGON2_INLINE void Permute(Vector (&v)[8]) {
 
 /// G: the rows, then the columns.
 template <typename Lanes>
-QUILLA_ARGON2_INLINE void FillBlock(Argon2Block& next, const Argon2Block& previous,
-                                    const Argon2Block& reference, bool addToNext) {
+QUILLA_INLINE void FillBlock(Argon2Block& next, const Argon2Block& previous, const Argon2Block& reference,
+                             bool addToNext) {
     using Vector = typename Lanes::Vector;
     constexpr int kVectors = sizeof(Argon2Block) / sizeof(Vector);
     constexpr int kRow = kVectors / 8; // vectors in a row of the block

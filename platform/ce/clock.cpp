@@ -5,15 +5,6 @@
 
 namespace quilla {
 
-std::uint64_t LocalFileTime() {
-    SYSTEMTIME now{};
-    FILETIME moment{};
-    GetLocalTime(&now);
-    if (!SystemTimeToFileTime(&now, &moment))
-        return 0;
-    return static_cast<std::uint64_t>(moment.dwHighDateTime) << 32 | moment.dwLowDateTime;
-}
-
 /// The system's counter has 32 bits. Its half turns are counted here, which is right as long as somebody asks
 /// once in 24 days.
 std::uint64_t MonotonicMilliseconds() {

@@ -67,14 +67,6 @@ bool DescribeFile(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& description) 
 
 } // namespace
 
-File& File::operator=(File&& other) noexcept {
-    if (this != &other) {
-        Close();
-        handle_ = std::exchange(other.handle_, kNone);
-    }
-    return *this;
-}
-
 File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
     File file;
     std::unique_ptr<OpenFile> open(new (std::nothrow) OpenFile);

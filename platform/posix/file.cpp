@@ -67,14 +67,6 @@ void CopyFolder(const char* path, std::span<char> folder) {
 
 } // namespace
 
-File& File::operator=(File&& other) noexcept {
-    if (this != &other) {
-        Close();
-        handle_ = std::exchange(other.handle_, kNone);
-    }
-    return *this;
-}
-
 File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
     File file;
     const int flags = OpenFlags(access, creation) | DeviceFlags(path, access, sharing);

@@ -68,14 +68,6 @@ bool LockForHost(HANDLE file) {
 
 } // namespace
 
-File& File::operator=(File&& other) noexcept {
-    if (this != &other) {
-        Close();
-        handle_ = std::exchange(other.handle_, kNone);
-    }
-    return *this;
-}
-
 File File::Open(const PathUnit* path, FileAccess access, FileSharing sharing, FileCreation creation) {
     File file;
     file.handle_ = CreateFileW(path, AccessRights(access), sharing == FileSharing::Read ? FILE_SHARE_READ : 0,
