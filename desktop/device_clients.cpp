@@ -14,7 +14,7 @@ bool CopyDeviceAddress(std::wstring_view device, std::span<wchar_t> text) {
     return GetDeviceManager().CopyUri(device, text);
 }
 
-bool FindDeviceFile(std::wstring_view device, std::wstring_view extension, PathText& path) {
+bool CopyDeviceFilePath(std::wstring_view device, std::wstring_view extension, PathText& path) {
     wchar_t name[16];
     return FormatText(name, L"%.*ls.%.*ls", static_cast<int>(device.find(L':')), device.data(),
                       static_cast<int>(extension.size()), extension.data()) &&

@@ -18,7 +18,7 @@ StopReport StopDeviceExport(std::wstring_view device);
 
 /// Full path of the file "SECn.extension" that goes with device "SECn:" (see DeviceExport); false if there is
 /// no such place.
-[[nodiscard]] bool FindDeviceFile(std::wstring_view device, std::wstring_view extension, PathText& path);
+[[nodiscard]] bool CopyDeviceFilePath(std::wstring_view device, std::wstring_view extension, PathText& path);
 
 [[nodiscard]] unsigned CountDeviceClients(std::wstring_view device);
 

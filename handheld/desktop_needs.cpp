@@ -18,6 +18,10 @@ bool CopyDeviceAddress(std::wstring_view /*device*/, std::span<wchar_t> /*text*/
     return false;
 }
 
+bool CopyDeviceFilePath(std::wstring_view /*device*/, std::wstring_view /*extension*/, PathText& /*path*/) {
+    return false;
+}
+
 unsigned CountDeviceClients(std::wstring_view /*device*/) {
     return 0;
 }

@@ -108,6 +108,10 @@ bool DriverControl::CopyAddress(const VolumeRecord& record, std::span<wchar_t, k
     return record.IsMounted() && CopyDeviceAddress(record.DeviceName, text);
 }
 
+bool DriverControl::FindDeviceFile(const VolumeRecord& record, std::wstring_view extension, PathText& path) {
+    return CopyDeviceFilePath(record.DeviceName, extension, path);
+}
+
 unsigned DriverControl::CountClients(const VolumeRecord& record) {
     return record.IsMounted() ? CountDeviceClients(record.DeviceName) : 0;
 }

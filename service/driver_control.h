@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 namespace quilla {
 
@@ -42,6 +43,11 @@ class DriverControl {
     /// Copies the address at which block device clients reach a mounted volume (an NBD URI). False if it is
     /// not mounted, or if the system shows its block devices by itself.
     [[nodiscard]] static bool CopyAddress(const VolumeRecord& record, std::span<wchar_t, kAddressUnits> text);
+
+    /// Full path of a file that goes with a mounted volume's device, "SECn." and an extension (see
+    /// DeviceExport); false if there is no such place.
+    [[nodiscard]] static bool FindDeviceFile(const VolumeRecord& record, std::wstring_view extension,
+                                             PathText& path);
 
     /// Clients attached to a mounted volume at present.
     [[nodiscard]] static unsigned CountClients(const VolumeRecord& record);

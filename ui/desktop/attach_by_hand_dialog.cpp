@@ -1,9 +1,9 @@
 #include "ui/desktop/attach_by_hand_dialog.h"
 
-#include "desktop/device_clients.h"
 #include "platform/win32/format_text.h"
 #include "platform/win32/handle.h"
 #include "platform/wipe.h"
+#include "service/driver_control.h"
 #include "ui/clipboard.h"
 #include "ui/dialog_support.h"
 #include "ui/resource.h"
@@ -21,7 +21,7 @@ using KeyText = std::array<char, 512>;
 
 bool ReadKeys(const VolumeRecord& record, KeyText& text) {
     PathText path;
-    if (!FindDeviceFile(record.DeviceName, L"iscsi", path))
+    if (!DriverControl::FindDeviceFile(record, L"iscsi", path))
         return false;
     const UniqueFile file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));

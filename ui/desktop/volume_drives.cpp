@@ -1,9 +1,9 @@
 #include "ui/volume_drives.h"
 
-#include "desktop/device_clients.h"
 #include "desktop/private_file.h"
 #include "platform/win32/format_text.h"
 #include "platform/win32/program_folder.h"
+#include "service/driver_control.h"
 #include "ui/window_settings.h"
 
 #include <algorithm>
@@ -41,7 +41,7 @@ bool FindShell(PathText& shell, PathText& modules) {
 
 /// Makes the file for the answer and opens it.
 UniqueFile OpenAnswer(const VolumeRecord& record, PathText& path) {
-    if (!FindDeviceFile(record.DeviceName, L"drive", path) ||
+    if (!DriverControl::FindDeviceFile(record, L"drive", path) ||
         !WritePrivateFile(std::wcsrchr(path, L'\\') + 1, {}))
         return {};
     return UniqueFile(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -53,7 +53,7 @@ bool Prepare(DriveRun& run, const VolumeRecord& record) {
     PathText script;
     PathText keys;
     PathText answer;
-    if (!FindShell(run.shell, modules) || !FindDeviceFile(record.DeviceName, L"iscsi", keys) ||
+    if (!FindShell(run.shell, modules) || !DriverControl::FindDeviceFile(record, L"iscsi", keys) ||
         !PathBesideProgram(kScripts[static_cast<int>(run.step)], script))
         return false;
     run.answer = OpenAnswer(record, answer);
