@@ -1,10 +1,10 @@
 """A small iSCSI initiator in plain Python: a session on unit 0 that reads and writes."""
 
 import hashlib
-import socket
 import struct
 
 import quilla
+from stream import Stream
 
 COMMAND, LOGIN, DATA_IN, RESPONSE = 0x01, 0x43, 0x25, 0x21
 IMMEDIATE_TRANSIT, FINAL_READ, FINAL_WRITE = 0x80, 0xC0, 0xA0
@@ -13,14 +13,13 @@ READ_10, WRITE_10 = 0x28, 0x2A
 SECTOR = 512
 
 
-class Client:
+class Client(Stream):
     """A session, told apart from others of the machine by its number. The address is that of a file SECn.iscsi."""
 
     def __init__(self, address, number=0):
         keys = dict(line.split("=", 1) for line in address.split())
         self.session = struct.pack(">BBHH", 0x80, 0, 0, number)
-        self.connection = socket.create_connection((keys["address"], int(keys["port"])), quilla.LIMIT)
-        self.input = self.connection.makefile("rb")
+        super().__init__(keys["address"], int(keys["port"]))
         self.command, self.tag = 1, 0
         self.login(0x01, {"InitiatorName": "iqn.2026-11.local.test:desk", "TargetName": keys["target"],
                           "SessionType": "Normal", "AuthMethod": "CHAP", "CHAP_A": "5"})
@@ -30,33 +29,17 @@ class Client:
         self.login(0x87, {"InitialR2T": "No", "ImmediateData": "Yes", "FirstBurstLength": 262144,
                           "MaxRecvDataSegmentLength": 262144})
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *error):
-        self.close()
-
-    def close(self):
-        self.input.close()
-        self.connection.close()
-
-    def take(self, length):
-        data = self.input.read(length)
-        if len(data) < length:
-            raise quilla.Failure("the target has closed the connection")
-        return data
-
-    def receive(self):
+    def receive_unit(self):
         """The next unit: its header and its data."""
-        header = self.take(48)
+        header = self.receive(48)
         length = int.from_bytes(header[5:8], "big")
-        return header, self.take((length + 3) // 4 * 4)[:length]
+        return header, self.receive((length + 3) // 4 * 4)[:length]
 
     def login(self, flags, keys):
         text = "".join(f"{key}={value}\0" for key, value in keys.items()).encode()
         self.connection.sendall(struct.pack(">BBHI6sHIIII16x", LOGIN, flags, 0, len(text), self.session, 0, 0, 0, 1, 0)
                                 + text + bytes(-len(text) % 4))
-        header, answer = self.receive()
+        header, answer = self.receive_unit()
         if header[36:38] != bytes(2):
             raise quilla.Failure(f"login refused with {header[36:38].hex()}")
         self.answer = dict(pair.split("=", 1) for pair in answer.decode().split("\0") if pair)
@@ -72,7 +55,7 @@ class Client:
         """Takes the reply to the oldest command that has none; the target keeps their order."""
         data = b""
         while True:
-            header, piece = self.receive()
+            header, piece = self.receive_unit()
             if header[0] == DATA_IN:
                 data += piece
             if header[0] == RESPONSE or (header[0] == DATA_IN and header[1] & HAS_STATUS):

@@ -1,10 +1,10 @@
 """A small NBD client in plain Python."""
 
-import socket
 import struct
 import urllib.parse
 
 import quilla
+from stream import Stream
 
 OPTION_MAGIC = 0x49484156454F5054
 REQUEST_MAGIC = 0x25609513
@@ -14,33 +14,16 @@ OPT_EXPORT_NAME = 1
 CMD_READ, CMD_WRITE, CMD_FLUSH = 0, 1, 3
 
 
-class Client:
+class Client(Stream):
     """A connection in its transmission phase."""
 
     def __init__(self, uri):
         address = urllib.parse.urlsplit(uri)
         name = address.path[1:].encode()
-        self.connection = socket.create_connection((address.hostname, address.port), quilla.LIMIT)
-        self.input = self.connection.makefile("rb")
+        super().__init__(address.hostname, address.port)
         self.receive(18)  # the greeting
         self.connection.sendall(struct.pack(">IQII", NO_ZEROES, OPTION_MAGIC, OPT_EXPORT_NAME, len(name)) + name)
         self.size, _ = struct.unpack(">QH", self.receive(10))
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *error):
-        self.close()
-
-    def close(self):
-        self.input.close()
-        self.connection.close()
-
-    def receive(self, length):
-        data = self.input.read(length)
-        if len(data) < length:
-            raise quilla.Failure("the server has closed the connection")
-        return data
 
     def send(self, command, offset=0, length=0, payload=b""):
         self.connection.sendall(struct.pack(">IHHQQI", REQUEST_MAGIC, 0, command, 0, offset, length) + payload)
