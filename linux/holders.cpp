@@ -1,3 +1,5 @@
+// Finds the processes that keep a mounted volume busy, in /proc.
+
 #include "linux/holders.h"
 
 #include <algorithm>

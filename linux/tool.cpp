@@ -1,3 +1,5 @@
+// Programs of the system that the command has run for it, such as mount and mkfs.
+
 #include "linux/tool.h"
 
 #include "linux/descriptor.h"

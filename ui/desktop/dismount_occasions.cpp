@@ -1,3 +1,5 @@
+// Dismounts all volumes when the session ends, the screen is locked or the machine is suspended.
+
 #include "ui/dismount_occasions.h"
 
 #include "ui/resource.h"
