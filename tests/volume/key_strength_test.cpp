@@ -17,6 +17,8 @@
 #include <sddl.h>
 #else
 #include "tests/support/file_size_limit.h"
+
+#include <sys/xattr.h>
 #endif
 
 namespace quilla {
@@ -234,12 +236,25 @@ void Protect(const ScratchFile& file) {
     EXPECT_TRUE(SetFileAttributesW(file.Path(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_ARCHIVE));
 }
 #else
-std::wstring DescribeProtection(const ScratchFile& file) {
-    return std::to_wstring(static_cast<unsigned>(std::filesystem::status(file.Location()).permissions()));
+/// Permissions, the access list behind them and an attribute of the user's.
+std::string DescribeProtection(const ScratchFile& file) {
+    std::string all = std::to_string(static_cast<unsigned>(status(file.Location()).permissions()));
+    for (const char* const name : {"system.posix_acl_access", "user.note"}) {
+        std::byte value[256];
+        const ssize_t size = getxattr(file.Path(), name, value, sizeof(value));
+        all += size < 0 ? " none" : " " + test::ToHex(std::span(value).first(static_cast<std::size_t>(size)));
+    }
+    return all;
 }
 
+/// Lets one other user read the file besides its group.
 void Protect(const ScratchFile& file) {
     std::filesystem::permissions(file.Location(), std::filesystem::perms(0640));
+    const std::uint32_t list[] = {2,          0x00060001, 0xFFFFFFFF, 0x00040002, 12345,     0x00040004,
+                                  0xFFFFFFFF, 0x00040010, 0xFFFFFFFF, 0x00000020, 0xFFFFFFFF};
+    if (setxattr(file.Path(), "system.posix_acl_access", list, sizeof(list), 0) != 0 ||
+        setxattr(file.Path(), "user.note", "mine", 4, 0) != 0)
+        std::fputs("no extended attributes here\n", stderr);
 }
 
 TEST(KeyStrengthChunk, APieceThatAFullDiskTakesIsNoSuccess) {
@@ -277,9 +292,9 @@ TEST(KeyStrengthChunk, AppendedFileEqualsOneWrittenAtOnceAndReplacementsKeepPerm
     const Bytes one = once.Read(), other = later.Read();
     ASSERT_EQ(one.size(), kStrongKeyFileSize);
     EXPECT_TRUE(std::equal(one.begin() + 224, one.end(), other.begin() + 224, other.end()));
-    const std::wstring usual = DescribeProtection(once);
+    const auto usual = DescribeProtection(once);
     Protect(once);
-    const std::wstring expected = DescribeProtection(once);
+    const auto expected = DescribeProtection(once);
     EXPECT_NE(expected, usual);
     ASSERT_EQ(ChangeKeyBlock(once.Path(), CipherId::Twofish, KeyBlock{}, nullptr), KeyFileStatus::Done);
     EXPECT_EQ(DescribeProtection(once), expected);
