@@ -39,12 +39,13 @@ handheld: packages
 	@tools/configure handheld
 	@cmake --build --preset handheld -j $(JOBS)
 
-# The native command killed in the middle of two hundred changes of a password.
-test-kills:
+# The native command, and the program under Wine, killed in the middle of two hundred changes of a password each.
+test-kills: windows
 	@tools/configure bench
 	@cmake --build --preset bench -j $(JOBS) --target quilla
 	@cd tests/linux && QUILLA=$(CURDIR)/build/bench/bin/quilla QUILLA_KILLS=200 python3 files_test.py \
 		Files.test_one_password_opens_whenever_the_command_is_killed
+	@QUILLA_KILLS=200 python3 tests/endtoend/passwords_test.py
 
 # The very image of the driver, run by a loader of the tests under Linux.
 test-handheld: handheld

@@ -6,6 +6,7 @@
 //   box MS                  waits for any message box and presses its first button: caption, text
 //   window                  the serving window: process, whether visible
 //   send MESSAGE W CLASS    sends a message to the serving window, or to its child of a class
+//   change OLD NEW STRONG   begins a change of the selected volume's password by its dialog; STRONG is 0 or 1
 //   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
 #include "platform/win32/handle.h"
@@ -20,6 +21,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 #include <windows.h>
 
@@ -72,6 +74,34 @@ Words Send(const Words& words) {
     return {"sent"};
 }
 
+/// Watches for a window, for a number of milliseconds at the most.
+HWND AwaitWindow(unsigned long limit, HWND (*find)()) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit);
+    HWND window = nullptr;
+    while ((window = find()) == nullptr && std::chrono::steady_clock::now() < end)
+        Sleep(10);
+    return window;
+}
+
+/// A dialog's answer comes when it has ended, so its opening and its OK are posted.
+Words Change(const Words& words) {
+    constexpr WPARAM kChangePassword = 1008;
+    constexpr int kOld = 11, kNew = 13, kConfirm = 15, kStrength = 119;
+    PostMessageW(ServingWindow(), WM_COMMAND, kChangePassword, 0);
+    const HWND dialog = AwaitWindow(60'000, [] {
+        const HWND found = FindWindowW(L"#32770", L"Change Password");
+        return IsWindowVisible(found) ? found : nullptr; // set up
+    });
+    if (!dialog)
+        return {};
+    for (const auto& [id, text] :
+         {std::pair(kOld, words.at(1)), {kNew, words.at(2)}, {kConfirm, words.at(2)}})
+        SendMessageA(GetDlgItem(dialog, id), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text.c_str()));
+    SendMessageW(GetDlgItem(dialog, kStrength), BM_SETCHECK, std::stoul(words.at(3)), 0);
+    PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    return {"begun"};
+}
+
 /// Takes the mutex of the senders. The program never releases it, only closes it, so whoever keeps it open
 /// while it waits may wait for as long as the owner's thread lives.
 UniqueMutex TakeMutex() {
@@ -101,13 +131,9 @@ Words Exchange(const Words& words) {
 }
 
 Words Box(const Words& words) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::stoul(words.at(1)));
-    HWND box = nullptr;
-    while ((box = FindMessageBox()) == nullptr) {
-        if (std::chrono::steady_clock::now() >= end)
-            return {};
-        Sleep(10);
-    }
+    const HWND box = AwaitWindow(std::stoul(words.at(1)), [] { return FindMessageBox(); });
+    if (!box)
+        return {};
     const Words seen = {Utf8(TextOf(box)), Utf8(TextOf(GetDlgItem(box, kMessageTextId)))};
     const HWND button = FindWindowExW(box, nullptr, L"Button", nullptr);
     PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(GetDlgCtrlID(button)),
@@ -127,7 +153,8 @@ Words Focus(const Words&) {
 }
 
 const std::map<std::string, Words (*)(const Words&)> kAnswers = {
-    {"exchange", Exchange}, {"box", Box}, {"window", Window}, {"send", Send}, {"focus", Focus},
+    {"exchange", Exchange}, {"box", Box},     {"window", Window},
+    {"send", Send},         {"focus", Focus}, {"change", Change},
 };
 
 } // namespace
