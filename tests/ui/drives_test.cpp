@@ -139,6 +139,13 @@ TEST_F(DrivesTest, TellsHowToAttachByHandWhereTheSystemCannot) {
     EXPECT_EQ(Cell(0, 4), L"Mounted as SEC0:, being attached");
     AwaitState(L"Mounted as SEC0:");
     EXPECT_TRUE(application.PlayedToTheEnd());
+    fs::remove_all(shellFolder / "Modules");
+    EXPECT_FALSE(VolumeDrives::CanAttach());
+    std::ofstream(shellFolder / "wnbd-client.exe") << "a driver's client";
+    const std::wstring searched = _wgetenv(L"PATH");
+    SetEnvironmentVariableW(L"PATH", (searched + L";" + shellFolder.wstring()).c_str());
+    EXPECT_TRUE(VolumeDrives::CanAttach());
+    SetEnvironmentVariableW(L"PATH", searched.c_str());
 }
 
 } // namespace
