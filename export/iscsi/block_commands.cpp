@@ -5,7 +5,6 @@
 #include "platform/disk_codes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace quilla::iscsi {
@@ -117,9 +116,8 @@ Sense DeviceServer::Take(const Plan& plan, std::uint32_t at, std::span<std::byte
     case Plan::Transfer::Write:
         return device_.Write(plan.offset + at, piece) ? kNoSense : kWriteError;
     case Plan::Transfer::Compare:
-        return CompareMedium(plan.offset + at, piece);
     case Plan::Transfer::WriteThenCompare:
-        return WriteThenCompare(plan.offset + at, piece);
+        return CompareMedium(plan.offset + at, piece, plan.transfer == Plan::Transfer::WriteThenCompare);
     default:
         std::ranges::copy(piece, whole.begin() + at);
         return kNoSense;
@@ -158,25 +156,13 @@ Sense DeviceServer::VerifyMedium(std::uint64_t offset, std::uint64_t length) {
     return kNoSense;
 }
 
-Sense DeviceServer::CompareMedium(std::uint64_t offset, std::span<const std::byte> piece) {
-    while (!piece.empty()) {
-        const std::span<std::byte> stored = scratch_.first(std::min(piece.size(), scratch_.size()));
-        if (!device_.Read(offset, stored))
-            return kReadError;
-        if (std::memcmp(stored.data(), piece.data(), stored.size()) != 0)
-            return kMiscompare;
-        offset += stored.size();
-        piece = piece.subspan(stored.size());
-    }
-    return kNoSense;
-}
-
-Sense DeviceServer::WriteThenCompare(std::uint64_t offset, std::span<std::byte> piece) {
+/// Compares data with the medium, after it has been written there if that is wanted.
+Sense DeviceServer::CompareMedium(std::uint64_t offset, std::span<std::byte> piece, bool writes) {
     while (!piece.empty()) {
         const std::span<std::byte> part = piece.first(std::min(piece.size(), scratch_.size()));
         const std::span<std::byte> copy = scratch_.first(part.size());
         std::ranges::copy(part, copy.begin());
-        if (!device_.Write(offset, part)) // destroys it
+        if (writes && !device_.Write(offset, part)) // destroys it
             return kWriteError;
         if (!device_.Read(offset, part))
             return kReadError;

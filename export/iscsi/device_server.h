@@ -95,8 +95,7 @@ class DeviceServer {
     Sense SynchronizeCache(CommandBlock block, Plan& plan);
 
     [[nodiscard]] Sense VerifyMedium(std::uint64_t offset, std::uint64_t length);
-    [[nodiscard]] Sense CompareMedium(std::uint64_t offset, std::span<const std::byte> piece);
-    [[nodiscard]] Sense WriteThenCompare(std::uint64_t offset, std::span<std::byte> piece);
+    [[nodiscard]] Sense CompareMedium(std::uint64_t offset, std::span<std::byte> piece, bool writes);
     [[nodiscard]] Sense Repeat(const Plan& plan, const CommandData& block);
     [[nodiscard]] Sense FlushMedium() { return device_.Flush() ? kNoSense : kWriteError; }
     [[nodiscard]] bool IsAborting() const { return phase_.load() == ServerPhase::Aborting; }

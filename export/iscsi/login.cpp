@@ -10,6 +10,7 @@ namespace quilla::iscsi {
 namespace {
 
 constexpr std::uint8_t kStageMask = 3;
+constexpr int kNoStage = 2;
 
 /// What a refusal is told as, by its status.
 struct Cause {
@@ -86,24 +87,22 @@ Login::Outcome Login::ServeUnit(const Pdu& pdu) {
     if (status == LoginStatus::Success && stage != stage_)
         status =
             stage == Stage::Operational ? LoginStatus::AuthenticationFailure : LoginStatus::InvalidRequest;
-    else if (pdu.data.size() > text_.size() - textSize_ || (isContinued && wantsTransit) ||
-             (wantsTransit && (next <= stage || next > Stage::FullFeature ||
-                               (next != Stage::Operational && next != Stage::FullFeature))))
-        status = status == LoginStatus::Success ? LoginStatus::InitiatorError : status;
+    else if (status == LoginStatus::Success &&
+             (pdu.data.size() > text_.size() - textSize_ ||
+              (wantsTransit && (isContinued || next <= stage || static_cast<int>(next) == kNoStage))))
+        status = LoginStatus::InitiatorError;
     if (status == LoginStatus::Success) {
         std::ranges::copy(pdu.data, std::as_writable_bytes(std::span(text_)).begin() +
                                         static_cast<std::ptrdiff_t>(textSize_));
         textSize_ += pdu.data.size();
         answer_.Clear();
-        if (isContinued)
-            return Answer(LoginStatus::Success, false) ? Outcome::Continue : Outcome::Close;
-        status = TakeKeys(stage);
+        status = isContinued ? status : TakeKeys(stage);
     }
     if (status != LoginStatus::Success) {
         Refuse(status);
         return Outcome::Close;
     }
-    const bool transits = wantsTransit && chap_.HasPassed();
+    const bool transits = wantsTransit && chap_.HasPassed(); // never when more of the text is to come
     if (transits && next == Stage::FullFeature)
         return Outcome::Done;
     if (transits)

@@ -19,6 +19,10 @@ Response Answer(ResponseCode code, const Request& request) {
 
 } // namespace
 
+Session::Outcome Session::Say(Response& response, std::span<const std::byte> data) {
+    return channel_.Append(response, data, StatusUse::Counts) ? Outcome::Continue : Outcome::Close;
+}
+
 bool Session::Run(LeaveHandler leave, void* leaveContext) {
     leave_ = leave;
     leaveContext_ = leaveContext;
@@ -85,13 +89,13 @@ Session::Outcome Session::ServeNop(const Pdu& pdu) {
     response.lun = pdu.header.lun;
     response.transferTag = kNoTag;
     const auto echo = pdu.data.first(std::min<std::size_t>(pdu.data.size(), terms_.initiatorSegment));
-    return channel_.Append(response, echo, StatusUse::Counts) ? Outcome::Continue : Outcome::Close;
+    return Say(response, echo);
 }
 
 Session::Outcome Session::ServeTaskManagement(const Pdu& pdu) {
     Response response = Answer(ResponseCode::TaskManagement, pdu.header);
     response.detail = ManageTasks(pdu.header);
-    return channel_.Append(response, {}, StatusUse::Counts) ? Outcome::Continue : Outcome::Close;
+    return Say(response);
 }
 
 std::uint8_t Session::ManageTasks(const Request& request) {
@@ -138,7 +142,7 @@ Session::Outcome Session::ServeText(const Pdu& pdu) {
     response.transferTag = kNoTag;
     const auto bytes =
         answer.Bytes().first(std::min<std::size_t>(answer.Bytes().size(), terms_.initiatorSegment));
-    return channel_.Append(response, bytes, StatusUse::Counts) ? Outcome::Continue : Outcome::Close;
+    return Say(response, bytes);
 }
 
 Session::Outcome Session::ServeLogout(const Pdu& pdu) {
@@ -152,17 +156,15 @@ Session::Outcome Session::ServeLogout(const Pdu& pdu) {
         response.detail = reason <= kCloseConnection ? kDone : kNoRecovery;
     if (response.detail == kDone)
         leave_(leaveContext_); // the place is free when the initiator hears of it
-    if (!channel_.Append(response, {}, StatusUse::Counts))
-        return Outcome::Close;
-    return response.detail == kDone ? Outcome::Goodbye : Outcome::Continue;
+    const Outcome outcome = Say(response);
+    return outcome == Outcome::Continue && response.detail == kDone ? Outcome::Goodbye : outcome;
 }
 
 Session::Outcome Session::Reject(const Request& request, RejectReason reason) {
     Response response = Answer(ResponseCode::Reject, request);
     response.tag = kNoTag;
     response.detail = static_cast<std::uint8_t>(reason);
-    const auto copy = std::as_bytes(std::span(&request, 1));
-    return channel_.Append(response, copy, StatusUse::Counts) ? Outcome::Continue : Outcome::Close;
+    return Say(response, std::as_bytes(std::span(&request, 1)));
 }
 
 /// The volume goes: all connections of the session are dropped, and there is nothing to come back to.
@@ -173,7 +175,7 @@ void Session::AnnounceEnd() {
     response.flags = kFinal;
     response.tag = kNoTag;
     response.sequence = kDropsSession << 24;
-    static_cast<void>(channel_.Append(response, {}, StatusUse::Counts));
+    static_cast<void>(Say(response));
 }
 
 } // namespace quilla::iscsi

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace quilla::iscsi {
@@ -36,6 +37,7 @@ class Session {
   private:
     enum class Outcome : std::uint8_t { Continue, Goodbye, Close };
 
+    [[nodiscard]] Outcome Say(Response& response, std::span<const std::byte> data = {});
     [[nodiscard]] Outcome Serve(const Pdu& pdu);
     [[nodiscard]] Outcome ServeNumbered(const Pdu& pdu);
     [[nodiscard]] Outcome ServeNop(const Pdu& pdu);
