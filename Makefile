@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 
 WINE32 ?= build/wine32
 
-.PHONY: all packages package test-package windows host linux handheld test-handheld test-handheld-program handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
+.PHONY: all packages package test-package test-help windows host linux handheld test-handheld test-handheld-program handheld-arm arm demo test test-kills tsan bench fuzz coverage format check-format lint clean
 
 all: windows
 
@@ -33,6 +33,11 @@ package: packages
 test-package: package
 	@cmake --build --preset windows -j $(JOBS) --target desk
 	@JOBS=$(JOBS) tools/test-packages
+
+# The help page in a browser, on a wide and on a narrow screen; pictures in build/help.
+test-help:
+	@tools/install-packages tools/packages-help.txt
+	@tests/help/help_test.py
 
 # Images for Windows CE on x86, and the check that the system has all that they import.
 handheld: packages
