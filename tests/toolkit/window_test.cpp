@@ -69,8 +69,8 @@ TEST_F(Window, FocusComesBackWithTheActivation) {
     ASSERT_TRUE(Activate(frame.hwnd));
     EXPECT_EQ(GetFocus(), edit.hwnd);
 
-    ShowWindow(frame.hwnd, SW_MINIMIZE);
-    ASSERT_TRUE(Activate(other.hwnd));
+    SetFocus(frame.hwnd);
+    SendMessageW(frame.hwnd, WM_ACTIVATE, MAKEWPARAM(WA_INACTIVE, TRUE), 0);
     EXPECT_EQ(frame.savedFocus, edit.hwnd) << "minimising keeps that of the deactivation before";
 }
 

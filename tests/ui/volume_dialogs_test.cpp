@@ -79,6 +79,7 @@ class VolumeDialogsTest : public UiTest {
 TEST_F(VolumeDialogsTest, MountStaysOpenAfterAWrongPassword) {
     MessageBoxWatcher boxes;
     Command(IDM_MOUNT, {InDialog([&] {
+                EXPECT_EQ(GetFocus(), Control(IDC_PASSWORD));
                 ExpectFixedFieldsLocked();
                 EXPECT_FALSE(IsReadOnly(IDC_KEY) || IsReadOnly(IDC_TIMEOUT));
                 Type(IDC_PASSWORD, L"Secret");

@@ -2,6 +2,7 @@
 
 #include "tests/service/device_fixture.h"
 #include "tests/service/recording_driver/recorded_call.h"
+#include "tests/ui/ui_fixture.h"
 
 #include <bit>
 #include <cstring>
@@ -45,6 +46,21 @@ TEST_F(DeviceTest, ADriverIsSentItsNameTheRecordAndItsEnd) {
     DriverControl::DetachDriver(record);
     ExpectCall(0x00071F88, {});
     driver_.UnloadDriver(record);
+}
+
+using PropertiesTest = test::UiTest;
+
+TEST_F(PropertiesTest, TellTheDriverOfAMountedVolume) {
+    OpenMainWindow();
+    AddVolume(L"a", CipherId::None);
+    MountRow(0);
+    OnlyCall(); // with its name
+    Command(IDM_PROPERTIES, {InDialog([] {
+                test::Type(IDC_TIMEOUT, L"9");
+                test::Press(IDOK);
+            })});
+    EXPECT_EQ(RecordOf(0).Timeout, 9 * kTimeoutUnitsPerMinute);
+    ExpectCall(0x00071F84, std::as_bytes(std::span(&RecordOf(0), 1)));
 }
 
 } // namespace
