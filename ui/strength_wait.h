@@ -21,7 +21,7 @@ class StrengthWait final : public KeyStrengthener {
     [[nodiscard]] bool IsRunning() const { return isRunning_; }
 
   private:
-    const HWND& dialog_;
+    [[maybe_unused]] const HWND& dialog_;
     bool isRunning_ = false;
 };
 
