@@ -63,6 +63,14 @@ class WaitingLine {
         return true;
     }
 
+    /// Wakes who waits now. Who comes back to wait once more stands outside until it is done, and is not
+    /// among them.
+    void WakeAll() {
+        const SectionGuard guard(section_);
+        while (WakeFirst()) {
+        }
+    }
+
   private:
     Waiter** FindPlace(const Waiter* waiter) {
         Waiter** place = &first_;
@@ -132,8 +140,7 @@ void Condition::WakeOne() {
 }
 
 void Condition::WakeAll() {
-    while (As<WaitingLine>(state_)->WakeFirst()) {
-    }
+    As<WaitingLine>(state_)->WakeAll();
 }
 
 } // namespace quilla
