@@ -68,12 +68,11 @@ void CommandBar::AddButtons() {
         buttons[i].idCommand = kButtons[i].command;
         buttons[i].fsState = TBSTATE_ENABLED;
         buttons[i].fsStyle = kButtons[i].command ? BTNS_BUTTON : BTNS_SEP;
-        buttons[i].iString = reinterpret_cast<INT_PTR>(kButtons[i].tip);
+        if (kNamesButtons)
+            buttons[i].iString = reinterpret_cast<INT_PTR>(kButtons[i].tip);
     }
     SendMessageW(hwnd, TB_ADDBUTTONSW, std::size(buttons), reinterpret_cast<LPARAM>(buttons));
-    // Texts without rows to stand in are shown as tool-tips and read out by screen readers.
-    SendMessageW(hwnd, TB_SETMAXTEXTROWS, 0, 0);
-    SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
+    LayOutButtons();
 }
 
 } // namespace quilla

@@ -27,6 +27,11 @@ class CommandBar : public BToolbar {
     [[nodiscard]] int Bottom() const;
 
   private:
+    static const bool kNamesButtons;
+
+    /// Finishes the bar once all buttons are there.
+    void LayOutButtons();
+
     ToolbarImages images_;
 };
 

@@ -2,9 +2,9 @@
 
 namespace quilla {
 
-FARPROC FindInControlLibrary(const wchar_t* name) {
+FARPROC FindInControlLibrary(ControlFunction function) {
     static const HMODULE library = LoadLibraryW(L"commctrl.dll"); // for as long as the program runs
-    return library != nullptr ? GetProcAddressW(library, name) : nullptr;
+    return library != nullptr ? GetProcAddressW(library, function.Name()) : nullptr;
 }
 
 } // namespace quilla

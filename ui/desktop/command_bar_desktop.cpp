@@ -4,6 +4,8 @@
 
 namespace quilla {
 
+const bool CommandBar::kNamesButtons = true;
+
 void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BToolbar::GetCreateDefaults(windowClass, creation);
     creation.style |= TBSTYLE_FLAT | TBSTYLE_TOOLTIPS;
@@ -28,6 +30,12 @@ void CommandBar::LoadImages() {
     images_ = std::move(images);
     const int padding = ScaleToWindow(hwnd, 7);
     SendMessageW(hwnd, TB_SETBUTTONSIZE, 0, MAKELPARAM(size + padding, size + padding));
+    SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
+}
+
+/// Texts without rows to stand in are shown as tool-tips and read out by screen readers.
+void CommandBar::LayOutButtons() {
+    SendMessageW(hwnd, TB_SETMAXTEXTROWS, 0, 0);
     SendMessageW(hwnd, TB_AUTOSIZE, 0, 0);
 }
 

@@ -14,11 +14,13 @@ constexpr int kBarId = 1;
 constexpr WORD kFirstPlace = 0;
 
 template <typename Function>
-Function* Find(const wchar_t* name) {
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(FindInControlLibrary(name)));
+Function* Find(ControlFunction function) {
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(FindInControlLibrary(function)));
 }
 
 } // namespace
+
+const bool CommandBar::kNamesButtons = false; // the bar there would show the names on its buttons
 
 void CommandBar::GetCreateDefaults(WNDCLASSW& windowClass, CREATESTRUCTW& creation) {
     BToolbar::GetCreateDefaults(windowClass, creation);
@@ -44,6 +46,12 @@ void CommandBar::LoadImages() {
     constexpr WPARAM kCounts[] = {kStandardImages, kViewImages, 1};
     for (std::size_t i = 0; i < std::size(bitmaps); ++i)
         SendMessageW(hwnd, TB_ADDBITMAP, kCounts[i], reinterpret_cast<LPARAM>(&bitmaps[i]));
+}
+
+/// Its close button stands behind all others.
+void CommandBar::LayOutButtons() {
+    if (auto* const addAdornments = Find<BOOL(HWND, DWORD, DWORD)>(L"CommandBar_AddAdornments"))
+        addAdornments(hwnd, 0, 0);
 }
 
 int CommandBar::Bottom() const {
