@@ -2,6 +2,7 @@
 
 #include "desktop/device_manager.h"
 #include "service/driver_control.h"
+#include "tests/support/deadline.h"
 #include "tests/support/export_address.h"
 #include "tests/support/temporary_folder.h"
 
@@ -37,6 +38,7 @@ class DeviceTest : public testing::Test {
         return record;
     }
 
+    const Deadline deadline_{200'000}; ///< an error box that no test expects waits for ever
     TemporaryFolder folder_;
     DriverControl driver_;
     std::deque<VolumeRecord> volumes_;
