@@ -37,6 +37,7 @@ bool StreamServer::Start(Listener listener) {
     if (listener_.IsOpen() || !listener.IsOpen())
         return false;
     listener_ = std::move(listener);
+    port_ = listener_.Port();
     phase_ = ServerPhase::Serving;
     if (!acceptor_.Start(RunAcceptor, this))
         listener_.Close();

@@ -59,7 +59,7 @@ class StreamServer {
     [[nodiscard]] bool Start(Listener listener);
 
     /// The port clients connect to; 0 before Start.
-    [[nodiscard]] std::uint16_t Port() const { return listener_.Port(); }
+    [[nodiscard]] std::uint16_t Port() const { return port_; }
 
     /// Clients that have finished their handshake and are attached at present.
     [[nodiscard]] unsigned ConnectedClients() const { return attached_.load(); }
@@ -103,6 +103,7 @@ class StreamServer {
     std::array<char, 32> label_{};
     const ServerLimits limits_;
     Listener listener_;
+    std::uint16_t port_ = 0; // the listener forgets it while connections may still ask
     Thread acceptor_;
     mutable Lock lock_;
     Condition finished_;
