@@ -13,7 +13,7 @@ namespace quilla {
 class RowTip final : public BWindow {
   public:
     /// Makes the tip for a list view, whose messages it is given from then on.
-    void Create(HWND list);
+    void CreateFor(HWND list);
 
     /// Is told of each message that the list gets, so that the tip follows the pointer from row to row.
     void Follow(const MSG& message);
@@ -23,9 +23,9 @@ class RowTip final : public BWindow {
   private:
     [[nodiscard]] TTTOOLINFOW Tool() const;
 
-    HWND list_ = nullptr;
-    int row_ = -1;
-    wchar_t text_[512] = {};
+    [[maybe_unused]] HWND list_ = nullptr;
+    [[maybe_unused]] int row_ = -1;
+    [[maybe_unused]] wchar_t text_[512] = {};
 };
 
 } // namespace quilla

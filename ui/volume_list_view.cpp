@@ -97,7 +97,7 @@ void VolumeListView::Attach(HWND handle) {
     ListView_SetExtendedListViewStyle(hwnd, LVS_EX_FULLROWSELECT | LVS_EX_INFOTIP | LVS_EX_DOUBLEBUFFER);
     LoadImages();
     AddColumns();
-    tip_.Create(hwnd);
+    tip_.CreateFor(hwnd);
 }
 
 void VolumeListView::LoadImages() {

@@ -160,6 +160,9 @@ CE_EXPORT HWND CoreCommandBar_Create(HINSTANCE instance, HWND parent, int id) {
 CE_EXPORT BOOL CoreCommandBar_InsertMenubar(HWND bar, HINSTANCE instance, WORD menu, WORD /*place*/) {
     return SetMenu(GetParent(bar), LoadMenuW(instance, MAKEINTRESOURCEW(menu)));
 }
+CE_EXPORT BOOL CoreCommandBar_AddAdornments(HWND /*bar*/, DWORD /*flags*/, DWORD /*reserved*/) {
+    return TRUE; // a desktop's window has its close button in the caption
+}
 CE_EXPORT int CoreCommandBar_Height(HWND bar) {
     RECT place;
     GetWindowRect(bar, &place);

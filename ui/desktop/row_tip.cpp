@@ -5,7 +5,7 @@
 
 namespace quilla {
 
-void RowTip::Create(HWND list) {
+void RowTip::CreateFor(HWND list) {
     list_ = list;
     ListView_SetExtendedListViewStyleEx(list, LVS_EX_INFOTIP, 0);
     ListView_SetToolTips(list, nullptr);

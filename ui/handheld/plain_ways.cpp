@@ -41,7 +41,7 @@ bool DismountOccasions::OnUpdateCommand(BCommandState& /*state*/) const {
 }
 
 /// List views there show tips of their own.
-void RowTip::Create(HWND /*list*/) {}
+void RowTip::CreateFor(HWND /*list*/) {}
 
 void RowTip::Follow(const MSG& /*message*/) {}
 
