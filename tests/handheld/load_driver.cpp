@@ -101,6 +101,13 @@ std::int32_t InterlockedExchange(std::int32_t* place, std::int32_t wanted) {
     return __sync_lock_test_and_set(place, wanted);
 }
 
+void GetSystemInfo(std::uint32_t* words) {
+    constexpr std::size_t kWords = 9;
+    constexpr std::size_t kProcessorCount = 5;
+    std::fill_n(words, kWords, 0);
+    words[kProcessorCount] = 1;
+}
+
 /// A system without a clock, and one thread that is alone.
 int DoNothing() {
     return 1;
@@ -142,6 +149,7 @@ void* FindService(std::string_view name) {
         Serve("EnterCriticalSection", DoNothing),
         Serve("LeaveCriticalSection", DoNothing),
         Serve("GetFileInformationByHandle", Refuse),
+        Serve("GetSystemInfo", GetSystemInfo),
         Serve("GetLocalTime", DoNothing),
         Serve("SystemTimeToFileTime", DoNothing),
         Serve("InterlockedCompareExchange", InterlockedCompareExchange),
