@@ -52,12 +52,12 @@ test-kills: windows
 		Files.test_one_password_opens_whenever_the_command_is_killed
 	@QUILLA_KILLS=200 python3 tests/endtoend/passwords_test.py
 
-# The very image of the driver, run by a loader of the tests under Linux.
+# The very image of the driver, run by a loader of the tests in an emulator: not every machine runs 32-bit programs of x86.
 test-handheld: handheld
 	@tools/install-packages tools/packages-handheld.txt
 	@g++ -m32 -mstackrealign -I. -I/usr/include/x86_64-linux-gnu -std=c++20 -O2 -Wall -Wextra \
 		tests/handheld/load_driver.cpp -o build/handheld/load_driver
-	@tests/handheld/driver_test.py build/handheld/load_driver build/handheld/bin/QuillaDriver.dll
+	@tests/handheld/driver_test.py "qemu-i386 build/handheld/load_driver" build/handheld/bin/QuillaDriver.dll
 
 # The very image of the program, run with Wine in a 32-bit root of its own (WINE32=folder): needs root and 1.5 GB.
 test-handheld-program: handheld
