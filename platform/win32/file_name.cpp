@@ -1,5 +1,7 @@
 #include "platform/file_name.h"
 
+#include "platform/win32/handle.h"
+
 #include <cwchar>
 #include <windows.h>
 
@@ -23,8 +25,14 @@ bool CopyAttributes(const wchar_t* from, const wchar_t* to) {
 
 } // namespace
 
-/// A name here is the file's own.
+/// Under Wine, too, a name may be a link. What cannot be asked for its own name keeps the one it was given.
 bool ResolvePath(const PathUnit* path, std::span<PathUnit> resolved) {
+    const UniqueFile file(CreateFileW(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const auto size = static_cast<DWORD>(resolved.size());
+    const DWORD units = file ? GetFinalPathNameByHandleW(file.Get(), resolved.data(), size, 0) : 0;
+    if (units > 0 && units < size)
+        return true;
     const std::size_t length = std::wcslen(path);
     if (length >= resolved.size()) {
         SetLastError(ERROR_FILENAME_EXCED_RANGE);

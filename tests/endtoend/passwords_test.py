@@ -41,7 +41,7 @@ class PasswordsTest(quilla.DesktopTest):
         self.desktop.dismount(self.changed)
 
     def files(self):
-        return sorted(os.listdir(self.folder))
+        return sorted(path.name for path in self.folder.rglob("*"))
 
     def opens(self, password):
         try:
@@ -53,6 +53,10 @@ class PasswordsTest(quilla.DesktopTest):
     def test_one_password_opens_whenever_the_program_is_killed(self):
         self.changed = self.volume(size=1 << 16, password="0")
         oracle.make_files(self.changed)
+        stick = self.folder / "Stick"  # where the key file is; what leads to it is a link
+        stick.mkdir()
+        self.changed.key.rename(stick / "Real.key")
+        self.changed.key.symlink_to(stick / "Real.key")
         self.usual = self.files()
         current, longest, left, done = "0", 0.0, 0, 0
         for number in range(len(STEPS) + KILLS):
@@ -68,6 +72,7 @@ class PasswordsTest(quilla.DesktopTest):
             left += self.files() != self.usual
             opening = [password for password in (current, wanted) if self.opens(password)]
             self.assertEqual(len(opening), 1, f"change {number}")
+            self.assertTrue(self.changed.key.is_symlink())
             done += number >= len(STEPS) and opening[0] == wanted
             current = opening[0]
         print(f"{KILLS} changes killed, {done} of them complete; a file stayed until the next use after {left}", file=sys.stderr)
