@@ -34,16 +34,14 @@ int Application::Run(wchar_t* commandLine) {
         if (targetWindow == nullptr)
             return Serve(*start);
         const int exitCode = HandOn(*start);
-        if (exitCode != 0 || !HasMissedTarget(start->request))
+        if (exitCode != kNobodyServes)
             return exitCode;
-        start->request.hasPassword = false; // it is wiped: the dialog asks for it
     }
 }
 
-/// Whether the serving instance ended, with its last volume, while a mount was being prepared for it. It
-/// never ends with a volume mounted.
-bool Application::HasMissedTarget(const CommandLineRequest& request) const {
-    return FieldText(request.command) == kMountCommand && !IsWindow(targetWindow);
+/// A serving instance resets the event before it closes its window, and takes no request afterwards.
+bool Application::IsTargetServing() const {
+    return IsWindow(targetWindow) && WaitForSingleObject(instanceEvent.Get(), 0) == WAIT_OBJECT_0;
 }
 
 /// The window of the instance that serves; null makes this instance the one. Instances that start together
@@ -54,13 +52,11 @@ HWND Application::FindServingWindow() {
     serving_.Reset(CreateMutexW(nullptr, FALSE, kServingMutexName));
     instanceEvent.Reset(CreateEventW(nullptr, TRUE, FALSE, kInstanceEventName));
     const bool isThereAnother = GetLastError() == ERROR_ALREADY_EXISTS;
-    const HWND window = isThereAnother ? AwaitServingWindow() : nullptr;
-    if (window == nullptr) {
-        // Comes at once, or when the instance that is closing has ended. Never released: it is abandoned when
-        // this instance ends, however that comes.
-        WaitForSingleObject(serving_.Get(), INFINITE);
+    HWND window = isThereAnother ? AwaitServingWindow() : nullptr;
+    if (window == nullptr)
+        window = SucceedInstance();
+    if (window == nullptr)
         ce::EventModify(instanceEvent.Get(), ce::EVENT_RESET);
-    }
     ReleaseMutex(turn.Get());
     return window;
 }
@@ -72,14 +68,32 @@ HWND Application::AwaitServingWindow() {
     return which == WAIT_OBJECT_0 ? FindWindowW(kMainWindowClass, kMainWindowTitle) : nullptr;
 }
 
+/// Takes the mutex of the serving instance, which comes at once, or when the instance that is closing has
+/// ended. Never released: it is abandoned when this instance ends, however that comes. Returns the window of
+/// the other instance if it turns out to have one; one whose window is on another desktop of the session is
+/// not waited for.
+HWND Application::SucceedInstance() {
+    constexpr DWORD kStep = 500; // milliseconds
+    constexpr int kSteps = 60;
+    for (int step = 0; step < kSteps; ++step) {
+        if (WaitForSingleObject(serving_.Get(), kStep) != WAIT_TIMEOUT)
+            return nullptr;
+        targetWindow = FindWindowW(kMainWindowClass, kMainWindowTitle);
+        if (IsTargetServing())
+            return targetWindow;
+    }
+    return nullptr;
+}
+
 /// A second instance: brings the serving one to the front or has it carry out the command.
 int Application::HandOn(Start& start) {
     if (start.isEmpty) {
         AllowComingToFront(targetWindow);
-        return static_cast<int>(SendMessageW(targetWindow, WM_TRAYICON, 0, WM_LBUTTONDBLCLK));
+        const auto result = static_cast<int>(SendMessageW(targetWindow, WM_TRAYICON, 0, WM_LBUTTONDBLCLK));
+        return IsTargetServing() ? result : kNobodyServes;
     }
     if (start.isWellFormed)
-        return RunCommand(start.request);
+        return RunCommand(start.request, start.unlocked);
     ShowUsage();
     return kMalformedCommandLine;
 }
@@ -105,11 +119,12 @@ int Application::Serve(Start& start) {
 
 void Application::RunCommandHidden(Start& start) {
     if (start.isWellFormed)
-        RunCommand(start.request);
+        RunCommand(start.request, start.unlocked);
     else
         ShowUsage();
     ShowNotedErrors();
-    PostMessageW(mainWindow.hwnd, WM_CLOSE, 0, 0);
+    if (!IsWindowVisible(mainWindow.hwnd)) // else the user has asked for it meanwhile
+        PostMessageW(mainWindow.hwnd, WM_CLOSE, 0, 0);
 }
 
 void Application::OnIdle() {

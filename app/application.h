@@ -27,18 +27,22 @@ class Application final : public BApplication {
     /// What windows and commands need of the program.
     [[nodiscard]] const UiServices& Services() const { return services_; }
 
+    /// Whether the target window takes requests. If not, what has been sent to it may have met nobody.
+    [[nodiscard]] bool IsTargetServing() const;
+
   private:
     /// A command line and what came of parsing it.
     struct Start {
         CommandLineRequest request;
+        VolumeRecord unlocked; ///< see RunCommand
         bool isEmpty;
         bool isWellFormed;
     };
 
     [[nodiscard]] HWND FindServingWindow();
     [[nodiscard]] HWND AwaitServingWindow();
+    [[nodiscard]] HWND SucceedInstance();
     int HandOn(Start& start);
-    [[nodiscard]] bool HasMissedTarget(const CommandLineRequest& request) const;
     int Serve(Start& start);
     void RunCommandHidden(Start& start);
 

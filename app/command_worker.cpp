@@ -28,7 +28,17 @@ void TakeRequestPassword(CommandLineRequest& request, PasswordDigest& key) {
     Wipe(request.password);
 }
 
-int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, RequestChannel& channel) {
+/// Where nobody answers, a record comes back as it was, its key included.
+int HandOver(VolumeRecord& unlocked, RequestChannel& channel) {
+    channel.SendMountVolume(unlocked);
+    if (!unlocked.IsMounted() && !GetApplication().IsTargetServing())
+        return kNobodyServes;
+    Wipe(unlocked);
+    return kHandedOn;
+}
+
+int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, VolumeRecord& unlocked,
+                      RequestChannel& channel) {
     Secret<PasswordDigest> passwordKey;
     TakeRequestPassword(request, *passwordKey);
     KeyAttempt attempt;
@@ -39,30 +49,42 @@ int MountWithPassword(VolumeRecord& record, CommandLineRequest& request, Request
         MessageBoxW(nullptr, L"Incorrect password", L"Quilla Tarn Error", MB_ICONERROR);
         return kWrongPassword;
     }
-    channel.SendMountVolume(record);
-    return kHandedOn;
+    unlocked = record;
+    Wipe(record.Key);
+    return HandOver(unlocked, channel);
 }
 
-int Mount(CommandLineRequest& request, const UiServices& services) {
-    Secret<VolumeRecord> record;
-    CopyText(record->Path, FieldText(request.volumePath));
-    CompletePath(record->Path);
+int MountByDialog(VolumeRecord& record, const UiServices& services) {
+    MountDialog dialog(record, services);
+    const bool isSent = dialog.DoModal(nullptr, MAKEINTRESOURCEW(IDD_VOLUME)) == IDOK;
+    return isSent && !GetApplication().IsTargetServing() ? kNobodyServes : kHandedOn;
+}
+
+void NameFiles(const CommandLineRequest& request, VolumeRecord& record) {
+    CopyText(record.Path, FieldText(request.volumePath));
+    CompletePath(record.Path);
     if (request.hasKey)
-        CopyText(record->KeyPath, FieldText(request.keyPath));
+        CopyText(record.KeyPath, FieldText(request.keyPath));
     else
-        DefaultKeyPath(FieldText(record->Path), record->KeyPath);
-    CompletePath(record->KeyPath);
-    PathText keyPath;
-    CopyText(keyPath, FieldText(record->KeyPath));
-    services.channel.SendQueryVolume(*record);
+        DefaultKeyPath(FieldText(record.Path), record.KeyPath);
+    CompletePath(record.KeyPath);
+}
+
+int Mount(CommandLineRequest& request, VolumeRecord& unlocked, const UiServices& services) {
+    if (unlocked.Path[0] != 0)
+        return HandOver(unlocked, services.channel);
+    VolumeRecord asked{};
+    NameFiles(request, asked);
+    Secret<VolumeRecord> known;
+    *known = asked;
+    services.channel.SendQueryVolume(*known);
+    if (!GetApplication().IsTargetServing())
+        return kNobodyServes;
     // The owner leaves out a key file that it could not open; the error to come shall name it.
-    if (FieldText(record->KeyPath).empty() && (request.hasPassword || Exists(keyPath)))
-        CopyText(record->KeyPath, FieldText(keyPath));
-    if (request.hasPassword)
-        return MountWithPassword(*record, request, services.channel);
-    MountDialog dialog(*record, services);
-    dialog.DoModal(nullptr, MAKEINTRESOURCEW(IDD_VOLUME));
-    return kHandedOn;
+    if (FieldText(known->KeyPath).empty() && (request.hasPassword || Exists(asked.KeyPath)))
+        CopyText(known->KeyPath, FieldText(asked.KeyPath));
+    return request.hasPassword ? MountWithPassword(*known, request, unlocked, services.channel)
+                               : MountByDialog(*known, services);
 }
 
 int Dismount(const CommandLineRequest& request, RequestChannel& channel) {
@@ -75,13 +97,13 @@ int Dismount(const CommandLineRequest& request, RequestChannel& channel) {
 
 } // namespace
 
-int RunCommand(CommandLineRequest& request) {
+int RunCommand(CommandLineRequest& request, VolumeRecord& unlocked) {
     const UiServices& services = GetApplication().Services();
     const TextView command = FieldText(request.command);
     if (command == kWakeUpCommand)
         services.channel.SendCheckTimeouts();
     else if (command == kMountCommand)
-        return Mount(request, services);
+        return Mount(request, unlocked, services);
     else if (command == kDismountCommand)
         return Dismount(request, services.channel);
     return kHandedOn;

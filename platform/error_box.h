@@ -30,6 +30,9 @@ class ErrorHold {
 /// an outer call is at it already. Returns whether it has shown any.
 bool ShowNotedErrors();
 
+/// Whether errors wait to be shown.
+[[nodiscard]] bool HasNotedErrors();
+
 /// Is called when errors have been noted and the last hold has ended: sees to it that ShowNotedErrors is
 /// called from a place that holds nothing, such as a posted message.
 using ErrorAnnouncer = void (*)(void* context);

@@ -93,7 +93,9 @@ StopReport DriverControl::DetachDriver(const VolumeRecord& record) {
 void DriverControl::UnloadDriver(VolumeRecord& record) {
     static_cast<void>(ce::DeregisterDevice(std::bit_cast<HANDLE>(std::uintptr_t{record.DeviceHandle})));
     record.DeviceHandle = 0;
-    BroadcastDeviceChange(record.DeviceName, kDeviceRemoveComplete, L"/REMOVE");
+    decltype(record.DeviceName) name; // the notice lets requests in, which may mount the volume again
+    CopyText(name, FieldText(record.DeviceName));
+    BroadcastDeviceChange(name, kDeviceRemoveComplete, L"/REMOVE");
 }
 
 void DriverControl::QueryDriver(VolumeRecord& record) {

@@ -58,6 +58,10 @@ void RequestChannel::SendDismountVolume(VolumeRecord& record) {
     SendRecord(RequestCode::DismountVolume, record);
 }
 
+bool RequestChannel::IsSending() {
+    return RequestTurn::IsAny();
+}
+
 void RequestChannel::SendCheckTimeouts() {
     Secret<RequestBlock> block;
     block->RequestCode = RequestCode::CheckTimeouts;

@@ -42,6 +42,10 @@ class RequestChannel {
     /// Has every volume dismounted whose time-out has run out.
     void SendCheckTimeouts();
 
+    /// Whether an exchange of this process is going on, or waits for those of others. Sent messages come
+    /// through meanwhile: rows must not be removed, nor the window destroyed.
+    [[nodiscard]] static bool IsSending();
+
   private:
     void SendRecord(RequestCode code, VolumeRecord& record, const PasswordDigest* digest = nullptr);
 

@@ -60,4 +60,8 @@ RequestTurn::~RequestTurn() {
     keeper->thread.Reset();
 }
 
+bool RequestTurn::IsAny() {
+    return depth > 0;
+}
+
 } // namespace quilla

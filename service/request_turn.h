@@ -16,6 +16,9 @@ class RequestTurn {
     ~RequestTurn();
     RequestTurn(const RequestTurn&) = delete;
     RequestTurn& operator=(const RequestTurn&) = delete;
+
+    /// Whether this process has a turn or waits for one.
+    [[nodiscard]] static bool IsAny();
 };
 
 } // namespace quilla

@@ -39,12 +39,13 @@ void RefreshListed(ListedVolume& listed) {
         record.Size = size;
 }
 
-/// Takes a key path that is wanted into a listed volume and reads its files.
+/// Takes a key path that is wanted into a listed volume and reads its files. A file that is not there, such
+/// as the default one of a volume that has another, takes no remembered one's place.
 void TakeKeyPath(ListedVolume& listed, const wchar_t* keyPath) {
     CopyText(listed.record.KeyPath, keyPath);
-    if (*keyPath != 0)
-        CopyText(listed.lastKeyPath, keyPath);
     RefreshListed(listed);
+    if (*keyPath != 0 && (listed.keyFile != KeyFileState::Missing || listed.lastKeyPath[0] == 0))
+        CopyText(listed.lastKeyPath, keyPath);
 }
 
 void SetColumn(const BListView& list, int row, Column column, const wchar_t* text) {

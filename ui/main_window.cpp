@@ -103,6 +103,10 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
     case WM_SETFOCUS:
         SetFocus(list_.hwnd);
         return 0;
+    case WM_ENTERMENULOOP:
+    case WM_EXITMENULOOP:
+        isMenuOpen_ = message.message == WM_ENTERMENULOOP;
+        break;
     case WM_SYSCOLORCHANGE:
         SendMessageW(bar_.hwnd, message.message, message.wParam, message.lParam);
         SendMessageW(list_.hwnd, message.message, message.wParam, message.lParam);
@@ -136,22 +140,32 @@ LRESULT MainWindow::OnMessage(BMessage& message) {
     return OnEditionMessage(message, result) ? result : BWindow::OnMessage(message);
 }
 
+bool MainWindow::IsOccupied() const {
+    return FindOpenDialog() || isMenuOpen_ || HasNotedErrors() || server_.IsServing() ||
+           RequestChannel::IsSending();
+}
+
+/// The loop of a dialog would end with the program's WM_QUIT, and the program would go on; and whoever works
+/// on a row, or waits in an exchange, would find the rows gone. So closing waits.
 void MainWindow::OnClose() {
-    // The loop of a dialog would end with the program's WM_QUIT, and the program would go on: closing waits.
-    const HWND dialog = FindOpenDialog();
-    if (dialog || server_.IsServing()) {
-        isCloseWanted_ = true;
-        SetForegroundWindow(dialog);
+    if (isClosing_)
+        return;
+    if (IsOccupied()) {
+        isClosePutOff_ = true;
+        SetForegroundWindow(FindOpenDialog());
+        SendMessageW(hwnd, WM_CANCELMODE, 0, 0); // ends a menu
         return;
     }
     if (server_.MayClose()) {
+        // Messages that other processes send come through while the window is destroyed.
+        isClosing_ = true;
         ce::EventModify(services_.instanceEvent.Get(), ce::EVENT_RESET);
         Close();
         return;
     }
     const bool wasVisible = IsWindowVisible(hwnd) != FALSE;
-    // A program that was never shown was started for what is mounted, and ends with it.
-    isCloseWanted_ = !wasVisible;
+    if (!wasVisible) // never shown, it was started for what is mounted, and ends with it
+        endsWithVolumes_ = true;
     ShowWindow(hwnd, SW_HIDE);
     if (wasVisible && !hasToldOfHiding_) {
         hasToldOfHiding_ = true;
@@ -162,10 +176,11 @@ void MainWindow::OnClose() {
 
 /// Asks for the close that had to wait, once nothing stands in its way any more.
 void MainWindow::CloseIfWanted() {
-    if (isCloseWanted_ && server_.MayClose() && !FindOpenDialog()) {
-        isCloseWanted_ = false;
-        PostMessageW(hwnd, WM_CLOSE, 0, 0);
-    }
+    const bool isWanted = isClosePutOff_ || (endsWithVolumes_ && server_.MayClose());
+    if (!isWanted || IsOccupied())
+        return;
+    isClosePutOff_ = endsWithVolumes_ = false;
+    PostMessageW(hwnd, WM_CLOSE, 0, 0);
 }
 
 /// The end of a dialog that is on its way would end a box, too: then the errors wait until the program is
@@ -177,6 +192,7 @@ void MainWindow::OnShowErrors() {
 }
 
 void MainWindow::OnIdle() {
+    TidyAfterRequests();
     ShowNotedErrors();
     FinishDriveSteps();
     icon_.ShowMounted(CountMounted(list_));
@@ -193,6 +209,8 @@ void MainWindow::OnDestroy() {
 }
 
 void MainWindow::OnTrayMessage(LPARAM mouseMessage) {
+    if (isClosing_)
+        return;
     if (mouseMessage == WM_LBUTTONDBLCLK)
         ShowFromTray();
     else if (mouseMessage == WM_RBUTTONUP)
@@ -205,15 +223,23 @@ void MainWindow::OnDetached() {
 }
 
 LRESULT MainWindow::OnRequest() {
+    if (isClosing_)
+        return 0; // the sender starts over when this instance has ended
     const LRESULT result = server_.Serve();
-    if (server_.IsServing())
-        return result;
-    // The sender has its reply; the user's list keeps the key paths that requests leave out.
+    hasServed_ = true;
+    TidyAfterRequests();
+    CloseIfWanted();
+    return result;
+}
+
+/// The senders have their replies; the user's list keeps the key paths that requests leave out. A request
+/// that comes in the middle of other work leaves this to whoever is first afterwards.
+void MainWindow::TidyAfterRequests() {
+    if (server_.IsServing() || !std::exchange(hasServed_, false))
+        return;
     for (int row = ListView_GetItemCount(list_.hwnd) - 1; row >= 0; --row)
         RecallKeyPath(list_, row);
     list_.Sort();
-    CloseIfWanted();
-    return result;
 }
 
 void MainWindow::OnVolumeDismounted(const VolumeRecord& record, DismountReason reason,

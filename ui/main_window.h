@@ -58,8 +58,11 @@ class MainWindow final : public BWindow {
     void PlaceList();
     void RestoreSettings();
     void SaveSettings() const;
+    /// Whether something is going on that the window and its rows have to outlast.
+    [[nodiscard]] bool IsOccupied() const;
     void OnClose();
     void CloseIfWanted();
+    void TidyAfterRequests();
     static void OnShowErrors();
     void OnDestroy();
     void OnTrayMessage(LPARAM mouseMessage);
@@ -128,8 +131,12 @@ class MainWindow final : public BWindow {
     UINT shellStarted_ = 0; ///< the message with which a new shell asks for notification icons
     bool maximizeWhenShown_ = false;
     bool hasToldOfHiding_ = false;
-    bool isHelpGiven_ = false;   ///< the F1 that is down has opened the help
-    bool isCloseWanted_ = false; ///< a close that could not be obeyed yet
+    bool isHelpGiven_ = false; ///< the F1 that is down has opened the help
+    bool isMenuOpen_ = false;
+    bool hasServed_ = false;       ///< requests, since the rows were put in order
+    bool isClosePutOff_ = false;   ///< one came while something stood in its way
+    bool endsWithVolumes_ = false; ///< the program ends when the last volume is dismounted
+    bool isClosing_ = false;       ///< for good: the window takes no request any more
 };
 
 } // namespace quilla

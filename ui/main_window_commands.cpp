@@ -69,13 +69,17 @@ LRESULT MainWindow::OnCommand(int id, int code, HWND control) {
         return 0;
     if (!command)
         return BWindow::OnCommand(id, code, control);
-    if (server_.IsServing()) { // from outside, in the middle of a request: it comes again
+    if (isClosing_)
+        return 0;
+    if (server_.IsServing() || RequestChannel::IsSending()) { // from outside, in the middle: it comes again
         PostMessageW(hwnd, WM_COMMAND, static_cast<WPARAM>(id), 0);
         return 0;
     }
     if (command->needsRows && FindOpenDialog()) // what the dialog is about must stay as it is
         return 0;
+    TidyAfterRequests();
     (this->*command->perform)();
+    CloseIfWanted(); // a command that was sent from outside leaves the program as idle as it was
     return 0;
 }
 
@@ -136,6 +140,8 @@ void MainWindow::New() {
         return;
     }
     const int row = FindVolume(list_, record.Path, record.KeyPath);
+    if (row < 0) // out of memory
+        return;
     RecordAt(list_, row).Timeout = record.Timeout; // without a key file there is none to read it from
     list_.SelectRow(row);
     list_.Sort();
@@ -152,6 +158,8 @@ void MainWindow::OpenVolume(const wchar_t* path) {
     PathText keyPath;
     DefaultKeyPath(path, keyPath);
     const int row = FindVolume(list_, path, keyPath);
+    if (row < 0)
+        return;
     RecallKeyPath(list_, row);
     list_.SelectRow(row);
     list_.Sort();
@@ -170,12 +178,12 @@ void MainWindow::DeleteSelected() {
     if (MessageBoxW(hwnd, question, L"Confirm Delete", MB_OKCANCEL | MB_ICONEXCLAMATION | MB_DEFBUTTON2) !=
         IDOK)
         return;
-    if (record.IsMounted()) { // by another process, while the question was open
-        ShowError(L"The volume has been mounted and cannot be deleted");
-        return;
-    }
-    services_.channel.SendDeleteVolumeFiles(record);
-    RemoveVolume(record);
+    VolumeRecord sent = record; // what comes back is as old as this
+    if (!record.IsMounted())
+        services_.channel.SendDeleteVolumeFiles(sent);
+    // By another process, while the question was open or the request waited for its turn.
+    if (CheckResult(!record.IsMounted(), L"The volume has been mounted and cannot be deleted"))
+        RemoveVolume(record);
 }
 
 void MainWindow::Exit() {
@@ -225,7 +233,7 @@ void MainWindow::ShowAbout() {
 }
 
 void MainWindow::ShowFromTray() {
-    isCloseWanted_ = false; // the user has the program before him now
+    isClosePutOff_ = endsWithVolumes_ = false; // the user has the program before him now
     ComeToFront();
 }
 
@@ -257,8 +265,7 @@ void MainWindow::DismountAll() {
 
 void MainWindow::DismountAllAndExit() {
     DismountAll();
-    isCloseWanted_ = true; // as soon as the last one is gone
-    CloseIfWanted();
+    endsWithVolumes_ = true; // as soon as the last one is gone
 }
 
 /// Reads the files of what is not mounted again.

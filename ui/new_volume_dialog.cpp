@@ -62,7 +62,10 @@ bool NewVolumeDialog::IsPasswordConfirmed() {
 /// Chooses a salt and turns the password key into the wrapping key, which then travels in its place. The
 /// dialog stays open if that fails or is ended.
 bool NewVolumeDialog::MakeStrong(PasswordDigest& passwordKey, KeyStrength& strength) {
+    const ErrorHold hold; // the key is wiped before a box opens
     const KeyFileStatus status = MakeWrappingKey(passwordKey, strength, kDefaultArgon2Cost, wait_);
+    if (status != KeyFileStatus::Done)
+        Wipe(passwordKey);
     return ReportKeyFile(status, work.KeyPath);
 }
 
@@ -97,8 +100,10 @@ void NewVolumeDialog::OnOk() {
     KeyStrength strength{};
     const bool isStrong = work.Cipher != CipherId::None &&
                           SendDlgItemMessageW(hwnd, IDC_STRENGTH, BM_GETCHECK, 0, 0) == BST_CHECKED;
-    if (isStrong && !MakeStrong(*passwordKey, strength))
+    if (isStrong && !MakeStrong(*passwordKey, strength)) {
+        ShowNotedErrors();
         return;
+    }
     watch_.Begin(work);
     services_.channel.SendCreateVolumeFile(work, *passwordKey);
     passwordKey.WipeNow();

@@ -120,6 +120,10 @@ bool ShowNotedErrors() {
     return hasShown;
 }
 
+bool HasNotedErrors() {
+    return notes.first != nullptr;
+}
+
 void SetErrorAnnouncer(ErrorAnnouncer announce, void* context) {
     notes.announce = announce;
     notes.context = context;

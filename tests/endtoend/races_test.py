@@ -12,6 +12,7 @@ import nbd  # noqa: E402
 import oracle  # noqa: E402
 import quilla  # noqa: E402
 
+LVM_GETITEMCOUNT = 0x1004
 ROUNDS = int(os.environ.get("QUILLA_RACE_ROUNDS", "30"))
 
 
@@ -42,6 +43,29 @@ class RacesTest(quilla.DesktopTest):
             self.wait(lambda: None not in [process.poll() for process in dismounts + mounts],
                       f"all to end (round {i})")
             self.desktop.instances.clear()
+
+    def waits_for_its_turn(self, process):
+        """Waits until an instance has the thread that takes the mutex of the exchanges for it."""
+        self.wait(lambda: len(os.listdir(f"/proc/{process.pid}/task")) > 1, "an exchange to begin")
+
+    def test_a_mount_outlives_the_instance_that_it_found(self):
+        volume = self.volume()
+        oracle.make_files(volume)
+        for is_unlocked in (False, True):
+            first = self.desktop.start_serving()
+            self.desktop.desk.ask("take")
+            mount = self.desktop.start("mount", volume.path, "/password", volume.password)
+            self.waits_for_its_turn(mount)
+            while is_unlocked and self.desktop.send(LVM_GETITEMCOUNT, 0, "SysListView32") == 0:
+                self.desktop.desk.ask("give")
+                self.desktop.desk.ask("take")  # behind the mount's look-up, if that waits already
+            self.waits_for_its_turn(mount)
+            self.assertEqual(self.desktop.close(first), 0)
+            self.desktop.desk.ask("give")
+            self.wait(self.desktop.uri_file("SEC0").exists, f"the mount, unlocked: {is_unlocked}")
+            self.assertIsNone(mount.poll(), "it serves now")
+            self.desktop.dismount(volume)
+            self.assertEqual(mount.wait(quilla.LIMIT), 0)
 
     def test_nobody_waits_for_a_box(self):
         missing, volume = self.volume("Missing"), self.volume()

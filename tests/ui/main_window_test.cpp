@@ -1,10 +1,14 @@
 // The main window as a window: its life, and what it keeps for the next start.
 
+#include "tests/support/message_window.h"
+#include "tests/support/program.h"
 #include "tests/ui/ui_fixture.h"
 #include "ui/window_settings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <shlobj.h>
+#include <thread>
 
 namespace quilla {
 namespace {
@@ -37,9 +41,14 @@ TEST_F(MainWindowTest, HidesWhileAVolumeIsMountedAndClosesAfterwards) {
     MountRow(0);
     EXPECT_EQ(ImageOf(0), 0);
     EXPECT_EQ(ImageList_GetImageCount(ListView_GetImageList(List(), LVSIL_SMALL)), 3);
-    Command(IDM_EXIT);
+    Command(IDM_ABOUT, {InDialog([&] {
+                SendMessageW(window->hwnd, WM_CLOSE, 0, 0);
+                EXPECT_TRUE(IsWindowVisible(window->hwnd)) << "under its dialog";
+                Press(IDOK);
+            })});
+    application.PumpPending();
     ASSERT_NE(window->hwnd, nullptr);
-    EXPECT_FALSE(IsWindowVisible(window->hwnd));
+    EXPECT_FALSE(IsWindowVisible(window->hwnd)) << "the close was forgotten";
     EXPECT_EQ(WaitForSingleObject(instanceEvent.Get(), 0), WAIT_OBJECT_0);
 
     SendMessageW(window->hwnd, WM_TRAYICON, 101, WM_LBUTTONDBLCLK);
@@ -51,6 +60,59 @@ TEST_F(MainWindowTest, HidesWhileAVolumeIsMountedAndClosesAfterwards) {
     EXPECT_EQ(window->hwnd, nullptr);
     EXPECT_EQ(WaitForSingleObject(instanceEvent.Get(), 0), DWORD{WAIT_TIMEOUT}) << "no longer serving";
     EXPECT_EQ(application.Run(), 0) << "the end of the window is the end of the loop";
+}
+
+/// Other processes are served while the end of a device is announced: as late as any row is looked at, it has
+/// its key file back.
+TEST_F(MainWindowTest, AVolumeKeepsItsKeyFileThroughARequestInTheMiddleOfADismount) {
+    OpenMainWindow();
+    AddVolume(L"a");
+    VolumeRecord other{};
+    CopyText(other.Path, AddVolume(L"b"));
+    MountRow(0);
+    MountRow(1);
+    const MessageWindow listener([&](UINT message, WPARAM, LPARAM) {
+        if (message == WM_DEVICECHANGE && RecordOf(1).IsMounted())
+            channel.SendDismountVolume(other);
+        return std::nullopt;
+    });
+    Select(0);
+    Command(IDM_DISMOUNT);
+    EXPECT_FALSE(RecordOf(0).IsMounted() || RecordOf(1).IsMounted());
+    Select(1);
+    Command(IDM_MOUNT, {InDialog([&] {
+                EXPECT_EQ(FieldTextOf(IDC_KEY), folder.File(L"b.key"));
+                Press(IDCANCEL);
+            })});
+}
+
+TEST_F(MainWindowTest, KeepsAVolumeThatIsMountedWhileItsDeletionWaitsForItsTurn) {
+    OpenMainWindow();
+    RequestBlock block{};
+    block.RequestCode = RequestCode::MountVolume;
+    CopyText(block.Record.Path, AddVolume(L"a", CipherId::None));
+    Select(0);
+    MessageBoxWatcher boxes(IDOK);
+    std::atomic<bool> isTaken = false;
+    std::thread sender([&] { // as another process
+        const UniqueMutex mutex(CreateMutexW(nullptr, TRUE, kRequestMutexName));
+        isTaken = true;
+        EXPECT_TRUE(WaitUntil(RequestChannel::IsSending));
+        const UniqueMapping mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                                       kRequestMappingSize, kRequestMappingName));
+        const UniqueView view(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+        *static_cast<RequestBlock*>(view.Get()) = block;
+        SendMessageW(window->hwnd, WM_REQUEST, 0, 0);
+        ReleaseMutex(mutex.Get());
+    });
+    EXPECT_TRUE(WaitUntil([&] { return isTaken.load(); }));
+    Command(IDM_DELETE);
+    sender.join();
+    const std::vector<SeenBox> seen = boxes.Take();
+    ASSERT_EQ(seen.size(), 2U);
+    EXPECT_EQ(seen[1].text, L"The volume has been mounted and cannot be deleted");
+    ASSERT_EQ(CountRows(), 1);
+    EXPECT_TRUE(RecordOf(0).IsMounted());
 }
 
 TEST_F(MainWindowTest, ComesBackAsItWasLeft) {

@@ -5,8 +5,10 @@
 //   exchange HEX            one exchange over the request channel: the block that came back, the result
 //   box MS                  waits for any message box and presses its first button: caption, text
 //   window                  the serving window: process, whether visible
-//   send MESSAGE W CLASS    sends a message to the serving window, or to its child of a class
+//   send MESSAGE W CLASS    sends a message to the serving window, or to its child of a class: the answer
 //   change OLD NEW STRONG   begins a change of the selected volume's password by its dialog; STRONG is 0 or 1
+//   take                    takes the mutex of the exchanges and holds it
+//   give                    gives it up, to whoever waits first
 //   focus                   the title of the foreground window, if it or a child of it has the keyboard
 
 #include "platform/win32/handle.h"
@@ -70,8 +72,9 @@ Words Send(const Words& words) {
         window = FindWindowExA(window, nullptr, words[3].c_str(), nullptr);
     if (!window)
         return {};
-    SendMessageW(window, static_cast<UINT>(std::stoul(words.at(1))), std::stoull(words.at(2)), 0);
-    return {"sent"};
+    const LRESULT answer =
+        SendMessageW(window, static_cast<UINT>(std::stoul(words.at(1))), std::stoull(words.at(2)), 0);
+    return {std::to_string(answer)};
 }
 
 /// Watches for a window, for a number of milliseconds at the most.
@@ -111,6 +114,19 @@ UniqueMutex TakeMutex() {
         mutex.Reset(CreateMutexW(nullptr, FALSE, L"Orvane Quilla Tarn Remote"));
     } while (WaitForSingleObject(mutex.Get(), 20) == WAIT_TIMEOUT);
     return mutex;
+}
+
+UniqueMutex heldMutex;
+
+Words Take(const Words&) {
+    heldMutex = TakeMutex();
+    return {};
+}
+
+Words Give(const Words&) {
+    ReleaseMutex(heldMutex.Get());
+    heldMutex.Reset();
+    return {};
 }
 
 /// The exchange that every sender makes: mutex, mapping, synchronous message, reply.
@@ -153,8 +169,8 @@ Words Focus(const Words&) {
 }
 
 const std::map<std::string, Words (*)(const Words&)> kAnswers = {
-    {"exchange", Exchange}, {"box", Box},     {"window", Window},
-    {"send", Send},         {"focus", Focus}, {"change", Change},
+    {"exchange", Exchange}, {"box", Box},       {"window", Window}, {"send", Send},
+    {"focus", Focus},       {"change", Change}, {"take", Take},     {"give", Give},
 };
 
 } // namespace

@@ -261,9 +261,11 @@ class Desktop:
         return self.window()[1:] == ["visible"]
 
     def send(self, message, wide=0, child=""):
-        """Sends a message to the serving window, or to its child of a class, and returns when it has been handled."""
-        if not self.desk.ask("send", message, wide, child):
+        """Sends a message to the serving window, or to its child of a class; returns the answer."""
+        answer = self.desk.ask("send", message, wide, child)
+        if not answer:
             raise Failure("there is no window to send to")
+        return int(answer[0])
 
     def close(self, process):
         """Closes the serving window, which has nothing mounted, and returns the instance's exit code."""
