@@ -5,6 +5,7 @@
 #include "linux/fuse_mount.h"
 #include "linux/holders.h"
 #include "linux/runtime_folder.h"
+#include "linux/udisks.h"
 #include "linux/volume.h"
 
 #include <algorithm>
@@ -103,10 +104,16 @@ bool AwaitEnd(const Descriptor& connection) {
     return false;
 }
 
+/// What the disk service has mounted for a user, only it can unmount.
+int UnmountLeft(const MountState& state) {
+    return geteuid() == 0 || state.device.empty() ? Unmount(state.folder, true)
+                                                  : udisks::Unmount(state.device, true);
+}
+
 /// Takes away what a service left that is dead.
 void CleanUp(const Target& target) {
     const std::string& folder = target.state.folder;
-    if (IsStillMounted(target.state) && Unmount(folder, true) == 0)
+    if (IsStillMounted(target.state) && UnmountLeft(target.state) == 0)
         Warn("%s has been unmounted; check the file system", folder.c_str());
     if (const std::string inner = DrivePath(target.id); IsMountPoint(inner))
         static_cast<void>(Unmount(inner, true));

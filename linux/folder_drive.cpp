@@ -4,10 +4,12 @@
 
 #include "linux/folder_drive.h"
 
+#include "linux/file_system_program.h"
 #include "linux/fuse_mount.h"
 #include "linux/loop_device.h"
 #include "linux/runtime_folder.h"
 #include "linux/tool.h"
+#include "linux/udisks.h"
 
 #include <cerrno>
 #include <cstring>
@@ -27,8 +29,13 @@ bool IsRoot() {
 
 } // namespace
 
-bool FolderDrive::IsForUsersProgram() const {
-    return order_.kind == DriveKind::Folder && !IsRoot();
+/// The disk service mounts where it likes, so not for who names a folder.
+FolderDrive::Way FolderDrive::ChooseWay() const {
+    if (order_.kind == DriveKind::Raw)
+        return Way::File;
+    if (IsRoot())
+        return Way::Loop;
+    return !order_.isFolderNamed && UsersMayAllowRoot() && udisks::Answers() ? Way::Udisks : Way::Program;
 }
 
 std::string FolderDrive::PlainFile() const {
@@ -36,11 +43,12 @@ std::string FolderDrive::PlainFile() const {
 }
 
 std::string FolderDrive::Place() const {
-    return order_.kind == DriveKind::Raw ? PlainFile() : order_.folder;
+    return way_ == Way::File ? PlainFile() : folder_;
 }
 
 void FolderDrive::Describe(MountState& state) const {
     state.place = Place();
+    state.folder = folder_;
     state.device = loop_;
     state.folderDevice = folderDevice_;
     state.connection = connection_;
@@ -48,10 +56,23 @@ void FolderDrive::Describe(MountState& state) const {
 
 ExitCode FolderDrive::Mount(int ended) {
     name_ = ShownName(order_.volume.path);
-    inner_ = order_.kind == DriveKind::Raw ? order_.folder : DrivePath(order_.volume.id);
-    if (order_.kind != DriveKind::Raw)
+    const Way way = ChooseWay();
+    const ExitCode code = MountBy(way, ended);
+    if (code == ExitCode::Done || way != Way::Udisks)
+        return code;
+    Abandon();
+    std::uint64_t count = 0;
+    static_cast<void>(!read(ended, &count, sizeof(count))); // that end does not count
+    return MountBy(Way::Program, ended);
+}
+
+ExitCode FolderDrive::MountBy(Way way, int ended) {
+    way_ = way;
+    folder_ = order_.folder;
+    inner_ = way == Way::File ? order_.folder : DrivePath(order_.volume.id);
+    if (way != Way::File)
         mkdir(inner_.c_str(), 0700);
-    fuse_ = MountFuse(inner_, order_.volume.isReadOnly);
+    fuse_ = MountFuse(inner_, order_.volume.isReadOnly, way == Way::Udisks);
     if (!fuse_.IsOpen())
         return ExitCode::SystemLacks;
     isInnerMounted_ = true;
@@ -59,23 +80,26 @@ ExitCode FolderDrive::Mount(int ended) {
                                                             .user = geteuid(),
                                                             .group = getegid(),
                                                             .readOnly = order_.volume.isReadOnly,
-                                                            .cached = IsForUsersProgram()}));
+                                                            .cached = way == Way::Program}));
     if (!server_ || !server_->Start(fuse_.Get(), ended))
         return Fail(ExitCode::SystemLacks, "there is no memory or no thread for the service");
     struct stat status {};
     if (stat(inner_.c_str(), &status) == 0)
         connection_ = minor(status.st_dev);
-    const ExitCode code = order_.kind == DriveKind::Raw ? ExitCode::Done : MountFileSystem();
+    const ExitCode code = way == Way::File ? ExitCode::Done : MountFileSystem();
     if (code != ExitCode::Done)
         return code;
     isMounted_ = true;
-    if (stat(order_.folder.c_str(), &status) == 0)
+    if (stat(folder_.c_str(), &status) == 0)
         folderDevice_ = status.st_dev;
     return code;
 }
 
 ExitCode FolderDrive::MountFileSystem() {
-    const ExitCode code = IsRoot() ? MountThroughLoop() : MountThroughProgram();
+    const ExitCode code = way_ == Way::Loop ? MountThroughLoop()
+                          : way_ == Way::Udisks
+                              ? MountThroughUdisks()
+                              : MountByProgram(device_, PlainFile(), folder_, order_.volume.isReadOnly);
     if (code != ExitCode::Done)
         return code;
     if (const int error = Unmount(inner_, true); error != 0)
@@ -101,28 +125,42 @@ ExitCode FolderDrive::MountThroughLoop() {
                 order_.volume.path.c_str());
 }
 
-ExitCode FolderDrive::MountThroughProgram() {
+/// Once the file system stands, its loop device is to go with it, and the folder that was made for it is not
+/// needed.
+ExitCode FolderDrive::MountThroughUdisks() {
+    const bool readOnly = order_.volume.isReadOnly;
     std::string said;
-    const std::string options = order_.volume.isReadOnly ? "ro,fakeroot" : "rw,fakeroot";
-    const int code =
-        RunTool({.words = {FindTool("fuse2fs"), PlainFile(), order_.folder, "-o", options}}, said);
-    if (code == 0)
-        return ExitCode::Done;
-    Warn("%s", said.c_str());
-    return Fail(ExitCode::BadFile,
-                "%s holds no ext4 that could be mounted; without root only ext4 can be: use --raw",
-                order_.volume.path.c_str());
+    const bool hasLoop = udisks::SetUpLoop(PlainFile(), readOnly, loop_, said);
+    const bool isDone = hasLoop && udisks::Mount(loop_, readOnly, folder_, said);
+    if (hasLoop)
+        udisks::ReleaseLoop(loop_);
+    if (!isDone) {
+        loop_.clear();
+        Warn("the system's disk service does not mount it for you: %s", said.c_str());
+        return ExitCode::SystemLacks;
+    }
+    if (order_.isFolderOurs)
+        rmdir(order_.folder.c_str());
+    return ExitCode::Done;
+}
+
+int FolderDrive::UnmountFolder(bool lazily) {
+    if (way_ != Way::Udisks)
+        return Unmount(folder_, lazily);
+    // The disk service may miss the device that has gone with its file system, and call that a failure.
+    const int error = udisks::Unmount(loop_, lazily);
+    return error == 0 || IsMountPoint(folder_) ? error : 0;
 }
 
 int FolderDrive::Dismount() {
-    return Unmount(order_.folder, false);
+    return UnmountFolder(false);
 }
 
 void FolderDrive::Detach() {
-    const Descriptor folder(open(order_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.IsOpen())
         static_cast<void>(syncfs(folder.Get()));
-    static_cast<void>(Unmount(order_.folder, true));
+    static_cast<void>(UnmountFolder(true));
 }
 
 void FolderDrive::Abandon() {
@@ -130,14 +168,14 @@ void FolderDrive::Abandon() {
         if (isInnerMounted_)
             static_cast<void>(Unmount(inner_, true));
     } else {
-        if (isMounted_ && order_.kind == DriveKind::Folder && IsMountPoint(order_.folder))
-            static_cast<void>(Unmount(order_.folder, true));
+        if (isMounted_ && way_ != Way::File && IsMountPoint(folder_))
+            static_cast<void>(UnmountFolder(true));
         if (isInnerMounted_)
             static_cast<void>(Unmount(inner_, true));
         server_->Join();
         server_.reset();
     }
-    if (order_.kind != DriveKind::Raw && !inner_.empty())
+    if (way_ != Way::File && !inner_.empty())
         rmdir(inner_.c_str());
     isInnerMounted_ = false;
     fuse_.Close();

@@ -25,17 +25,29 @@ class FolderDrive final : public Drive {
     void Describe(MountState& state) const override;
 
   private:
-    [[nodiscard]] bool IsForUsersProgram() const;
+    /// What stands on the FUSE file.
+    enum class Way : std::uint8_t {
+        File,    ///< nothing
+        Loop,    ///< a loop device and the system's mount, as root
+        Udisks,  ///< the same by the system's disk service, which chooses the folder
+        Program, ///< a FUSE program for the file system
+    };
+
+    [[nodiscard]] Way ChooseWay() const;
+    [[nodiscard]] ExitCode MountBy(Way way, int ended);
     [[nodiscard]] ExitCode MountFileSystem();
     [[nodiscard]] ExitCode MountThroughLoop();
-    [[nodiscard]] ExitCode MountThroughProgram();
+    [[nodiscard]] ExitCode MountThroughUdisks();
+    [[nodiscard]] int UnmountFolder(bool lazily);
     [[nodiscard]] std::string PlainFile() const;
     [[nodiscard]] std::string Place() const;
 
     const ServiceOrder& order_;
     BlockDevice& device_;
     std::string name_;
-    std::string inner_; ///< the folder that shows the FUSE file
+    Way way_ = Way::File;
+    std::string folder_; ///< what the user sees mounted
+    std::string inner_;  ///< the folder that shows the FUSE file
     std::string loop_;
     std::uint64_t folderDevice_ = 0; ///< of what is mounted on the folder
     unsigned connection_ = 0;        ///< under which the system lists the FUSE connection

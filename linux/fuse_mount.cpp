@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -56,7 +57,7 @@ Descriptor ReceiveDescriptor(int from) {
 }
 
 /// fusermount3 opens the device, mounts it and hands it over on the socket that _FUSE_COMMFD names.
-Descriptor MountAsUser(const std::string& folder, bool readOnly) {
+Descriptor MountAsUser(const std::string& folder, bool readOnly, bool allowRoot) {
     const std::string tool = FindTool("fusermount3");
     if (tool.empty()) {
         TellMissing("fusermount3", "fuse3");
@@ -69,6 +70,8 @@ Descriptor MountAsUser(const std::string& folder, bool readOnly) {
     Descriptor theirs(ends[1]);
     std::string options = "fsname=quilla,subtype=quilla,nodev,nosuid,noexec";
     options += readOnly ? ",ro" : "";
+    // The kernel keeps other users than root out by the modes of folder and file.
+    options += allowRoot ? ",allow_other,default_permissions" : "";
     std::string said;
     const int code = RunTool(
         {.words = {tool, "-o", options, "--", folder}, .passed = theirs.Get(), .variable = "_FUSE_COMMFD=3"},
@@ -83,8 +86,8 @@ Descriptor MountAsUser(const std::string& folder, bool readOnly) {
 
 } // namespace
 
-Descriptor MountFuse(const std::string& folder, bool readOnly) {
-    return geteuid() == 0 ? MountAsRoot(folder, readOnly) : MountAsUser(folder, readOnly);
+Descriptor MountFuse(const std::string& folder, bool readOnly, bool allowRoot) {
+    return geteuid() == 0 ? MountAsRoot(folder, readOnly) : MountAsUser(folder, readOnly, allowRoot);
 }
 
 int Unmount(const std::string& folder, bool lazily) {
@@ -106,6 +109,16 @@ bool IsMountPoint(const std::string& folder) {
     if (stat(folder.c_str(), &here) != 0)
         return errno == ENOTCONN; // a mount whose server is dead
     return stat((folder + "/..").c_str(), &above) == 0 && here.st_dev != above.st_dev;
+}
+
+bool UsersMayAllowRoot() {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/etc/fuse.conf", "re"),
+                                                               std::fclose);
+    std::array<char, 256> line;
+    while (file && std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr)
+        if (std::strncmp(line.data() + std::strspn(line.data(), " \t"), "user_allow_other", 16) == 0)
+            return true;
+    return false;
 }
 
 } // namespace quilla

@@ -2,13 +2,18 @@
 
 #include "linux/command.h"
 #include "linux/control.h"
+#include "linux/descriptor.h"
+#include "linux/file_system_program.h"
 #include "linux/folder.h"
+#include "linux/fuse_mount.h"
 #include "linux/runtime_folder.h"
 #include "linux/service.h"
 #include "linux/tool.h"
+#include "linux/udisks.h"
 #include "platform/wipe.h"
 
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +33,8 @@ constexpr char kHelp[] =
     "Usage: quilla mount VOLUME.raw [DIRECTORY] [OPTION ...]\n"
     "Asks for the password and mounts the volume's file system on DIRECTORY, by default a folder\n"
     "beside the volume with its name. A volume that is a block device needs DIRECTORY and --key. Root mounts "
-    "any file system; others mount ext4, or use --raw.\n\n"
+    "any file system;\nothers mount ext4 and FAT, or what the system's disk service mounts for them, or use "
+    "--raw.\n\n"
     "  --key FILE            the key file (default: the volume's name with .key)\n"
     "  --password-file FILE  the password is the first line of FILE (- = standard input)\n"
     "  --plain               the volume has no cipher and no key file\n"
@@ -36,6 +42,16 @@ constexpr char kHelp[] =
     "  --raw                 the volume's plain content as one file in DIRECTORY\n"
     "  --nbd                 serve an NBD export on a socket that only you can open, mount nothing\n"
     "  --foreground          stay and serve; end on SIGINT or SIGTERM\n";
+
+/// Once a session.
+void TellWhatWouldBeFaster() {
+    const std::string told = RuntimeFolder() + "/told-user_allow_other";
+    if (const Descriptor mark(open(told.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        mark.IsOpen())
+        Warn("with a line user_allow_other in /etc/fuse.conf and the package udisks2 the volume would be "
+             "mounted by the "
+             "system: several times faster, and in the file manager");
+}
 
 /// What the system lacks is told before anybody types a password.
 ExitCode CheckSystem(DriveKind kind) {
@@ -49,7 +65,10 @@ ExitCode CheckSystem(DriveKind kind) {
     const Need needs[] = {
         {.tool = "mount", .package = "mount", .isNeeded = isRoot && wantsFolder},
         {.tool = "fusermount3", .package = "fuse3", .isNeeded = !isRoot && kind != DriveKind::Nbd},
-        {.tool = "fuse2fs", .package = "fuse2fs", .isNeeded = !isRoot && wantsFolder}};
+        {.tool = "fuse2fs",
+         .package = "fuse2fs",
+         .isNeeded = !isRoot && wantsFolder && !HasFileSystemProgram() &&
+                     !(UsersMayAllowRoot() && udisks::Answers())}};
     for (const Need& need : needs)
         if (need.isNeeded && FindTool(need.tool).empty()) {
             TellMissing(need.tool, need.package);
@@ -59,6 +78,8 @@ ExitCode CheckSystem(DriveKind kind) {
         return Fail(ExitCode::SystemLacks, "there is no /dev/fuse; the kernel's module \"fuse\" is needed");
     if (RuntimeFolder().empty())
         return Fail(ExitCode::SystemLacks, "there is no folder for the service that only you can read");
+    if (!isRoot && wantsFolder && !UsersMayAllowRoot())
+        TellWhatWouldBeFaster();
     return ExitCode::Done;
 }
 
@@ -99,6 +120,7 @@ ExitCode Prepare(const Arguments& arguments, ServiceOrder& order) {
     if (volume.isDevice && !hasFolder)
         return Fail(ExitCode::Usage, "%s is a device: name the DIRECTORY to mount it on",
                     volume.path.c_str());
+    order.isFolderNamed = hasFolder;
     const std::size_t slash = volume.path.rfind('/');
     order.folder =
         hasFolder ? arguments.Operands()[1] : volume.path.substr(0, slash + 1) + ShownName(volume.path);

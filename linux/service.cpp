@@ -93,7 +93,7 @@ ExitCode Service::Start(LockedKey& key) {
     LockProcessMemory();
     static_cast<void>(prctl(kSetIoFlusher, 1, 0, 0, 0));
     signals_ = TakeSignals();
-    ended_ = Descriptor(eventfd(0, EFD_CLOEXEC));
+    ended_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     const bool isOpen = device_.Open(std::move(order_.file), order_.volume.settings.Cipher, *key.Get());
     key.Wipe();
     if (!isOpen)

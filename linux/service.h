@@ -21,8 +21,9 @@ struct ServiceOrder {
     Volume volume;
     File file;
     DriveKind kind = DriveKind::Folder;
-    std::string folder;        ///< to mount on; none for an export
-    bool isFolderOurs = false; ///< made for this mount, so removed with it
+    std::string folder;         ///< to mount on; none for an export
+    bool isFolderOurs = false;  ///< made for this mount, so removed with it
+    bool isFolderNamed = false; ///< the user wants this one and no other
     bool isForeground = false;
 };
 

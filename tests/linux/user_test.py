@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """The command without root: fusermount3, the plain file, ext4 by fuse2fs."""
 
+import json
 import os
 import pathlib
 import shutil
 import signal
 import subprocess
+import unittest
 
 import command
 from command import BUSY, MIB, USAGE
@@ -84,6 +86,36 @@ class User(command.CommandTest):
         self.dismount()
         self.mount()
         self.assertEqual(self.run_as("sha1sum", letter).stdout, before)
+        self.dismount()
+
+    def test_a_journal_that_was_left_is_replayed_first(self):
+        """fuse2fs alone cannot, and ends after it has said that it has mounted."""
+        self.create("--format", "ext4")
+        as_root = [command.PROGRAM, "mount", self.raw, self.place, "--password-file", "-"]
+        subprocess.run(as_root, input=command.PASSWORD.encode(), check=True, stdout=subprocess.DEVNULL, env=command.ENVIRONMENT)
+        with open(self.place / "letter", "wb", buffering=0) as file:
+            file.write(b"dear" * 1000)
+            os.fsync(file.fileno())
+            told = subprocess.run([command.PROGRAM, "list", "--json"], capture_output=True, check=True, env=command.ENVIRONMENT)
+            service = next(state for state in json.loads(told.stdout) if state["volume"] == str(self.raw))["process"]
+            os.kill(service, signal.SIGKILL)
+        subprocess.run([command.PROGRAM, "dismount", self.raw], capture_output=True, check=False, env=command.ENVIRONMENT)
+        self.place.rmdir()
+        self.mount()
+        self.assertEqual(self.run_as("head", "-c", "8", self.place / "letter").stdout, "deardear")
+        self.dismount()
+
+    @unittest.skipUnless(shutil.which("fusefat"), "not installed: fusefat")
+    def test_fat_by_fusefat(self):
+        self.create("--format", "fat")
+        self.mount()
+        data = self.folder / "data"
+        data.write_bytes(os.urandom(MIB))
+        data.chmod(0o644)
+        self.assertEqual(self.run_as("cp", data, self.place / "copy").returncode, 0)
+        self.dismount()
+        self.mount("--read-only")
+        self.assertEqual(self.run_as("cmp", data, self.place / "copy").returncode, 0)
         self.dismount()
 
 
