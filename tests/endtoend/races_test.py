@@ -37,11 +37,13 @@ class RacesTest(quilla.DesktopTest):
             mounts = self.at_once(*(("mount", volume.path, "/password", volume.password) for volume in volumes))
             self.wait(lambda: sum(process.poll() is None for process in mounts) == 1,
                       f"all but the serving instance to end (round {i})")
+            self.assertFalse(any(process.poll() for process in mounts), f"round {i}: {[p.poll() for p in mounts]}")
             self.wait(lambda: len(list(self.desktop.local_data().glob("*.uri"))) == 3, f"three devices (round {i})")
             # The window was never shown: the last dismount is the end of the serving instance, too.
             dismounts = self.at_once(*(("dismount", volume.path) for volume in volumes))
             self.wait(lambda: None not in [process.poll() for process in dismounts + mounts],
                       f"all to end (round {i})")
+            self.assertFalse(any(process.poll() for process in mounts + dismounts), f"an exit code in round {i}")
             self.desktop.instances.clear()
 
     def waits_for_its_turn(self, process):
