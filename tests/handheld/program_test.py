@@ -12,7 +12,7 @@ import sys
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
-sys.path.insert(0, str(HERE.parent / "endtoend"))
+sys.path.insert(0, str(HERE.parent.parent / "tools/desk"))
 import oracle  # noqa: E402
 import quilla  # noqa: E402
 
