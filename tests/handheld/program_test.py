@@ -86,6 +86,20 @@ def check_volume(machine, folder, cipher):
     print(f"{name}: mounted by a second instance, written, read and dismounted, as nettle has it")
 
 
+def check_wrong_password(machine, folder):
+    """The volume of the last cipher stays what it was, and the second instance says -1."""
+    result = machine.root / "tmp/code"
+    result.unlink(missing_ok=True)
+    words = rf"Z:\\opt\\quilla\\v{quilla.CIPHER_TWOFISH}.raw"
+    machine.run(f"(timeout {LIMIT} wine QuillaTarn.exe mount {words} /password 97532; echo $? >/tmp/code.part; mv /tmp/code.part /tmp/code) & sleep 1")
+    box, code = machine.run(f"timeout {LIMIT} xdotool search --sync --onlyvisible --name '^Quilla Tarn Error$'")
+    assert code == 0, "no box tells of the wrong password"
+    machine.run(f"xdotool windowfocus {box} key Return")
+    await_file(result)
+    assert result.read_text().strip() == "255" and not (machine.root / URI).exists()
+    print("a wrong password is told and mounts nothing")
+
+
 def main():
     root, images = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     folder = root / "opt/quilla"
@@ -101,6 +115,7 @@ def main():
         print("the window is there")
         for cipher in (quilla.CIPHER_CAST128, quilla.CIPHER_TWOFISH):
             check_volume(machine, folder, cipher)
+        check_wrong_password(machine, folder)
         # New by the keyboard: a dialog comes, and goes with Escape.
         machine.run(f"xdotool windowfocus {window} mousemove 200 250 click 1 key Insert")
         dialog, code = machine.run(f"timeout {LIMIT} xdotool search --sync --onlyvisible --name '^New$'")
