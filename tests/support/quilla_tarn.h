@@ -57,7 +57,9 @@ class QuillaTarn : public Program {
 
     HWND AwaitWindow(const wchar_t* windowClass, const wchar_t* title = nullptr) const {
         HWND window = nullptr;
-        EXPECT_TRUE(WaitUntil([&] { return (window = FindTopWindow(windowClass, title)) != nullptr; }));
+        EXPECT_TRUE(WaitUntil([&] { return (window = FindTopWindow(windowClass, title)) != nullptr; }))
+            << "exit code " << Wait(0) << (MainWindow() != nullptr ? ", with" : ", without")
+            << " a main window";
         return window;
     }
     HWND AwaitMainWindow() const { return AwaitWindow(L"BWindow", L"Quilla Tarn"); }
