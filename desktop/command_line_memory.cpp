@@ -2,14 +2,15 @@
 
 #include "desktop/command_line_memory.h"
 
+#include "platform/locked_memory.h"
 #include "platform/wipe.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
-#include <new>
+#include <initializer_list>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <windows.h>
 
 namespace quilla {
@@ -26,78 +27,128 @@ std::size_t FindArguments(std::wstring_view line) {
     return std::min(line.find_first_not_of(L' ', end + isQuoted), line.size());
 }
 
+/// Units of memory that are wiped when they are given back; none without memory.
+template <typename Unit>
+class WipedArray {
+  public:
+    explicit WipedArray(std::size_t count)
+        : units_(static_cast<Unit*>(AllocateLockedMemory(count * sizeof(Unit)))),
+          count_(units_ != nullptr ? count : 0) {}
+    ~WipedArray() { ReleaseLockedMemory(units_, count_ * sizeof(Unit)); }
+    WipedArray(WipedArray&& other) noexcept
+        : units_(std::exchange(other.units_, nullptr)), count_(std::exchange(other.count_, 0)) {}
+    WipedArray& operator=(WipedArray&&) = delete;
+
+    [[nodiscard]] std::span<Unit> Get() const { return {units_, count_}; }
+
+  private:
+    Unit* units_;
+    std::size_t count_;
+};
+
 /// A text to look for, kept inverted so that the search does not find its own copy.
 class Pattern {
   public:
-    explicit Pattern(std::span<const std::byte> text)
-        : inverted_(new (std::nothrow) std::byte[text.size()]), size_(inverted_ ? text.size() : 0) {
-        std::ranges::transform(text.first(size_), inverted_.get(), [](std::byte value) { return ~value; });
+    explicit Pattern(std::span<const std::byte> text) : inverted_(text.size()) {
+        std::ranges::transform(text.first(Size()), inverted_.Get().begin(),
+                               [](std::byte value) { return ~value; });
     }
 
-    ~Pattern() { WipeMemory(inverted_.get(), size_); }
-    Pattern(const Pattern&) = delete;
-    Pattern& operator=(const Pattern&) = delete;
+    [[nodiscard]] std::size_t Size() const { return inverted_.Get().size(); }
 
-    /// Overwrites the text wherever it stands in a stretch of memory.
-    void WipeIn(std::span<std::byte> memory) const {
+    /// Overwrites the text wherever it stands in a stretch of memory, which may have gone but for its copy.
+    void WipeIn(std::byte* memory, std::span<const std::byte> copy) const {
         const auto isSame = [](std::byte value, std::byte inverted) { return value == ~inverted; };
-        const std::span<const std::byte> wanted(inverted_.get(), size_);
-        for (auto found = memory.begin(); size_ != 0; found += static_cast<std::ptrdiff_t>(size_)) {
-            found = std::search(found, memory.end(), wanted.begin(), wanted.end(), isSame);
-            if (found == memory.end())
+        const std::span<const std::byte> wanted = inverted_.Get();
+        for (auto found = copy.begin(); Size() != 0; found += static_cast<std::ptrdiff_t>(Size())) {
+            found = std::search(found, copy.end(), wanted.begin(), wanted.end(), isSame);
+            if (found == copy.end())
                 return;
-            WipeMemory(&*found, size_);
+            WriteZeros(memory + (found - copy.begin()), Size());
         }
     }
 
   private:
-    std::unique_ptr<std::byte[]> inverted_;
-    std::size_t size_;
+    static void WriteZeros(std::byte* memory, std::size_t size) {
+        static constexpr std::byte kZeros[256]{};
+        for (std::size_t done = 0; done < size; done += sizeof(kZeros))
+            WriteProcessMemory(GetCurrentProcess(), memory + done, kZeros,
+                               std::min(sizeof(kZeros), size - done), nullptr);
+    }
+
+    WipedArray<std::byte> inverted_;
 };
 
-/// Wipes a text everywhere in this process's own writable memory.
-void WipeEverywhere(std::span<const std::byte> text) {
-    const Pattern pattern(text);
+/// A text as the system keeps it and as programs with 8-bit characters do, zeros inside it included.
+class Forms {
+  public:
+    explicit Forms(std::wstring_view text)
+        : wide_(std::as_bytes(std::span(text))), narrow_(std::as_bytes(Narrow(text).Get())) {}
+
+    [[nodiscard]] std::size_t Size() const { return std::max(wide_.Size(), narrow_.Size()); }
+
+    void WipeIn(std::byte* memory, std::span<const std::byte> copy) const {
+        wide_.WipeIn(memory, copy);
+        narrow_.WipeIn(memory, copy);
+    }
+
+  private:
+    static WipedArray<char> Narrow(std::wstring_view text) {
+        const int units = static_cast<int>(text.size());
+        const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
+        WipedArray<char> narrow(static_cast<std::size_t>(size));
+        WideCharToMultiByte(CP_ACP, 0, text.data(), units, narrow.Get().data(),
+                            static_cast<int>(narrow.Get().size()), nullptr, nullptr);
+        return narrow;
+    }
+
+    Pattern wide_;
+    Pattern narrow_;
+};
+
+/// Wipes texts everywhere in this process's own writable memory. Threads of other makers' libraries may give
+/// memory back at any moment; the system refuses to read or write what has gone, where an access would end
+/// the program.
+void WipeEverywhere(std::initializer_list<const Forms*> texts) {
+    constexpr std::size_t kPiece = 256 * 1024;
+    std::size_t overlap = 0;
+    for (const Forms* const text : texts)
+        overlap = std::max(overlap, text->Size());
+    const WipedArray<std::byte> copy(kPiece + overlap);
+    const auto wipePiece = [&](std::byte* memory, std::size_t size) {
+        const std::span<std::byte> piece = copy.Get().first(std::min(copy.Get().size(), size));
+        if (ReadProcessMemory(GetCurrentProcess(), memory, piece.data(), piece.size(), nullptr))
+            for (const Forms* const text : texts)
+                text->WipeIn(memory, piece);
+    };
     MEMORY_BASIC_INFORMATION region;
     for (std::byte* address = nullptr; VirtualQuery(address, &region, sizeof(region)) != 0;
-         address = static_cast<std::byte*>(region.BaseAddress) + region.RegionSize)
-        if (region.State == MEM_COMMIT && region.Protect == PAGE_READWRITE)
-            pattern.WipeIn({static_cast<std::byte*>(region.BaseAddress), region.RegionSize});
+         address = static_cast<std::byte*>(region.BaseAddress) + region.RegionSize) {
+        auto* const begin = static_cast<std::byte*>(region.BaseAddress);
+        if (region.State == MEM_COMMIT && region.Protect == PAGE_READWRITE && begin != copy.Get().data())
+            for (std::size_t done = 0; done < region.RegionSize; done += kPiece)
+                wipePiece(begin + done, region.RegionSize - done);
+    }
 }
 
 /// A shorter text is not looked for: it may stand anywhere by chance, and no password worth the name, with
 /// the words around it, is that short.
 constexpr std::size_t kLeastPattern = 8;
 
-/// Wipes a text, zeros inside it included, in its wide and its narrow form.
-void WipeBothForms(std::wstring_view text) {
-    if (text.size() < kLeastPattern)
-        return;
-    const int wideSize = static_cast<int>(text.size());
-    const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), wideSize, nullptr, 0, nullptr, nullptr);
-    const std::unique_ptr<char[]> narrow(new (std::nothrow) char[static_cast<std::size_t>(size)]);
-    if (narrow && size > 0) {
-        WideCharToMultiByte(CP_ACP, 0, text.data(), wideSize, narrow.get(), size, nullptr, nullptr);
-        WipeEverywhere(std::as_bytes(std::span(narrow.get(), static_cast<std::size_t>(size))));
-    }
-    WipeEverywhere(std::as_bytes(std::span(text)));
+/// What is looked for of a text.
+constexpr std::wstring_view Sought(std::wstring_view text) {
+    return text.size() < kLeastPattern ? std::wstring_view() : text;
 }
 
-/// Wipes the words themselves and the copies that stand one behind the other.
-void WipeWords(wchar_t** words) {
+/// The words one behind the other, each with its zero, as the run-time library keeps copies of them.
+WipedArray<wchar_t> JoinWords(wchar_t** words) {
     std::size_t size = 0;
     for (wchar_t** word = words; *word != nullptr; ++word)
         size += std::wstring_view(*word).size() + 1;
-    const std::unique_ptr<wchar_t[]> list(new (std::nothrow) wchar_t[size]);
-    wchar_t* end = list.get();
-    for (; *words != nullptr; ++words) {
-        const std::wstring_view word(*words);
-        if (list)
-            end = std::copy_n(word.data(), word.size() + 1, end);
-        WipeMemory(*words, word.size() * sizeof(wchar_t));
-    }
-    if (list && size > 0)
-        WipeBothForms({list.get(), size});
+    WipedArray<wchar_t> list(size);
+    for (auto end = list.Get().begin(); *words != nullptr && !list.Get().empty(); ++words)
+        end = std::copy_n(*words, std::wstring_view(*words).size() + 1, end);
+    return list;
 }
 
 } // namespace
@@ -109,10 +160,17 @@ wchar_t* TakeCommandLine(wchar_t** words) {
 }
 
 void WipeCommandLine(wchar_t* arguments) {
+    static wchar_t* noWords[] = {nullptr};
+    wchar_t** words = runTimeWords != nullptr && runTimeWords[0] != nullptr ? runTimeWords + 1 : noWords;
     const std::wstring_view text(arguments);
-    if (runTimeWords != nullptr && runTimeWords[0] != nullptr)
-        WipeWords(runTimeWords + 1);
-    WipeBothForms(text);
+    {
+        const WipedArray<wchar_t> joined = JoinWords(words);
+        const Forms line(Sought(text));
+        const Forms list(Sought({joined.Get().data(), joined.Get().size()}));
+        WipeEverywhere({&line, &list});
+    }
+    for (; *words != nullptr; ++words)
+        WipeMemory(*words, std::wstring_view(*words).size() * sizeof(wchar_t));
     WipeMemory(arguments, text.size() * sizeof(wchar_t));
 }
 

@@ -70,8 +70,8 @@ bool PrivatePath(std::wstring_view name, PathText& path) {
 UniqueFile WritePrivateFile(std::wstring_view name, std::string_view content) {
     PathText folder;
     PathText path;
-    PathText unfinished;
-    if (!PrivatePath({}, folder) || !PrivatePath(name, path) || !PrivatePath(L"unfinished", unfinished))
+    PathText unfinished; // one for each file: the user's other sessions write into the folder, too
+    if (!PrivatePath({}, folder) || !PrivatePath(name, path) || !FormatText(unfinished, L"%ls.new", path))
         return {};
     const UniqueLocalMemory descriptor = OwnerOnlyDescriptor();
     if (!descriptor)

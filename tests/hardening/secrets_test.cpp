@@ -1,6 +1,7 @@
 // After a volume's key has done its work, nothing of it may lie about: the whole memory of the real program
 // is searched from outside for every form that a password or a key takes on its way.
 
+#include "desktop/command_line_memory.h"
 #include "quilladriver/sector_kernel.h"
 #include "service/request_channel.h"
 #include "store/volume_password.h"
@@ -11,10 +12,12 @@
 #include "volume/cast128.h"
 #include "volume/twofish.h"
 
+#include <atomic>
 #include <commctrl.h>
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 
 namespace quilla::test {
 namespace {
@@ -181,6 +184,27 @@ TEST_P(SecretsTest, NothingStaysOfAPasswordThatIsOfNoUse) {
         PostMessageW(box, WM_COMMAND, IDOK, 0);
         static_cast<void>(program.Wait());
     }
+}
+
+/// Libraries that others bring into a process have threads of their own.
+TEST(CommandLineTest, IsWipedWhileOtherThreadsGiveMemoryBack) {
+    std::atomic<bool> isWiped = false;
+    std::thread other([&] {
+        for (SIZE_T size = 1 << 16; !isWiped; size = size % (1 << 23) + (1 << 16)) {
+            void* const memory = VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+            VirtualFree(memory, 0, MEM_RELEASE);
+        }
+    });
+    std::wstring copy;
+    for (int i = 0; i < 20; ++i) {
+        std::wstring line = L"mount a.raw /password correct horse";
+        copy = line;
+        WipeCommandLine(line.data());
+        EXPECT_EQ(line[0], 0);
+        EXPECT_EQ(copy[0], 0) << "wherever it stands";
+    }
+    isWiped = true;
+    other.join();
 }
 
 /// What a user does in the window, by posted keys and commands.
