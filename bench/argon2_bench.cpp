@@ -91,7 +91,7 @@ void CompareGuesses(double secondsOfArgon2) {
 } // namespace quilla
 
 int main(int count, char** arguments) {
-    const int rounds = count > 1 ? std::max(1, std::atoi(arguments[1])) : 15;
+    const int rounds = count > 1 ? std::max(1, static_cast<int>(std::strtol(arguments[1], nullptr, 10))) : 15;
     quilla::CompareGuesses(quilla::MeasureLanes(1, rounds));
     static_cast<void>(quilla::MeasureLanes(quilla::kDefaultArgon2Cost.lanes, rounds));
     return 0;

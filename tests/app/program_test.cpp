@@ -8,7 +8,6 @@
 namespace quilla {
 namespace {
 
-using test::IsMounted;
 using test::QuillaTarn;
 using test::WaitUntil;
 

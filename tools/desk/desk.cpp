@@ -15,11 +15,11 @@
 #include "tests/support/hex.h"
 #include "tests/support/window_text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -116,16 +116,19 @@ UniqueMutex TakeMutex() {
     return mutex;
 }
 
-UniqueMutex heldMutex;
+UniqueMutex& HeldMutex() {
+    static UniqueMutex mutex;
+    return mutex;
+}
 
 Words Take(const Words&) {
-    heldMutex = TakeMutex();
+    HeldMutex() = TakeMutex();
     return {};
 }
 
 Words Give(const Words&) {
-    ReleaseMutex(heldMutex.Get());
-    heldMutex.Reset();
+    ReleaseMutex(HeldMutex().Get());
+    HeldMutex().Reset();
     return {};
 }
 
@@ -150,7 +153,7 @@ Words Box(const Words& words) {
     const HWND box = AwaitWindow(std::stoul(words.at(1)), [] { return FindMessageBox(); });
     if (!box)
         return {};
-    const Words seen = {Utf8(TextOf(box)), Utf8(TextOf(GetDlgItem(box, kMessageTextId)))};
+    Words seen = {Utf8(TextOf(box)), Utf8(TextOf(GetDlgItem(box, kMessageTextId)))};
     const HWND button = FindWindowExW(box, nullptr, L"Button", nullptr);
     PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(GetDlgCtrlID(button)),
                  reinterpret_cast<LPARAM>(button));
@@ -168,7 +171,12 @@ Words Focus(const Words&) {
     return {Utf8(TextOf(window))};
 }
 
-const std::map<std::string, Words (*)(const Words&)> kAnswers = {
+struct Answer {
+    std::string_view command;
+    Words (*act)(const Words&);
+};
+
+constexpr Answer kAnswers[] = {
     {"exchange", Exchange}, {"box", Box},       {"window", Window}, {"send", Send},
     {"focus", Focus},       {"change", Change}, {"take", Take},     {"give", Give},
 };
@@ -178,7 +186,10 @@ const std::map<std::string, Words (*)(const Words&)> kAnswers = {
 int main() {
     for (std::string line; std::getline(std::cin, line);) {
         const Words words = Split(line);
-        for (const std::string& word : kAnswers.at(words.at(0))(words))
+        const auto* const answer = std::ranges::find(kAnswers, words.at(0), &Answer::command);
+        if (answer == std::end(kAnswers))
+            return 1;
+        for (const std::string& word : answer->act(words))
             std::cout << ToHex(AsBytes(word)) << ' ';
         std::cout << std::endl;
     }
