@@ -59,7 +59,7 @@ test-handheld: handheld
 		tests/handheld/load_driver.cpp -o build/handheld/load_driver
 	@tests/handheld/driver_test.py "qemu-i386 build/handheld/load_driver" build/handheld/bin/QuillaDriver.dll
 
-# The very image of the program, run with Wine in a 32-bit root of its own (WINE32=folder): needs root and 1.5 GB.
+# The very image of the program, run with a 32-bit Wine in a folder of its own (WINE32=folder): needs root and 1.4 GB.
 test-handheld-program: handheld
 	@tools/install-packages tools/packages-handheld-program.txt
 	@tools/make-wine32-root $(WINE32)

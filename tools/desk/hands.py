@@ -11,8 +11,8 @@ FIRST_ROW = 60, 68  # a place in the list's first row, in the window without its
 class Hands:
     """Keyboard, mouse and eyes of a user."""
 
-    def __init__(self, desktop, pictures):
-        self.desktop, self.pictures = desktop, pictures
+    def __init__(self, desktop, pictures, limit=30):
+        self.desktop, self.pictures, self.limit = desktop, pictures, limit
         self.number = 0
 
     def tool(self, *words):
@@ -28,7 +28,7 @@ class Hands:
     def expect(self, title):
         """Waits until the window of this title has the keyboard."""
         try:
-            quilla.wait_until(lambda: self.has_keyboard(title), f'the window "{title}"', 30)
+            quilla.wait_until(lambda: self.has_keyboard(title), f'the window "{title}"', self.limit)
         except quilla.Failure as failure:
             self.picture("failure")
             raise quilla.Failure(f'{failure}; "{self.active_title()}" is in front') from None
