@@ -48,8 +48,8 @@ Md5::~Md5() {
 
 void Md5::Add(std::span<const std::byte> bytes) {
     for (const std::byte value : bytes) {
-        block_[length_++ % block_.size()] = value;
-        if (length_ % block_.size() == 0)
+        block_[static_cast<std::size_t>(length_ % block_.size())] = value;
+        if (++length_ % block_.size() == 0)
             Transform();
     }
 }

@@ -72,15 +72,23 @@ TEST(KeyFile, ReadsAndWritesThatFailAreTold) {
     EXPECT_EQ(StoreChunk(file.Path(), kCastBlock, kBlock), KeyFileStatus::CannotWrite);
 }
 
-/// Rewrites the key block over and over in a process of its own, which is killed after a while.
+/// Rewrites the key block over and over in a process of its own, which is killed a while after the first
+/// time.
 void KillDuringRewrites(const ScratchFile& file, std::span<const Bytes> blocks, std::uint32_t microseconds) {
+    int begun[2];
+    ASSERT_EQ(pipe(begun), 0);
     const pid_t worker = fork();
     if (worker == 0) {
         for (std::size_t i = 0;
-             StoreChunk(file.Path(), kCastBlock, blocks[i % blocks.size()]) == KeyFileStatus::Done; ++i) {
-        }
+             StoreChunk(file.Path(), kCastBlock, blocks[i % blocks.size()]) == KeyFileStatus::Done; ++i)
+            if (i == 0)
+                close(begun[1]);
         _exit(1);
     }
+    close(begun[1]);
+    char nothing = 0;
+    EXPECT_EQ(read(begun[0], &nothing, 1), 0);
+    close(begun[0]);
     ASSERT_GT(worker, 0);
     std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
     EXPECT_EQ(waitpid(worker, nullptr, WNOHANG), 0) << "ended by itself";

@@ -91,7 +91,7 @@ class Initiator {
         const auto header = client_.Receive(48);
         if (!header || (digests.ofHeaders && !IsDigestRight(*header)))
             return unit;
-        const std::size_t length = Number(*header, 5, 3);
+        const auto length = static_cast<std::size_t>(Number(*header, 5, 3));
         const auto data = client_.Receive((length + 3) / 4 * 4);
         if (!data || (digests.ofData && length > 0 && !IsDigestRight(*data)))
             return unit;
