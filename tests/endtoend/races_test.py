@@ -23,11 +23,15 @@ class RacesTest(quilla.DesktopTest):
         return [self.desktop.start(*words) for words in commands]
 
     def wait(self, condition, what):
-        """Waits, and tells the box that may stand in the way."""
+        """Waits, and tells the box that may stand in the way, who still runs and what is still mounted."""
         try:
             return quilla.wait_until(condition, what)
         except quilla.Failure as failure:
-            raise quilla.Failure(f"{failure}; box: {self.desktop.box(0)}") from None
+            running = [process.args[2:] for process in self.desktop.instances if process.poll() is None]
+            devices = [path.name for path in self.desktop.local_data().glob("*.uri")]
+            window = self.desktop.window()
+            raise quilla.Failure(f"{failure}; running: {running}, window: {window}, devices: {devices}, "
+                                 f"box: {self.desktop.box(0)}") from None
 
     def test_instances_that_start_together_all_end(self):
         volumes = [self.volume(f"Data{i}", size=1 << 16) for i in range(3)]
