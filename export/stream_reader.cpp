@@ -7,7 +7,8 @@ namespace quilla {
 
 namespace {
 
-/// More than a header of any protocol.
+/// So little is moved to the front of the buffer for the sake of longer receives; more than a header of any
+/// protocol.
 constexpr std::size_t kHeaderSize = 64;
 
 } // namespace
@@ -18,9 +19,7 @@ bool StreamReader::ReceiveOnce(std::size_t needed, ReadAhead ahead) {
         end_ -= begin_;
         begin_ = 0;
     }
-    std::size_t room = buffer_.size() - end_;
-    if (ahead != ReadAhead::Yes)
-        room = std::min(room, needed - Available() + (ahead == ReadAhead::Header ? kHeaderSize : 0));
+    const std::size_t room = ahead == ReadAhead::Yes ? buffer_.size() - end_ : needed - Available();
     const std::size_t count = stream_.Receive(buffer_.subspan(end_, room));
     end_ += count;
     used_ = std::max(used_, end_);

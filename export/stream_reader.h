@@ -10,13 +10,7 @@
 namespace quilla {
 
 /// Whether a receive may take in more than what is needed now.
-enum class ReadAhead : std::uint8_t {
-    No,
-    /// For a long payload that is taken as a whole: what follows begins at the front of the buffer, so the
-    /// same memory stays in the processor's cache, and no part of a payload has to be moved there.
-    Header,
-    Yes,
-};
+enum class ReadAhead : std::uint8_t { No, Yes };
 
 /// Receives into one large buffer and hands the bytes out in place, so that one receive serves many requests
 /// and a payload is never copied.

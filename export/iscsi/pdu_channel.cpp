@@ -10,9 +10,8 @@ namespace quilla::iscsi {
 
 namespace {
 
-/// Gathered replies of this size are worth a send of their own, data to come a receive.
+/// Gathered replies of this size are worth a send of their own.
 constexpr std::size_t kSendSize = 64U << 10;
-constexpr std::size_t kReceiveSize = 64U << 10;
 
 constexpr std::size_t Padded(std::size_t length) {
     return (length + 3) & ~std::size_t{3};
@@ -32,7 +31,7 @@ void PduChannel::SetDigests(bool ofHeaders, bool ofData) {
 }
 
 /// Makes so many bytes available; before it waits, the peer gets what it may be waiting for.
-bool PduChannel::Require(std::size_t count, ReadAhead ahead) {
+bool PduChannel::Require(std::size_t count) {
     if (reader_.Available() >= count)
         return true;
     if (!replies_.Send())
@@ -44,14 +43,14 @@ bool PduChannel::Require(std::size_t count, ReadAhead ahead) {
                 return false;
             stream_.SetTimeout(static_cast<std::uint32_t>(deadline_ - now));
         }
-        if (!reader_.ReceiveOnce(count, IsStopping() ? ReadAhead::No : ahead))
+        if (!reader_.ReceiveOnce(count, IsStopping() ? ReadAhead::No : ReadAhead::Yes))
             return false;
     }
     return true;
 }
 
 bool PduChannel::Receive(Pdu& pdu) {
-    if ((IsStopping() && reader_.Available() < sizeof(Request)) || !Require(sizeof(Request), ReadAhead::Yes))
+    if ((IsStopping() && reader_.Available() < sizeof(Request)) || !Require(sizeof(Request)))
         return false;
     const std::span<std::byte> start = reader_.Take(sizeof(Request));
     std::memcpy(&pdu.header, start.data(), sizeof(Request));
@@ -59,9 +58,7 @@ bool PduChannel::Receive(Pdu& pdu) {
     const std::size_t dataLength = pdu.header.dataLength;
     const std::size_t extraLength = std::size_t{4} * pdu.header.extraWords;
     const std::size_t dataDigest = dataLength > 0 ? dataDigest_ : 0;
-    const ReadAhead ahead = dataLength < kReceiveSize ? ReadAhead::Yes : ReadAhead::Header;
-    if (dataLength > segmentLimit_ ||
-        !Require(extraLength + headerDigest_ + Padded(dataLength) + dataDigest, ahead))
+    if (dataLength > segmentLimit_ || !Require(extraLength + headerDigest_ + Padded(dataLength) + dataDigest))
         return false;
     const std::span<std::byte> extra = reader_.Take(extraLength);
     if (headerDigest_ > 0) {

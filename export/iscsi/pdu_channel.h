@@ -65,7 +65,7 @@ class PduChannel {
     Numbers numbers;
 
   private:
-    [[nodiscard]] bool Require(std::size_t count, ReadAhead ahead);
+    [[nodiscard]] bool Require(std::size_t count);
 
     ByteStream& stream_;
     StreamReader& reader_;
