@@ -31,7 +31,11 @@ class RacesTest(quilla.DesktopTest):
             devices = [path.name for path in self.desktop.local_data().glob("*.uri")]
             window = self.desktop.window()
             raise quilla.Failure(f"{failure}; running: {running}, window: {window}, devices: {devices}, "
-                                 f"box: {self.desktop.box(0)}") from None
+                                 f"box: {self.desktop.box(0)}, {self.desktop.complaints()}") from None
+
+    def check_exit_codes(self, processes, what):
+        codes = [process.poll() for process in processes]
+        self.assertFalse(any(codes), f"{what}: {codes}, {self.desktop.complaints()}")
 
     def test_instances_that_start_together_all_end(self):
         volumes = [self.volume(f"Data{i}", size=1 << 16) for i in range(3)]
@@ -41,13 +45,13 @@ class RacesTest(quilla.DesktopTest):
             mounts = self.at_once(*(("mount", volume.path, "/password", volume.password) for volume in volumes))
             self.wait(lambda: sum(process.poll() is None for process in mounts) == 1,
                       f"all but the serving instance to end (round {i})")
-            self.assertFalse(any(process.poll() for process in mounts), f"round {i}: {[p.poll() for p in mounts]}")
+            self.check_exit_codes(mounts, f"mounts of round {i}")
             self.wait(lambda: len(list(self.desktop.local_data().glob("*.uri"))) == 3, f"three devices (round {i})")
             # The window was never shown: the last dismount is the end of the serving instance, too.
             dismounts = self.at_once(*(("dismount", volume.path) for volume in volumes))
             self.wait(lambda: None not in [process.poll() for process in dismounts + mounts],
                       f"all to end (round {i})")
-            self.assertFalse(any(process.poll() for process in mounts + dismounts), f"an exit code in round {i}")
+            self.check_exit_codes(mounts + dismounts, f"round {i}")
             self.desktop.instances.clear()
 
     def waits_for_its_turn(self, process):

@@ -154,6 +154,7 @@ class Desktop:
             shutil.rmtree(self.work, ignore_errors=True)
             self.work.mkdir()
             cleanup.callback(shutil.rmtree, self.work, ignore_errors=True)
+            self.errors = cleanup.enter_context(tempfile.TemporaryFile("a+", errors="replace"))
             self.start_screen(cleanup)
             cleanup.callback(self.end_wine)
             cleanup.callback(self.end_processes)
@@ -228,9 +229,14 @@ class Desktop:
     def spawn(self, *command, **options):
         options.setdefault("stdin", subprocess.DEVNULL)
         options.setdefault("stdout", subprocess.DEVNULL)
-        process = subprocess.Popen(command, env=self.environment, stderr=subprocess.DEVNULL, **options)
+        process = subprocess.Popen(command, env=self.environment, stderr=self.errors, **options)
         self.processes.append(process)
         return process
+
+    def complaints(self):
+        """The last of what the programs and Wine itself have written to the standard error."""
+        self.errors.seek(0)
+        return self.errors.read()[-4000:]
 
     def start(self, *words, **options):
         """Starts an instance and lets it run: one that serves, or one whose message box is to be answered."""
