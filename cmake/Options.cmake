@@ -12,10 +12,13 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-# Where there is a compiler cache, it saves more than precompiled headers do, and the two do not go together.
+# Without a compiler cache, sources of a target are compiled together, which takes half of the time from nothing. Whether
+# each includes what it needs is seen with one, and by clang-tidy.
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT "$ENV{CCACHE_DISABLE}")
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+elseif(NOT DEFINED CMAKE_UNITY_BUILD)
+    set(CMAKE_UNITY_BUILD ON)
 endif()
 
 if(NOT WIN32)

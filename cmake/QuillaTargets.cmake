@@ -1,13 +1,3 @@
-# What most sources of the product include, read once for all. Whether each includes what it needs is seen where a
-# compiler cache takes the place of this, and by clang-tidy.
-if(NOT CMAKE_CXX_COMPILER_LAUNCHER AND CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT QUILLA_HANDHELD)
-    file(CONFIGURE OUTPUT product_headers.cpp CONTENT "")
-    add_library(product_headers OBJECT ${CMAKE_CURRENT_BINARY_DIR}/product_headers.cpp)
-    target_link_libraries(product_headers PRIVATE quilla_product)
-    target_precompile_headers(product_headers PRIVATE <algorithm> <array> <atomic> <cstring> <memory> <span> <string_view>
-        $<$<BOOL:${WIN32}>:<windows.h$<ANGLE-R>> $<$<BOOL:${WIN32}>:<commctrl.h$<ANGLE-R>>)
-endif()
-
 # quilla_module(NAME [SOURCES ...] [LINKS ...]): one module of the product as a static library.
 function(quilla_module name)
     cmake_parse_arguments(MODULE "" "" "SOURCES;LINKS" ${ARGN})
@@ -18,9 +8,6 @@ function(quilla_module name)
     endif()
     add_library(${name} STATIC ${MODULE_SOURCES})
     target_link_libraries(${name} PUBLIC quilla_product ${MODULE_LINKS})
-    if(TARGET product_headers)
-        target_precompile_headers(${name} REUSE_FROM product_headers)
-    endif()
 endfunction()
 
 # quilla_test(NAME SOURCES ... [LINKS ...] [TIMEOUT seconds]): one GoogleTest program, run by CTest.

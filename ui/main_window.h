@@ -50,6 +50,7 @@ class MainWindow final : public BWindow {
     };
 
     static const LONG kWindowStyle;
+    enum class Rule : unsigned char;
     struct Command;
     static const Command kCommands[];
     [[nodiscard]] static const Command* FindCommand(int id);

@@ -20,12 +20,8 @@
 
 namespace quilla {
 
-namespace {
-
 /// When a command is enabled.
-enum class Rule : unsigned char { Always, AnyVolume, UnmountedVolume, MountedVolume, AnyMounted };
-
-} // namespace
+enum class MainWindow::Rule : unsigned char { Always, AnyVolume, UnmountedVolume, MountedVolume, AnyMounted };
 
 struct MainWindow::Command {
     int id;

@@ -15,13 +15,12 @@
 namespace quilla::test {
 namespace {
 
-constexpr std::wstring_view kPassword = L"97531";
+constexpr std::wstring_view kDigits = L"97531";
 
 class AccessTest : public testing::Test {
   protected:
     [[nodiscard]] QuillaTarn Mount(const wchar_t* currentFolder = nullptr) const {
-        QuillaTarn program(L"mount \"" + std::wstring(record.Path) + L"\" /password " +
-                               std::wstring(kPassword),
+        QuillaTarn program(L"mount \"" + std::wstring(record.Path) + L"\" /password " + std::wstring(kDigits),
                            currentFolder);
         EXPECT_TRUE(WaitUntil(IsMounted));
         return program;
@@ -33,7 +32,7 @@ class AccessTest : public testing::Test {
     }
 
     TemporaryFolder folder;
-    const VolumeRecord record = CreateVolume(folder, CipherId::Twofish, kPassword);
+    const VolumeRecord record = CreateVolume(folder, CipherId::Twofish, kDigits);
 };
 
 /// Whether the rules of a file or folder let nobody in but its owner and the system itself, which may do

@@ -8,7 +8,7 @@
 namespace quilla {
 namespace {
 
-constexpr int kDialog = 100;
+constexpr int kFieldDialog = 100;
 constexpr int kField = 12;
 
 class CountingField : public FileField {
@@ -35,7 +35,7 @@ class FileFieldTest : public test::ToolkitTest {
     void SetUp() override {
         // The dialog may be the toolkit's first window: nobody else has registered the class of its field.
         UnregisterClassW(kWindowClass, GetModuleHandleW(nullptr));
-        ASSERT_NE(dialog.Create(nullptr, MAKEINTRESOURCEW(kDialog)), nullptr);
+        ASSERT_NE(dialog.Create(nullptr, MAKEINTRESOURCEW(kFieldDialog)), nullptr);
         ASSERT_TRUE(Activate(dialog.hwnd));
     }
 
