@@ -75,7 +75,7 @@ TEST_F(HandshakeTest, ARefusalLeavesATraceWithoutTheSecret) {
     for (const std::string_view name : {std::string_view("SEC0"), kName}) {
         NbdClient client = Connect();
         EXPECT_EQ(client.Greet() && client.Ask(kOptGo, InfoData(name)) == kRepAck, name == kName);
-        EXPECT_EQ(client.Ask(kOptAbort, {}), name == kName ? 0U : kRepAck);
+        EXPECT_TRUE(name == kName || client.Ask(kOptAbort, {}) == kRepAck);
     }
     server.Stop();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
