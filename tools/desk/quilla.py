@@ -136,7 +136,7 @@ class Desktop:
     """A Wine prefix and a screen for the length of a run. One run at a time uses the prefix."""
 
     def __init__(self, managed=False, dpi=96):
-        self.folder = BUILD / "endtoend"
+        self.folder = BUILD / os.environ.get("QUILLA_DESK", "endtoend")
         self.dpi = dpi
         self.prefix = self.folder / "prefix"
         self.work = self.folder / "work"
