@@ -79,13 +79,21 @@ UniqueFile WritePrivateFile(std::wstring_view name, std::string_view content) {
     SECURITY_ATTRIBUTES security{
         .nLength = sizeof(security), .lpSecurityDescriptor = descriptor.Get(), .bInheritHandle = FALSE};
     CreateDirectoryW(folder, &security); // it may well exist
-    DeleteFileW(unfinished);             // left by a process that was ended half-way
-    if (!WriteNewFile(unfinished, security, content) ||
-        !MoveFileExW(unfinished, path, MOVEFILE_REPLACE_EXISTING)) {
-        DeleteFileW(unfinished);
-        return {};
+    // Between its coming and its being held, another session may take it for a left-over and remove it.
+    constexpr int kAttempts = 20;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        DeleteFileW(unfinished); // left by a process that was ended half-way
+        if (WriteNewFile(unfinished, security, content) &&
+            MoveFileExW(unfinished, path, MOVEFILE_REPLACE_EXISTING)) {
+            UniqueFile held(
+                CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+            if (held)
+                return held;
+        }
+        Sleep(1);
     }
-    return UniqueFile(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    DeleteFileW(unfinished);
+    return {};
 }
 
 bool IsPrivateFileHeld(std::wstring_view name) {

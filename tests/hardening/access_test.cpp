@@ -7,10 +7,12 @@
 
 #include <aclapi.h>
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <regex>
 #include <sddl.h>
 #include <string>
+#include <thread>
 
 namespace quilla::test {
 namespace {
@@ -77,7 +79,7 @@ TEST_F(AccessTest, OnlyTheOwnerReadsTheAddressAndNobodyGuessesIt) {
 /// This process stands for the user's other session, which shares the folder of addresses.
 TEST_F(AccessTest, AnotherSessionRemovesOnlyAddressesThatNobodyHolds) {
     const QuillaTarn program = Mount();
-    EXPECT_TRUE(DeviceExport::IsElsewhere(0));
+    EXPECT_TRUE(WaitUntil([] { return DeviceExport::IsElsewhere(0); }));
     PathText drive; // the script's, which nobody holds
     ASSERT_TRUE(WritePrivateFile(L"SEC0.drive", "Q:") && PrivatePath(L"SEC0.drive", drive));
     DeviceExport::RemoveLeftovers();
@@ -88,6 +90,21 @@ TEST_F(AccessTest, AnotherSessionRemovesOnlyAddressesThatNobodyHolds) {
     EXPECT_TRUE(IsMounted()) << "a left-over";
     DeviceExport::RemoveLeftovers();
     EXPECT_FALSE(IsMounted() || Exists(drive));
+}
+
+TEST(PrivateFileTest, AnAddressThatIsJustBeingWrittenIsNoLeftover) {
+    std::atomic<bool> isWritten = false;
+    std::thread otherSession([&] {
+        while (!isWritten)
+            DeviceExport::RemoveLeftovers();
+    });
+    for (int i = 0; i < 200; ++i) {
+        const UniqueFile held = WritePrivateFile(L"SEC0.uri", "address");
+        EXPECT_TRUE(held && IsMounted()) << i;
+    }
+    isWritten = true;
+    otherSession.join();
+    DeviceExport::RemoveLeftovers();
 }
 
 /// Has a process load a library, as if its own code had asked for it. Returns whether it did.
