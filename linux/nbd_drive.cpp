@@ -33,8 +33,7 @@ Listener ListenAt(const std::string& path) {
 } // namespace
 
 NbdDrive::NbdDrive(const ServiceOrder& order, BlockDevice& device)
-    : order_(order), path_(NbdPath(order.volume.id)),
-      server_(device, ranges_, {}, {}, order.volume.isReadOnly) {}
+    : path_(NbdPath(order.volume.id)), server_(device, ranges_, {}, {}, order.volume.isReadOnly) {}
 
 NbdDrive::~NbdDrive() {
     Abandon();

@@ -24,7 +24,6 @@ class NbdDrive final : public Drive {
     void Describe(MountState& state) const override;
 
   private:
-    const ServiceOrder& order_;
     const std::string path_;
     RangeLock ranges_;
     nbd::Server server_;
