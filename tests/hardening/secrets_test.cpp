@@ -316,7 +316,7 @@ TEST_P(SecretsInDialogsTest, NothingStaysOfAChangeOfPassword) {
 /// While the function runs the dialog serves messages; no key of the volume may be open then.
 TEST_P(SecretsInDialogsTest, NoKeyIsOpenWhileAChangeOfPasswordTakesItsTime) {
     KeyStrength strength{};
-    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 64 * 1024, .passes = 16, .lanes = 1})); // seconds
+    ASSERT_TRUE(MakeKeyStrength(strength, {.memory = 64 * 1024, .passes = 16, .lanes = 1})); // a second
     PasswordDigest key = KeyOf(kPassword);
     KeyBlock block = OpenKey(record, kPassword);
     ASSERT_EQ(StrengthenKey(key, strength), Argon2Result::Done);
