@@ -3,6 +3,8 @@
 
 #include "export/byte_device.h"
 #include "export/fuse/reply.h"
+#include "export/fuse/ring_records.h"
+#include "export/fuse/rings.h"
 #include "platform/disk_codes.h"
 
 #include <algorithm>
@@ -60,12 +62,20 @@ void Server::Initialize(Reply& reply) {
     out.minor = std::min<std::uint32_t>(in.minor, FUSE_KERNEL_MINOR_VERSION);
     out.max_readahead = in.max_readahead;
     out.flags = in.flags & wanted;
+    const bool areRingsOffered = (in.flags & FUSE_INIT_EXT) != 0 && (in.flags2 & kOverIoUring) != 0;
+    const bool areRingsReady = areRingsOffered && rings_->Prepare();
+    if (areRingsReady) {
+        out.flags |= FUSE_INIT_EXT;
+        out.flags2 = kOverIoUring;
+    }
     out.max_background = kMaxBackground;
     out.congestion_threshold = kMaxBackground * 3 / 4;
     out.max_write = kMaxTransfer;
     out.time_gran = 1;
     out.max_pages = kMaxTransfer / Buffer::kPage;
     reply.SendRecord(out);
+    if (areRingsReady)
+        rings_->Begin();
 }
 
 bool Server::Describe(std::uint64_t node, fuse_attr& attributes) const {
@@ -84,9 +94,9 @@ bool Server::Describe(std::uint64_t node, fuse_attr& attributes) const {
 }
 
 void Server::LookUp(Reply& reply) {
-    const auto* const name = reinterpret_cast<const char*>(reply.buffer.Request() + sizeof(fuse_in_header));
-    const std::size_t room = reply.size - sizeof(fuse_in_header);
-    if (reply.Node() != FUSE_ROOT_ID || std::string_view(name, strnlen(name, room)) != settings_.name)
+    const auto* const name = reinterpret_cast<const char*>(reply.record.data());
+    const std::size_t length = strnlen(name, reply.record.size());
+    if (reply.Node() != FUSE_ROOT_ID || std::string_view(name, length) != settings_.name)
         return reply.Fail(ENOENT);
     fuse_entry_out out{};
     out.nodeid = kFileNode;
@@ -128,8 +138,8 @@ void Server::ReadFile(Reply& reply) {
     const auto in = reply.Argument<fuse_read_in>();
     const std::uint64_t size = device_.Size();
     const std::uint64_t left = in.offset < size ? size - in.offset : 0;
-    const std::span bytes = reply.buffer.Payload(
-        static_cast<std::size_t>(std::min<std::uint64_t>({left, in.size, kMaxTransfer})));
+    const std::span bytes =
+        reply.payload.first(static_cast<std::size_t>(std::min<std::uint64_t>({left, in.size, kMaxTransfer})));
     if (!ByteDevice(device_, ranges_).Read(in.offset, bytes))
         return reply.Fail(EIO);
     reply.Send(bytes);
@@ -138,13 +148,13 @@ void Server::ReadFile(Reply& reply) {
 void Server::WriteFile(Reply& reply) {
     const auto in = reply.Argument<fuse_write_in>();
     const std::uint64_t size = device_.Size();
-    if (reply.size < Buffer::kWriteHead || in.size > reply.size - Buffer::kWriteHead)
+    if (in.size > reply.payloadSize)
         return reply.Fail(EINVAL);
     if (in.offset > size || in.size > size - in.offset)
         return reply.Fail(ENOSPC);
     if (settings_.readOnly)
         return reply.Fail(EROFS);
-    if (!ByteDevice(device_, ranges_).Write(in.offset, reply.buffer.Payload(in.size)))
+    if (!ByteDevice(device_, ranges_).Write(in.offset, reply.payload.first(in.size)))
         return reply.Fail(EIO);
     reply.SendRecord(fuse_write_out{.size = in.size, .padding = 0});
 }
@@ -160,7 +170,7 @@ void Server::Succeed(Reply& reply) {
 }
 
 void Server::StaySilent(Reply& reply) {
-    reply.isAnswered = true; // these have no answer
+    reply.StaySilent(); // these have no answer
 }
 
 void Server::ReadFolder(Reply& reply) {
@@ -173,7 +183,7 @@ void Server::ReadFolder(Reply& reply) {
     const Entry entries[] = {{FUSE_ROOT_ID, S_IFDIR >> 12, "."},
                              {FUSE_ROOT_ID, S_IFDIR >> 12, ".."},
                              {kFileNode, S_IFREG >> 12, settings_.name}};
-    const std::span room = reply.buffer.Payload(std::min(in.size, kMaxTransfer));
+    const std::span room = reply.payload.first(std::min(in.size, kMaxTransfer));
     std::size_t used = 0;
     for (std::uint64_t at = in.offset; at < std::size(entries); ++at) {
         const Entry& entry = entries[at];

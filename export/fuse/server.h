@@ -51,7 +51,9 @@ class Server {
 
   private:
     struct Buffer;
-    struct Reply;
+    class Reply;
+    class DeviceReply;
+    class Rings;
     using Handler = void (Server::*)(Reply& reply);
     struct Operation;
     static const Operation kOperations[];
@@ -63,6 +65,7 @@ class Server {
 
     static void RunWorker(void* worker);
     void Serve(Buffer& buffer);
+    void SignalEnd() const;
     void Answer(Reply& reply);
 
     void Initialize(Reply& reply);
@@ -86,6 +89,7 @@ class Server {
     int descriptor_ = -1;
     int ended_ = -1;
     std::array<Worker, kThreads> workers_;
+    std::unique_ptr<Rings> rings_;
 };
 
 } // namespace quilla::fuse
