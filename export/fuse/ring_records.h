@@ -29,7 +29,7 @@ enum class RingCommand : std::uint32_t {
     Answer = 2,   ///< answers its request and offers it again
 };
 
-/// The own part of a submission.
+/// A command's own part of its submission.
 struct RingCommandRecord {
     std::uint64_t flags = 0;
     std::uint64_t commit = 0;

@@ -1,13 +1,12 @@
 #include "export/fuse/rings.h"
 
-#include "export/fuse/ring_records.h"
-
 #include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <ctime>
 #include <new>
 #include <sys/uio.h>
+#include <utility>
 
 namespace quilla::fuse {
 
@@ -18,7 +17,7 @@ constexpr std::size_t kPlaces = 16;
 /// More would take too much memory.
 constexpr unsigned kMaxQueues = 64;
 /// Nanoseconds beyond which an answer is not quick: some times what it costs to wake another thread.
-constexpr std::int64_t kLong = 30'000;
+constexpr std::int64_t kLong = 40'000;
 
 /// What a completion tells beside the index of a place.
 constexpr std::uint64_t kPassed = 1U << 30; ///< by the other side
@@ -38,17 +37,6 @@ std::int64_t Now() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
-}
-
-io_uring_sqe& AddCommand(IoRing& ring, int descriptor, RingCommand command, const RingCommandRecord& record,
-                         std::size_t index) {
-    io_uring_sqe& submission = ring.Add();
-    submission.opcode = IORING_OP_URING_CMD;
-    submission.fd = descriptor;
-    submission.cmd_op = static_cast<std::uint32_t>(command);
-    submission.user_data = index;
-    std::memcpy(submission.cmd, &record, sizeof(record));
-    return submission;
 }
 
 } // namespace
@@ -161,11 +149,21 @@ void Server::Rings::Register(IoRing& ring) {
         Place& place = places_[index];
         place.parts = {{{.iov_base = &place.record, .iov_len = sizeof(place.record)},
                         {.iov_base = place.buffer.Payload(kMaxTransfer).data(), .iov_len = kMaxTransfer}}};
-        io_uring_sqe& submission =
-            AddCommand(ring, server_.descriptor_, RingCommand::Register, {.queue = place.queue}, index);
-        submission.addr = reinterpret_cast<std::uint64_t>(place.parts.data());
-        submission.len = static_cast<std::uint32_t>(place.parts.size());
+        AddCommand(ring, RingCommand::Register, index);
     }
+}
+
+void Server::Rings::AddCommand(IoRing& ring, RingCommand command, std::size_t index) {
+    const Place& place = places_[index];
+    io_uring_sqe& submission = ring.Add();
+    submission.opcode = IORING_OP_URING_CMD;
+    submission.fd = server_.descriptor_;
+    submission.cmd_op = static_cast<std::uint32_t>(command);
+    submission.addr = reinterpret_cast<std::uint64_t>(place.parts.data());
+    submission.len = static_cast<std::uint32_t>(place.parts.size());
+    submission.user_data = index;
+    const RingCommandRecord own{.commit = place.record.commit, .queue = place.queue};
+    std::memcpy(submission.cmd, &own, sizeof(own));
 }
 
 /// False once the mount has ended, or the kernel has refused.
@@ -187,15 +185,15 @@ bool Server::Rings::Answer(Side& side, std::size_t index) {
     RingReply reply(place);
     server_.Answer(reply);
     reply.Finish();
-    AddCommand(*side.ring, server_.descriptor_, RingCommand::Answer,
-               {.commit = place.record.commit, .queue = place.queue}, index);
-    side.cost = Now() - start;
-    return side.cost < kLong || side.ring->Exchange(0);
+    AddCommand(*side.ring, RingCommand::Answer, index);
+    const std::int64_t cost = Now() - start;
+    side.takesLong = std::min(cost, std::exchange(side.cost, cost)) > kLong;
+    return !side.takesLong || side.ring->Exchange(0);
 }
 
 bool Server::Rings::IsForOther(const Side& side, const Place& place) {
     const bool isFlush = place.Header().opcode == FUSE_FSYNC;
-    if (!isFlush && side.cost < kLong)
+    if (!isFlush && !side.takesLong)
         return !IsFirst(side);
     const bool isWorth = isFlush ? IsFirst(side) : side.ring->HasMore();
     return isWorth && Other(side).isFree.exchange(false);

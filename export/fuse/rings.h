@@ -2,6 +2,7 @@
 
 #include "export/fuse/io_ring.h"
 #include "export/fuse/reply.h"
+#include "export/fuse/ring_records.h"
 #include "export/fuse/server.h"
 
 #include <array>
@@ -39,13 +40,15 @@ class Server::Rings {
         Thread thread;
         bool isEnabled = false;
         std::atomic<bool> isFree = false;
-        std::int64_t cost = 0; ///< nanoseconds that its last answer took; 0 = there was none
+        bool takesLong = false; ///< its last two answers did; one may have been held up by other programs
+        std::int64_t cost = 0;  ///< nanoseconds that its last answer took; 0 = there was none
     };
 
     [[nodiscard]] bool StartThreads();
     static void RunSide(void* side);
     void Serve(Side& side);
     void Register(IoRing& ring);
+    void AddCommand(IoRing& ring, RingCommand command, std::size_t index);
     [[nodiscard]] bool Take(Side& side, const io_uring_cqe& completion);
     [[nodiscard]] bool Answer(Side& side, std::size_t index);
     [[nodiscard]] bool IsForOther(const Side& side, const Place& place);

@@ -14,7 +14,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "desk"))
 
-PROGRAM = os.environ.get("QUILLA", str(pathlib.Path(__file__).resolve().parents[2] / "build/linux/bin/quilla"))
+PROGRAM = os.path.abspath(os.environ.get("QUILLA", pathlib.Path(__file__).resolve().parents[2] / "build/linux/bin/quilla"))
 SKIPPED = 77
 DONE, USAGE, WRONG_PASSWORD, BAD_FILE, BUSY, SYSTEM_LACKS = range(6)
 MIB = 1 << 20
