@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <new>
+#include <string_view>
 #include <sys/uio.h>
 #include <utility>
 
@@ -23,14 +25,18 @@ constexpr std::int64_t kLong = 40'000;
 constexpr std::uint64_t kPassed = 1U << 30; ///< by the other side
 constexpr std::uint64_t kEnd = 1U << 31;    ///< the other side has ended
 
-/// The kernel waits until all its queues have a place. 0 if their number cannot be learned.
+/// The kernel waits until each of its queues has a place. 0 if their number cannot be learned.
 unsigned CountQueues() {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
         std::fopen("/sys/devices/system/cpu/possible", "re"), std::fclose);
-    unsigned last = 0;
-    char after = 0;
-    const int found = file ? std::fscanf(file.get(), "0-%u%c", &last, &after) : 0;
-    return found == 2 && after == '\n' ? last + 1 : 0;
+    std::array<char, 32> line{};
+    if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr)
+        return 0;
+    const std::string_view range(line.data()); // "0", "0-7"; one with gaps is not for us
+    const char* const last = range.data() + (range.starts_with("0-") ? 2 : 0);
+    unsigned number = 0;
+    const auto [end, fault] = std::from_chars(last, range.data() + range.size(), number);
+    return fault == std::errc{} && *end == '\n' ? number + 1 : 0;
 }
 
 std::int64_t Now() {
