@@ -21,7 +21,8 @@ constexpr Option kOptions[] = {{.name = "key", .hasValue = true},
                                {.name = "no-strength"}};
 
 constexpr char kHelp[] =
-    "Usage: quilla passwd VOLUME.raw [--key FILE] [--password-file FILE] [--strength SECONDS]\n"
+    "Usage: quilla passwd VOLUME.raw [--key FILE] [--password-file FILE]\n"
+    "                     [--strength SECONDS | --no-strength]\n"
     "Changes the password. Nothing of the data is enciphered anew: who has an old copy of the key file and "
     "the\n"
     "old password can still open the volume.\n\n"
