@@ -20,11 +20,16 @@ namespace {
 /// What TakeCommandLine was given: the program's name and the arguments, null at the end.
 wchar_t** runTimeWords = nullptr;
 
-/// Where the arguments start in a command line.
+/// Where the arguments start in a command line, as the run-time library has it: the program's name ends at
+/// the first blank or tab outside quotes, and these may stand anywhere in it, as in "C:\Program Files"\x.exe.
 std::size_t FindArguments(std::wstring_view line) {
-    const bool isQuoted = line.starts_with(L'"');
-    const std::size_t end = std::min(line.find(isQuoted ? L'"' : L' ', 1), line.size());
-    return std::min(line.find_first_not_of(L' ', end + isQuoted), line.size());
+    bool isQuoted = false;
+    std::size_t at = 0;
+    for (; at < line.size() && (isQuoted || line[at] > L' '); ++at)
+        isQuoted ^= line[at] == L'"';
+    while (at < line.size() && line[at] <= L' ')
+        ++at;
+    return at;
 }
 
 /// Units of memory that are wiped when they are given back; none without memory.

@@ -1,4 +1,5 @@
-// What the end of one instance leaves to the next: real processes of the built program.
+// What the end of one instance leaves to the next, and how one is started: real processes of the built
+// program.
 
 #include "tests/support/quilla_tarn.h"
 
@@ -32,6 +33,21 @@ TEST(ProgramTest, AnInstanceThatStartsWhileAnotherClosesTakesOver) {
     const auto serving = std::ranges::find_if_not(next, &QuillaTarn::HasEnded);
     ASSERT_NE(serving, next.end());
     serving->Close();
+}
+
+TEST(ProgramTest, TheProgramsNameMayBeQuotedInPart) {
+    const std::wstring path = test::WindowsPath(QUILLA_PROGRAM);
+    std::wstring line = L"\"" + path + L"\tdismount nothing.raw";
+    line.insert(path.rfind(L'\\') + 1, L"\"");
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION started{};
+    ASSERT_TRUE(CreateProcessW(path.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                               &startup, &started));
+    const UniqueProcess process(started.hProcess);
+    CloseHandle(started.hThread);
+    EXPECT_EQ(WaitForSingleObject(process.Get(), 20'000), WAIT_OBJECT_0) << "it shows a box or its window";
+    TerminateProcess(process.Get(), 1);
 }
 
 } // namespace
