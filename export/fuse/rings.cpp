@@ -104,6 +104,7 @@ bool Server::Rings::Prepare() {
         if (!side.ring || !side.ring->IsOpen())
             return false;
     }
+    placesLeft_ = placeCount_;
     places_.reset(new (std::nothrow) Place[placeCount_]);
     if (!places_)
         return false;
@@ -172,11 +173,13 @@ void Server::Rings::AddCommand(IoRing& ring, RingCommand command, std::size_t in
     std::memcpy(submission.cmd, &own, sizeof(own));
 }
 
-/// False once the mount has ended, or the kernel has refused.
+/// False once the kernel has no place left: the mount has ended, or rings were refused.
 bool Server::Rings::Take(Side& side, const io_uring_cqe& completion) {
     const bool isPassed = (completion.user_data & kPassed) != 0;
-    if ((completion.user_data & kEnd) != 0 || (completion.res < 0 && !isPassed))
+    if ((completion.user_data & kEnd) != 0)
         return false;
+    if (completion.res < 0 && !isPassed)
+        return --placesLeft_ != 0;
     const std::size_t index = completion.user_data & ~kPassed;
     if (isPassed || !IsForOther(side, places_[index]))
         return Answer(side, index);

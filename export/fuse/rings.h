@@ -58,6 +58,7 @@ class Server::Rings {
     Server& server_;
     std::unique_ptr<Place[]> places_;
     std::size_t placeCount_ = 0;
+    std::atomic<std::size_t> placesLeft_ = 0; ///< those that the kernel has not given back
     bool isWanted_ = false;
     std::latch enabled_{2};
     std::latch begun_{1};
