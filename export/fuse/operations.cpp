@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace quilla::fuse {
 
@@ -72,7 +73,7 @@ void Server::Initialize(Reply& reply) {
     out.congestion_threshold = kMaxBackground * 3 / 4;
     out.max_write = kMaxTransfer;
     out.time_gran = 1;
-    out.max_pages = kMaxTransfer / Buffer::kPage;
+    out.max_pages = static_cast<std::uint16_t>(kMaxTransfer / sysconf(_SC_PAGESIZE));
     reply.SendRecord(out);
     if (areRingsReady)
         rings_->Begin();

@@ -10,7 +10,7 @@ import sys
 import threading
 
 import command
-from command import DONE, MIB
+from command import DONE, MIB, PASSWORD
 from crash_test import Crash  # noqa: F401  run here again
 from root_test import Root  # noqa: F401
 
@@ -57,6 +57,18 @@ class Rings(command.CommandTest):
             worker.join()
         self.assertEqual(faults, [])
         self.dismount(code=DONE)
+
+    def test_a_place_that_the_kernel_refuses_is_done_without(self):
+        """A wrong count of processors makes it refuse some; in a name space of mounts of its own, the command sees one."""
+        count = self.folder / "possible"
+        count.write_text(f"0-{os.cpu_count() + 1}\n", encoding="ascii")
+        self.create()
+        script = ('mount --bind "$1" /sys/devices/system/cpu/possible && echo "$2" | '
+                  '"$3" mount "$4" "$5" --raw --password-file - && cat "$5/Private" >/dev/null && '
+                  '"$3" dismount "$4"')
+        told = self.run_as("timeout", "-k", "1", "30", "unshare", "-m", "sh", "-c", script, "sh", count, PASSWORD,
+                           command.PROGRAM, self.raw, self.place)
+        self.assertEqual(told.returncode, DONE, told.stderr)
 
 
 if __name__ == "__main__":
